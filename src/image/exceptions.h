@@ -8,3 +8,7 @@ class EFilterIncompatibleSize {};
 class EFilterNotAvailable {};
 class EIncompatibleMatrices {};
 class ENonquadraticMatrix {};
+
+// A file that cannot be opened. The message ("File not found: ..." or
+// "Could not open ...") is printed before throwing.
+class EFileNotFound {};
