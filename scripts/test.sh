@@ -1,8 +1,19 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs the whole test suite. Tests labelled "gpu" skip
-# themselves where no GPU is usable.
+# Sets up, builds and runs the whole test suite, then the CPU unit tests again
+# under AddressSanitizer and UndefinedBehaviorSanitizer. Tests labelled "gpu"
+# skip themselves where no GPU is usable.
+#   VEMO_SKIP_SANITIZERS=1 scripts/test.sh   skips the sanitizer pass.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 scripts/build.sh
 ctest --test-dir build --output-on-failure -j "$(nproc)"
+
+if [ "${VEMO_SKIP_SANITIZERS:-0}" != "1" ]; then
+  echo "== unit tests under AddressSanitizer + UndefinedBehaviorSanitizer"
+  cmake -S . -B build-asan -DVEMO_SANITIZE=ON -DVEMO_BUILD_BENCH=OFF \
+        -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  cmake --build build-asan -j "$(nproc)"
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --test-dir build-asan --output-on-failure -j "$(nproc)" -LE gpu
+fi
