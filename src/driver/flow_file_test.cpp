@@ -1,0 +1,197 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "driver/optic_flow.h"
+#include "image/exceptions.h"
+
+namespace {
+
+std::string tempPath(const std::string& name) {
+  return testing::TempDir() + "vemo_flow_" + std::to_string(getpid()) + "_" + name;
+}
+
+std::string readBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void writeBytes(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string le32(uint32_t v) {
+  std::string s(4, '\0');
+  for (int i = 0; i < 4; ++i) s[i] = static_cast<char>((v >> (8 * i)) & 0xff);
+  return s;
+}
+
+std::string leFloat(float f) {
+  uint32_t bits;
+  std::memcpy(&bits, &f, 4);
+  return le32(bits);
+}
+
+float fromBits(uint32_t bits) {
+  float f;
+  std::memcpy(&f, &bits, 4);
+  return f;
+}
+
+uint32_t bitsOf(float f) {
+  uint32_t bits;
+  std::memcpy(&bits, &f, 4);
+  return bits;
+}
+
+bool exists(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0;
+}
+
+}  // namespace
+
+TEST(FlowFile, RoundTripLosesNoBitsAndReplacesOldContents) {
+  CTensor<float> flow(3, 2, 2);
+  const uint32_t patterns[12] = {0x7fc00123u, 0xffc00001u, 0x80000000u, 0x7f800000u,
+                                 0x4e6e6b28u /* 1e9 */, 0x00000001u, 0x3f800000u, 0xbf000000u,
+                                 0x7f7fffffu, 0x12345678u, 0xc2c80000u, 0x00000000u};
+  for (int i = 0; i < 12; ++i) flow.data[i] = fromBits(patterns[i]);
+  const std::string path = tempPath("roundtrip.flo");
+  COpticFlow::writeMiddlebury(flow, path.c_str());
+
+  CTensor<float> back(7, 5, 3, 1.0f);  // old contents of another shape
+  COpticFlow::readMiddlebury(path.c_str(), back);
+  ASSERT_EQ(back.xSize, 3);
+  ASSERT_EQ(back.ySize, 2);
+  ASSERT_EQ(back.zSize, 2);
+  for (int i = 0; i < 12; ++i) EXPECT_EQ(bitsOf(back.data[i]), patterns[i]) << "element " << i;
+  std::remove(path.c_str());
+}
+
+TEST(FlowFile, LayoutIsLittleEndianInterleavedRowByRow) {
+  // u = (1, 2), v = (3, 4) on a 2 x 1 field: the file holds 1, 3, 2, 4.
+  CTensor<float> flow(2, 1, 2);
+  flow.data[0] = 1;
+  flow.data[1] = 2;
+  flow.data[2] = 3;
+  flow.data[3] = 4;
+  const std::string path = tempPath("layout.flo");
+  COpticFlow::writeMiddlebury(flow, path.c_str());
+  EXPECT_EQ(readBytes(path), "PIEH" + le32(2) + le32(1) + leFloat(1) + leFloat(3) + leFloat(2) +
+                                 leFloat(4));
+
+  // Two rows: the second row's pair comes after the first row's.
+  CTensor<float> column(1, 2, 2);
+  column.data[0] = 5;   // u(0,0)
+  column.data[1] = 6;   // u(0,1)
+  column.data[2] = 7;   // v(0,0)
+  column.data[3] = 8;   // v(0,1)
+  COpticFlow::writeMiddlebury(column, path.c_str());
+  EXPECT_EQ(readBytes(path), "PIEH" + le32(1) + le32(2) + leFloat(5) + leFloat(7) + leFloat(6) +
+                                 leFloat(8));
+
+  // An empty tensor gives a 12-byte file that reads back as 0 x 0 x 2.
+  CTensor<float> empty;
+  COpticFlow::writeMiddlebury(empty, path.c_str());
+  EXPECT_EQ(readBytes(path), std::string("PIEH") + std::string(8, '\0'));
+  CTensor<float> back(2, 2, 2, 0.0f);
+  COpticFlow::readMiddlebury(path.c_str(), back);
+  EXPECT_EQ(back.xSize, 0);
+  EXPECT_EQ(back.ySize, 0);
+  EXPECT_EQ(back.zSize, 2);
+  EXPECT_EQ(back.data, nullptr);
+  std::remove(path.c_str());
+}
+
+TEST(FlowFile, WrongExtensionWarnsOnStdoutButStillWrites) {
+  CTensor<float> flow(1, 1, 2, 0.5f);
+  const char* bad[] = {"upper.FLO", "backup.flo.bak", "noextension"};
+  for (const char* name : bad) {
+    const std::string path = tempPath(name);
+    testing::internal::CaptureStdout();
+    COpticFlow::writeMiddlebury(flow, path.c_str());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), path + " should have extension '.flo'\n");
+    EXPECT_EQ(readBytes(path).size(), 20u) << name;
+    std::remove(path.c_str());
+  }
+  const std::string good = tempPath("good.flo");
+  testing::internal::CaptureStdout();
+  COpticFlow::writeMiddlebury(flow, good.c_str());
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  std::remove(good.c_str());
+}
+
+TEST(FlowFile, ReaderRejectsHeadersPromisingMoreThanTheFileHolds) {
+  const std::string path = tempPath("bad.flo");
+  const std::string cases[] = {
+      "PIEH" + le32(2),                                         // header cut short
+      "PIEH" + le32(2) + le32(2) + std::string(31, '\0'),       // one byte missing
+      "PIEH" + le32(0x7fffffff) + le32(0x7fffffff),             // huge, no data
+      "PIEH" + le32(0xffffffffu) + le32(0xffffffffu),           // -1 x -1: product is positive
+      "PIEH" + le32(0xfffffffeu) + le32(3) + std::string(64, '\0'),  // negative width
+  };
+  for (const std::string& bytes : cases) {
+    writeBytes(path, bytes);
+    CTensor<float> flow(1, 1, 2, 9.0f);
+    testing::internal::CaptureStderr();
+    EXPECT_THROW(COpticFlow::readMiddlebury(path.c_str(), flow), EInvalidFileFormat)
+        << bytes.size() << " bytes";
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(path), std::string::npos);
+    // The tensor is left as it was.
+    EXPECT_EQ(flow.xSize, 1);
+    EXPECT_EQ(flow.data[1], 9.0f);
+  }
+
+  // A wrong tag and trailing bytes are accepted silently.
+  writeBytes(path, "XXXX" + le32(1) + le32(1) + leFloat(2.5f) + leFloat(-1) + "trailing");
+  CTensor<float> flow;
+  testing::internal::CaptureStderr();
+  testing::internal::CaptureStdout();
+  COpticFlow::readMiddlebury(path.c_str(), flow);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  ASSERT_EQ(flow.xSize * flow.ySize * flow.zSize, 2);
+  EXPECT_EQ(flow.data[0], 2.5f);
+  EXPECT_EQ(flow.data[1], -1.0f);
+  std::remove(path.c_str());
+}
+
+TEST(FlowFile, UnopenableFilesPrintCouldNotOpenAndThrow) {
+  const std::string missing = tempPath("no_such_dir/flow.flo");
+  CTensor<float> flow(1, 1, 2, 0.0f);
+  testing::internal::CaptureStdout();
+  EXPECT_THROW(COpticFlow::readMiddlebury(missing.c_str(), flow), EFileNotFound);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Could not open " + missing + "\n");
+  testing::internal::CaptureStdout();
+  EXPECT_THROW(COpticFlow::writeMiddlebury(flow, missing.c_str()), EFileNotFound);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Could not open " + missing + "\n");
+  EXPECT_EQ(flow.xSize, 1);
+}
+
+TEST(FlowFile, FailedWritesThrowAndLeaveNoFileBehind) {
+  // A tensor with pixels but one plane has no v to write.
+  CTensor<float> onePlane(2, 2, 1, 0.0f);
+  const std::string path = tempPath("oneplane.flo");
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(COpticFlow::writeMiddlebury(onePlane, path.c_str()), ETensorIncompatibleSize);
+  EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+  EXPECT_FALSE(exists(path));
+
+  // A full device: the data cannot be flushed. The device itself must survive.
+  if (!exists("/dev/full")) GTEST_SKIP() << "/dev/full not available";
+  CTensor<float> flow(64, 64, 2, 1.0f);
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(COpticFlow::writeMiddlebury(flow, "/dev/full"), EFileWriteFailed);
+  testing::internal::GetCapturedStdout();
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("/dev/full"), std::string::npos);
+  EXPECT_TRUE(exists("/dev/full"));
+}
