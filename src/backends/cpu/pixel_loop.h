@@ -1,0 +1,32 @@
+// The CPU executor of per-pixel functions: one call per pixel of a
+// height x width region, rows split over OpenMP threads. Every pixel is
+// computed by the same function whatever thread runs it, so results do not
+// depend on the thread count.
+#pragma once
+
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+namespace vemo::cpu {
+
+template <class F>
+void forEachPixel(int height, int width, F&& f) {
+#pragma omp parallel for schedule(static)
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) f(x, y);
+}
+
+// Argument errors of the CPU stages: message on standard error, then throw.
+[[noreturn]] inline void refuseArguments(const std::string& message) {
+  std::cerr << message << std::endl;
+  throw std::invalid_argument(message);
+}
+
+inline void checkPlane(const char* stage, int height, int width, int pitch) {
+  if (height < 1 || width < 1 || pitch < width)
+    refuseArguments(std::string(stage) + ": invalid plane size " + std::to_string(width) + "x" +
+                    std::to_string(height) + " with pitch " + std::to_string(pitch));
+}
+
+}  // namespace vemo::cpu

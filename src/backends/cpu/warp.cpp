@@ -1,0 +1,17 @@
+#include "backends/cpu/warp.h"
+
+#include "backends/cpu/pixel_loop.h"
+#include "pixel/warp.h"
+
+namespace vemo::cpu {
+
+void gWarpMotion(float* outarray, const float* u, const float* v, const float* src, const float* First,
+                 int nChan, float* confidence, int height, int width, int pitch) {
+  checkPlane("gWarpMotion", height, width, pitch);
+  if (nChan < 1) refuseArguments("gWarpMotion: the image needs at least one channel, got " + std::to_string(nChan));
+  forEachPixel(height, width, [=](int x, int y) {
+    warpMotionAt(outarray, src, First, confidence, height, width, pitch, u, v, nChan, x, y);
+  });
+}
+
+}  // namespace vemo::cpu
