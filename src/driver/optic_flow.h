@@ -4,10 +4,7 @@
 #pragma once
 
 #include "image/tensor.h"
-
-// A flow file that could not be written completely. The message is printed
-// and the partial file removed before this is thrown.
-class EFileWriteFailed {};
+#include "image/write_error.h"
 
 class COpticFlow {
  public:

@@ -1,0 +1,22 @@
+// The stages of a flow run that follow presmoothing: upload of the frames,
+// descriptor matching, the coarse-to-fine variational solver and download
+// of the result. The pipeline driver calls this once per run.
+#pragma once
+
+#include "image/tensor.h"
+
+struct FlowParameters {
+  float alpha;               // smoothness weight
+  float beta;                // weight of the descriptor-matching term
+  float gamma;               // weight of gradient constancy
+  float eta;                 // pyramid scaling factor
+  int fixedPointIterations;  // outer iterations per level
+  int solverIterations;      // linear-solver iterations per outer iteration
+};
+
+// Computes the flow from frame1 to frame2 (already presmoothed; same width,
+// height and channel count, checked by the caller) into flow, which becomes
+// W x H x 2. Accumulates the transfer, matching and solver stretches in
+// timer_memcpy1, timer_HOG and timer_var.
+void computeFlowOnBackend(const CTensor<float>& frame1, const CTensor<float>& frame2,
+                          CTensor<float>& flow, const FlowParameters& params);

@@ -1,0 +1,63 @@
+// The flow pipeline driver: presmoothing on the host, then the backend
+// stages, then the five timing lines. Timers accumulate over the process
+// lifetime, so a second run prints sums over both runs.
+#include <cstdio>
+
+#include "common/timer.h"
+#include "driver/flow_stages.h"
+#include "driver/run_flow.h"
+#include "image/exceptions.h"
+#include "image/recursive_smooth.h"
+
+namespace {
+
+// The solver needs at least 2 x 2 pixels (central differences, a pyramid
+// level) and both frames on the same grid with the same channels.
+void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2) {
+  if (frame1.xSize != frame2.xSize || frame1.ySize != frame2.ySize ||
+      frame1.zSize != frame2.zSize) {
+    std::fprintf(stderr,
+                 "Exception ETensorIncompatibleSize: frames differ in size: %d x %d x %d and "
+                 "%d x %d x %d\n",
+                 frame1.xSize, frame1.ySize, frame1.zSize, frame2.xSize, frame2.ySize,
+                 frame2.zSize);
+    throw ETensorIncompatibleSize();
+  }
+  if (frame1.xSize < 2 || frame1.ySize < 2 || frame1.zSize < 1 || frame1.data == nullptr ||
+      frame2.data == nullptr) {
+    std::fprintf(stderr,
+                 "Exception ETensorIncompatibleSize: frames of %d x %d x %d are too small; at "
+                 "least 2 x 2 pixels and one channel are needed\n",
+                 frame1.xSize, frame1.ySize, frame1.zSize);
+    throw ETensorIncompatibleSize();
+  }
+}
+
+}  // namespace
+
+void runFlowGPU(CTensor<float>& frame1, CTensor<float>& frame2, CTensor<float>& flow, float sigma,
+                float alpha, float beta, float gamma, float eta, int fixedPointIterations,
+                int solverIterations) {
+  checkFrames(frame1, frame2);
+
+  vemo::stamp(start_total);
+  vemo::stamp(start_filter);
+  if (sigma > 0) {
+    NFilter::recursiveSmoothX(frame1, sigma);
+    NFilter::recursiveSmoothY(frame1, sigma);
+    NFilter::recursiveSmoothX(frame2, sigma);
+    NFilter::recursiveSmoothY(frame2, sigma);
+  }
+  vemo::closeStretch(start_filter, finish_filter, timer_filter);
+
+  const FlowParameters params{alpha, beta, gamma, eta, fixedPointIterations, solverIterations};
+  computeFlowOnBackend(frame1, frame2, flow, params);
+
+  vemo::closeStretch(start_total, finish_total, timer_total);
+
+  std::printf("Memcpy time = %f \n", timer_memcpy1);
+  std::printf("Filter time = %f \n", timer_filter);
+  std::printf("HOG time = %f \n", timer_HOG);
+  std::printf("Var time = %f \n", timer_var);
+  std::printf("Total time = %f \n", timer_total);
+}
