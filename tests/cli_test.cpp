@@ -1,0 +1,211 @@
+// Runs the vemo program as a process and checks exit status, standard
+// output and the files it writes.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "driver/optic_flow.h"
+#include "image/ppm_write.h"
+#include "image/synthetic.h"
+
+namespace {
+
+const std::string kVemo = VEMO_BINARY_DIR "/vemo";
+const int kWidth = 40;
+const int kHeight = 32;
+
+struct Result {
+  int status = -1;
+  std::string out, err;
+};
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += (c == '\'') ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+bool exists(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0;
+}
+
+// A fresh directory per test holding a small synthetic pair (frame1.ppm,
+// frame2.ppm, truth.flo).
+class CommandLine : public testing::Test {
+ protected:
+  void SetUp() override {
+    static int counter = 0;
+    dir_ = testing::TempDir() + "vemo_cli_" + std::to_string(getpid()) + "_" +
+           std::to_string(counter++);
+    ASSERT_EQ(mkdir(dir_.c_str(), 0755), 0);
+    CTensor<float> f1, f2, truth;
+    NSynthetic::makeShiftedPair(kWidth, kHeight, 1.5f, -0.5f, 7, f1, f2, truth);
+    NImageIO::writePPM(f1, path("frame1.ppm").c_str());
+    NImageIO::writePPM(f2, path("frame2.ppm").c_str());
+    COpticFlow::writeMiddlebury(truth, path("truth.flo").c_str());
+  }
+  void TearDown() override { std::system(("rm -rf " + quote(dir_)).c_str()); }
+
+  std::string path(const std::string& name) const { return dir_ + "/" + name; }
+
+  // Runs vemo with the given arguments from the test directory.
+  Result run(const std::vector<std::string>& args) const {
+    std::string cmd = "cd " + quote(dir_) + " && " + quote(kVemo);
+    for (const std::string& a : args) cmd += " " + quote(a);
+    cmd += " >" + quote(path("stdout.txt")) + " 2>" + quote(path("stderr.txt"));
+    Result r;
+    const int raw = std::system(cmd.c_str());
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    r.out = slurp(path("stdout.txt"));
+    r.err = slurp(path("stderr.txt"));
+    std::remove(path("stdout.txt").c_str());
+    std::remove(path("stderr.txt").c_str());
+    return r;
+  }
+
+  std::string dir_;
+};
+
+const char* const kUsageBody =
+    "The program reads frame1 and frame2 and computes the Optical Flow using the VEMO algorithm. "
+    "It then outputs the flow in .flo format as frame1.ppm.flo. The program takes 2, 9 or 10 "
+    "arguments.\n"
+    "frame1 - Frame 1 in ppm format (required)\n"
+    "frame2 - Frame 2 in ppm format (required)\n"
+    "sigma - std. deviation for Gaussian filter for presmoothing (optional) - default 0.8\n"
+    "alpha - smoothness of flow field (optional) - default 30\n"
+    "beta  - influence of descriptor matching (optional) - default 300\n"
+    "gamma - influence of gradient constancy assumption (optional) - default 5\n"
+    "eta   - scaling factor (optional) - default 0.95\n"
+    "fixed pt iters - Number of iterations for fixed point loop (optional) - default 5\n"
+    "lin solve iters - Number of iterations for linear solver (Preconditioned conjugate "
+    "gradient) (optional) - default 10\n"
+    "reference flow - Groundth truth flow (for computing AAE) in flo format (optional)\n";
+
+// The pipeline's five lines end the output of a computing run.
+const std::regex kTimingTail(
+    R"(Memcpy time = \d+\.\d{6} \nFilter time = \d+\.\d{6} \nHOG time = \d+\.\d{6} \n)"
+    R"(Var time = \d+\.\d{6} \nTotal time = \d+\.\d{6} \n$)");
+
+const std::vector<std::string> kSevenParameters = {"0.8", "30", "300", "5", "0.95", "2", "3"};
+
+}  // namespace
+
+TEST_F(CommandLine, UsageForNoOrOneArgumentOpensNoFile) {
+  const std::string usageLine =
+      "Usage : " + kVemo +
+      " <frame1(.ppm)> <frame2(.ppm)> [<sigma> <alpha> <beta> <gamma> <eta> <fixed pt iters> "
+      "<lin solve iters> [<reference flow>]]\n";
+  for (const auto& args : {std::vector<std::string>{}, std::vector<std::string>{"missing.ppm"}}) {
+    const Result r = run(args);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, usageLine + kUsageBody);
+    EXPECT_EQ(r.err, "");
+  }
+  EXPECT_FALSE(exists(path("missing.ppmVEMO.flo")));
+}
+
+TEST_F(CommandLine, TwoArgumentsWriteFullFlowNamedAfterFrameOne) {
+  const Result r = run({"frame1.ppm", "frame2.ppm"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(std::regex_search(r.out, kTimingTail)) << r.out;
+  EXPECT_EQ(r.out.find("AAE"), std::string::npos);
+  CTensor<float> flow;
+  COpticFlow::readMiddlebury(path("frame1.ppmVEMO.flo").c_str(), flow);
+  EXPECT_EQ(flow.xSize, kWidth);
+  EXPECT_EQ(flow.ySize, kHeight);
+  EXPECT_EQ(flow.zSize, 2);
+}
+
+TEST_F(CommandLine, RejectedCountsStillReadFramesAndWriteEmptyFlow) {
+  const std::string emptyFlo = std::string("PIEH") + std::string(8, '\0');
+  std::vector<std::string> args = {"frame1.ppm", "frame2.ppm"};
+  for (int extra = 1; extra <= 6; ++extra) {  // 3 to 8 arguments
+    args.push_back(kSevenParameters[extra - 1]);
+    std::remove(path("frame1.ppmVEMO.flo").c_str());
+    const Result r = run(args);
+    EXPECT_EQ(r.status, 0) << args.size() << " arguments";
+    EXPECT_EQ(r.out, "Run " + kVemo + " for usage  \n");
+    EXPECT_EQ(slurp(path("frame1.ppmVEMO.flo")), emptyFlo);
+  }
+  // Both frames are read first: a missing frame 2 fails even here.
+  const Result r = run({"frame1.ppm", "nothere.ppm", "0.8"});
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.err.find("File not found: nothere.ppm"), std::string::npos) << r.err;
+}
+
+TEST_F(CommandLine, NineArgumentsComputeFlowWithoutEvaluation) {
+  std::vector<std::string> args = {"frame1.ppm", "frame2.ppm"};
+  args.insert(args.end(), kSevenParameters.begin(), kSevenParameters.end());
+  const Result r = run(args);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(std::regex_search(r.out, kTimingTail)) << r.out;
+  EXPECT_EQ(slurp(path("frame1.ppmVEMO.flo")).size(), 12u + 8u * kWidth * kHeight);
+}
+
+TEST_F(CommandLine, ReferenceFlowIsReadFromTheNinthArgument) {
+  // All reference vectors unknown: the error is 0 whatever the flow.
+  CTensor<float> unknown(kWidth, kHeight, 2, 1e9f);
+  COpticFlow::writeMiddlebury(unknown, path("unknown.flo").c_str());
+  std::vector<std::string> args = {"frame1.ppm", "frame2.ppm", "0.8", "30", "300", "5", "0.95",
+                                   "2", "unknown.flo", "truth.flo"};
+  Result r = run(args);
+  EXPECT_EQ(r.status, 0) << r.err;
+  ASSERT_GE(r.out.size(), 16u);
+  EXPECT_EQ(r.out.substr(r.out.size() - 16), "AAE = 0.000000 \n");
+  EXPECT_TRUE(std::regex_search(r.out.substr(0, r.out.size() - 16), kTimingTail)) << r.out;
+
+  // The tenth argument is never read; the ninth names a file that is absent.
+  args[8] = "10";
+  r = run(args);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("Could not open 10\n"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("AAE"), std::string::npos);
+
+  // A real reference gives a finite error in the expected format.
+  args[8] = "truth.flo";
+  args[9] = "ignored";
+  r = run(args);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(std::regex_search(r.out, std::regex(R"(AAE = \d+\.\d{6} \n$)"))) << r.out;
+}
+
+TEST_F(CommandLine, UnreadableInputsAndUnwritableOutputFailWithStatusOne) {
+  Result r = run({"nothere.ppm", "frame2.ppm"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("File not found: nothere.ppm"), std::string::npos) << r.err;
+  EXPECT_FALSE(exists(path("nothere.ppmVEMO.flo")));
+
+  std::ofstream(path("text.ppm")) << "P3\n2 2\n255\n0 0 0 0 0 0 0 0 0 0 0 0\n";
+  r = run({"text.ppm", "frame2.ppm"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("EInvalidFileFormat"), std::string::npos) << r.err;
+
+  // A directory in place of the output file cannot be opened for writing,
+  // even by a privileged user.
+  ASSERT_EQ(mkdir(path("frame1.ppmVEMO.flo").c_str(), 0755), 0);
+  r = run({"frame1.ppm", "frame2.ppm"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("Could not open frame1.ppmVEMO.flo\n"), std::string::npos) << r.out;
+
+  // Frames of different sizes are refused before any flow is computed.
+  CTensor<float> small(8, 8, 3, 100.0f);
+  NImageIO::writePPM(small, path("small.ppm").c_str());
+  r = run({"frame1.ppm", "small.ppm"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("differ in size"), std::string::npos) << r.err;
+}
