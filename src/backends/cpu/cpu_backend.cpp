@@ -1,0 +1,121 @@
+#include "backends/cpu/cpu_backend.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "backends/cpu/convolve.h"
+#include "backends/cpu/elementwise.h"
+#include "backends/cpu/motion_tensor.h"
+#include "backends/cpu/resample.h"
+#include "backends/cpu/row_parallel.h"
+#include "backends/cpu/warp.h"
+
+namespace vemo {
+
+namespace {
+constexpr std::size_t kAlignmentBytes = 64;
+
+[[noreturn]] void fail(const std::string& message) {
+  std::fprintf(stderr, "%s\n", message.c_str());
+  throw BackendError(message);
+}
+}  // namespace
+
+CpuBackend::CpuBackend(int pitchAlignment, int extraPitch)
+    : pitchAlignment_(pitchAlignment), extraPitch_(extraPitch) {
+  if (pitchAlignment < 1 || extraPitch < 0)
+    fail("CpuBackend: invalid pitch alignment " + std::to_string(pitchAlignment) + " or extra pitch " +
+         std::to_string(extraPitch));
+}
+
+Buffer CpuBackend::allocate(std::size_t floats) {
+  // Round up to whole alignment units; never zero bytes.
+  const std::size_t bytes = ((floats * sizeof(float) + kAlignmentBytes - 1) / kAlignmentBytes + 1) * kAlignmentBytes;
+  if (floats > (static_cast<std::size_t>(-1) / 2) / sizeof(float)) fail("CpuBackend: allocation size overflows");
+  void* p = std::aligned_alloc(kAlignmentBytes, bytes);
+  if (p == nullptr) fail("CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes");
+  // Zero-filled so that no run ever depends on leftover memory.
+  std::memset(p, 0, bytes);
+  return Buffer(this, static_cast<float*>(p), floats);
+}
+
+void CpuBackend::release(float* data) noexcept { std::free(data); }
+
+int CpuBackend::pitchFor(int width) const {
+  if (width < 1) fail("CpuBackend: invalid image width " + std::to_string(width));
+  const long aligned = (static_cast<long>(width) + pitchAlignment_ - 1) / pitchAlignment_ * pitchAlignment_;
+  const long pitch = aligned + extraPitch_;
+  if (pitch > 0x7fffffffL) fail("CpuBackend: image width " + std::to_string(width) + " too large");
+  return static_cast<int>(pitch);
+}
+
+void CpuBackend::upload(float* dst, int dstPitch, const float* src, int width, int rows) {
+  cpu::parallelRows(rows, width, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y)
+      std::memcpy(dst + static_cast<std::size_t>(y) * dstPitch, src + static_cast<std::size_t>(y) * width,
+                  width * sizeof(float));
+  });
+}
+
+void CpuBackend::download(float* dst, const float* src, int srcPitch, int width, int rows) {
+  cpu::parallelRows(rows, width, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y)
+      std::memcpy(dst + static_cast<std::size_t>(y) * width, src + static_cast<std::size_t>(y) * srcPitch,
+                  width * sizeof(float));
+  });
+}
+
+void CpuBackend::copy(float* dst, const float* src, std::size_t floats) {
+  if (floats > 0) std::memmove(dst, src, floats * sizeof(float));
+}
+
+void CpuBackend::clear(float* dst, std::size_t floats) {
+  if (floats > 0) std::memset(dst, 0, floats * sizeof(float));
+}
+
+void CpuBackend::scale(float* arr, int height, int width, int pitch, float scale) {
+  cpu::Scale(arr, height, width, pitch, scale);
+}
+
+void CpuBackend::setValue(float* a, int height, int width, int pitch, float val) {
+  cpu::setValue(a, height, width, pitch, val);
+}
+
+void CpuBackend::add(float* acc, const float* b, int height, int width, int pitch) {
+  cpu::Add(acc, b, height, width, pitch);
+}
+
+void CpuBackend::convolveX(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                           int length) {
+  cpu::gConvolveX(out, in, height, width, pitch, mask, length);
+}
+
+void CpuBackend::convolveY(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                           int length) {
+  cpu::gConvolveY(out, in, height, width, pitch, mask, length);
+}
+
+void CpuBackend::downsample(const float* arr, int height, int width, int pitch, float* out, int newheight,
+                            int newwidth, int newpitch, const float* conf) {
+  cpu::downsample(arr, height, width, pitch, out, newheight, newwidth, newpitch, conf);
+}
+
+void CpuBackend::interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height,
+                             int width, int pitch, float scaleFactor) {
+  cpu::gInterpolate(out, oheight, owidth, opitch, src, height, width, pitch, scaleFactor);
+}
+
+void CpuBackend::warpMotion(float* out, const float* u, const float* v, const float* src, const float* first,
+                            int nChan, float* confidence, int height, int width, int pitch) {
+  cpu::gWarpMotion(out, u, v, src, first, nChan, confidence, height, width, pitch);
+}
+
+void CpuBackend::makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
+                        int height, int width, int pitch, int nChan) {
+  cpu::MakeST(frame1, warped, ST, ST2, conf, height, width, pitch, nChan);
+}
+
+}  // namespace vemo

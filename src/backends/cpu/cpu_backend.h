@@ -1,0 +1,96 @@
+// The multithreaded CPU executor of the device-path stages.
+//
+// Images live in 64-byte aligned host memory laid out exactly like device
+// images. Loops run over rows with OpenMP; each pixel is computed by the same
+// per-pixel function whatever thread runs it, and every reduction is split
+// into fixed chunks (one image row each) combined in a fixed order, so the
+// results are identical for any thread count.
+#pragma once
+
+#include <vector>
+
+#include "gpu/backend.h"
+
+namespace vemo {
+
+class CpuBackend : public Backend {
+ public:
+  // Rows are padded to a multiple of `pitchAlignment` floats, plus
+  // `extraPitch` floats (tests use it to exercise padding that is not a
+  // multiple of the vector width).
+  explicit CpuBackend(int pitchAlignment = 16, int extraPitch = 0);
+
+  const char* name() const override { return "cpu"; }
+
+  Buffer allocate(std::size_t floats) override;
+  int pitchFor(int width) const override;
+  void upload(float* dst, int dstPitch, const float* src, int width, int rows) override;
+  void download(float* dst, const float* src, int srcPitch, int width, int rows) override;
+  void copy(float* dst, const float* src, std::size_t floats) override;
+  void clear(float* dst, std::size_t floats) override;
+  void synchronize() override {}
+
+  void scale(float* arr, int height, int width, int pitch, float scale) override;
+  void setValue(float* a, int height, int width, int pitch, float val) override;
+  void add(float* acc, const float* b, int height, int width, int pitch) override;
+
+  void convolveX(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                 int length) override;
+  void convolveY(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                 int length) override;
+  void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight, int newwidth,
+                  int newpitch, const float* conf) override;
+  void interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height, int width,
+                   int pitch, float scaleFactor) override;
+  void warpMotion(float* out, const float* u, const float* v, const float* src, const float* first, int nChan,
+                  float* confidence, int height, int width, int pitch) override;
+  void makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf, int height,
+              int width, int pitch, int nChan) override;
+
+  void gradientX(float* diffX, const float* grad, const float* channel, int height, int width,
+                 int pitch) override;
+  void gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
+                 int pitch) override;
+  void normalize(float* x, int height, int width, int pitch) override;
+
+  void dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height, int width,
+                  int pitch) override;
+  void gradientFactor(const float* ST2, const float* du, const float* dv, float* dPsiGradient, int height,
+                      int width, int pitch, float gamma) override;
+  void matchFactor(const float* u, const float* v, const float* du, const float* dv, const float* geoU,
+                   const float* geoV, const float* geoConf, float* dPsiMatch, float* matchU, float* matchV,
+                   int hypos, int height, int width, int pitch, float beta) override;
+  void makeMatrix(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
+                  const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
+                  const float* matchV, const float* u, const float* v, const float* diffX, const float* diffY,
+                  int height, int width, int pitch, float alpha) override;
+  void assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU, const float* geoV,
+                      const float* geoConf, int height, int width, int pitch, float alpha, float beta,
+                      float gamma) override;
+
+  void residual(const float* A, const float* rhs, const float* du, const float* dv, int height, int width,
+                int pitch, float* residual) override;
+  void product(const float* A, const float* du, const float* dv, int height, int width, int pitch,
+               float* res) override;
+  void blockJacobi(const float* A, const float* x, float* y, int height, int width, int pitch) override;
+  void saxpy2(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2, float alpha2, int height,
+              int width, int pitch) override;
+  void scaleAndAdd(float* acc, const float* b, float scale, int height, int width, int pitch) override;
+  float dot(const float* x, const float* y, int rows, int width, int pitch) override;
+  float productDot(const float* A, const float* p, float* q, int height, int width, int pitch) override;
+  float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
+                           int height, int width, int pitch) override;
+
+  void release(float* data) noexcept override;
+
+ private:
+  // Per-row partial sums of the reductions, grown on demand, never shrunk.
+  double* partials(int rows);
+  float combinePartials(int rows) const;
+
+  int pitchAlignment_;
+  int extraPitch_;
+  std::vector<double> partials_;
+};
+
+}  // namespace vemo

@@ -1,0 +1,137 @@
+// The CPU backend's stages of the variational solver: diffusivity, assembly
+// and the conjugate-gradient passes.
+#include <cstddef>
+
+#include "backends/cpu/cpu_backend.h"
+#include "backends/cpu/pixel_loop.h"
+#include "backends/cpu/row_parallel.h"
+#include "backends/cpu/solver_rows.h"
+#include "gpu/scratch.h"
+#include "pixel/robust_factors.h"
+#include "pixel/system_matrix.h"
+
+namespace vemo {
+
+using cpu::parallelRows;
+
+double* CpuBackend::partials(int rows) {
+  if (partials_.size() < static_cast<std::size_t>(rows)) partials_.resize(rows);
+  return partials_.data();
+}
+
+// Row partials added in row order in double precision, rounded once.
+float CpuBackend::combinePartials(int rows) const {
+  double sum = 0.0;
+  for (int r = 0; r < rows; ++r) sum += partials_[r];
+  return static_cast<float>(sum);
+}
+
+void CpuBackend::gradientX(float* diffX, const float* grad, const float* channel, int height, int width,
+                           int pitch) {
+  parallelRows(height, width, [&](int y0, int y1) { cpu::gradientXRows(diffX, grad, channel, height, width, pitch, y0, y1); });
+}
+
+void CpuBackend::gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
+                           int pitch) {
+  parallelRows(height, width, [&](int y0, int y1) { cpu::gradientYRows(diffY, grad, channel, height, width, pitch, y0, y1); });
+}
+
+void CpuBackend::normalize(float* x, int height, int width, int pitch) {
+  parallelRows(height, width, [&](int y0, int y1) { cpu::normalizeRows(x, width, pitch, y0, y1); });
+}
+
+void CpuBackend::dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height,
+                            int width, int pitch) {
+  const int plane = pitch * height;
+  cpu::forEachPixel(height, width, [&](int x, int y) { DataFactor_kernel(ST, du, dv, dPsiData, y * pitch + x, plane); });
+}
+
+void CpuBackend::gradientFactor(const float* ST2, const float* du, const float* dv, float* dPsiGradient,
+                                int height, int width, int pitch, float gamma) {
+  const int plane = pitch * height;
+  cpu::forEachPixel(height, width, [&](int x, int y) {
+    GradientFactor_kernel(ST2, du, dv, dPsiGradient, y * pitch + x, plane, gamma);
+  });
+}
+
+void CpuBackend::matchFactor(const float* u, const float* v, const float* du, const float* dv, const float* geoU,
+                             const float* geoV, const float* geoConf, float* dPsiMatch, float* matchU,
+                             float* matchV, int hypos, int height, int width, int pitch, float beta) {
+  const int plane = pitch * height;
+  cpu::forEachPixel(height, width, [&](int x, int y) {
+    MatchFactor_kernel(u, v, du, dv, geoU, geoV, geoConf, dPsiMatch, matchU, matchV, hypos, y * pitch + x, plane,
+                       beta);
+  });
+}
+
+void CpuBackend::makeMatrix(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
+                            const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
+                            const float* matchV, const float* u, const float* v, const float* diffX,
+                            const float* diffY, int height, int width, int pitch, float alpha) {
+  cpu::forEachPixel(height, width, [&](int x, int y) {
+    MakeMatrix_kernel(devMatrix, b, dPsiData, dPsiGradient, dPsiMatch, ST, ST2, matchU, matchV, u, v, diffX, diffY,
+                      x, y, height, width, pitch, alpha);
+  });
+}
+
+// The three weights and the matrix row of a pixel depend on no other pixel's
+// weights, so one pass computes them all.
+void CpuBackend::assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
+                                const float* geoV, const float* geoConf, int height, int width, int pitch,
+                                float alpha, float beta, float gamma) {
+  const std::size_t plane = static_cast<std::size_t>(pitch) * height;
+  const cpu::AssemblyPlanes a{fp.ST,       fp.ST2,        fp.du,       fp.du + plane, u,         v,
+                              geoU,        geoV,          geoConf,     fp.diffX,      fp.diffY,  fp.dPsiData,
+                              fp.dPsiGradient, fp.dPsiMatch, fp.matchU, fp.matchV,   fp.devMatrix, fp.b};
+  parallelRows(height, width,
+               [&](int y0, int y1) { cpu::assembleRows(a, height, width, pitch, alpha, beta, gamma, y0, y1); });
+}
+
+void CpuBackend::residual(const float* A, const float* rhs, const float* du, const float* dv, int height, int width,
+                          int pitch, float* residual) {
+  parallelRows(height, width,
+               [&](int y0, int y1) { cpu::residualRows(A, rhs, du, dv, height, width, pitch, residual, y0, y1); });
+}
+
+void CpuBackend::product(const float* A, const float* du, const float* dv, int height, int width, int pitch,
+                         float* res) {
+  parallelRows(height, width, [&](int y0, int y1) { cpu::productRows(A, du, dv, height, width, pitch, res, y0, y1); });
+}
+
+void CpuBackend::blockJacobi(const float* A, const float* x, float* y, int height, int width, int pitch) {
+  parallelRows(height, width, [&](int y0, int y1) { cpu::blockJacobiRows(A, x, y, height, width, pitch, y0, y1); });
+}
+
+void CpuBackend::saxpy2(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2, float alpha2,
+                        int height, int width, int pitch) {
+  parallelRows(height, width,
+               [&](int y0, int y1) { cpu::saxpy2Rows(acc1, b1, alpha1, acc2, b2, alpha2, width, pitch, y0, y1); });
+}
+
+void CpuBackend::scaleAndAdd(float* acc, const float* b, float scale, int height, int width, int pitch) {
+  parallelRows(height, width, [&](int y0, int y1) { cpu::scaleAndAddRows(acc, b, scale, width, pitch, y0, y1); });
+}
+
+float CpuBackend::dot(const float* x, const float* y, int rows, int width, int pitch) {
+  double* part = partials(rows);
+  parallelRows(rows, width, [&](int y0, int y1) { cpu::dotRows(x, y, width, pitch, part, y0, y1); });
+  return combinePartials(rows);
+}
+
+float CpuBackend::productDot(const float* A, const float* p, float* q, int height, int width, int pitch) {
+  double* part = partials(2 * height);
+  parallelRows(height, width,
+               [&](int y0, int y1) { cpu::productDotRows(A, p, q, height, width, pitch, part, y0, y1); });
+  return combinePartials(2 * height);
+}
+
+float CpuBackend::updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,
+                                     float* z, int height, int width, int pitch) {
+  double* part = partials(2 * height);
+  parallelRows(height, width, [&](int y0, int y1) {
+    cpu::updatePreconditionRows(A, du, p, r, q, a, z, height, width, pitch, part, y0, y1);
+  });
+  return combinePartials(2 * height);
+}
+
+}  // namespace vemo

@@ -1,0 +1,195 @@
+// The executor behind the device-path stages.
+//
+// The control flow of the variational solver (pyramid, fixed-point loop,
+// conjugate gradient, diffusivity) is written once against this interface;
+// a backend only supplies memory and the per-pixel stages. All images are
+// pitched float planes in the backend's memory: element (x, y) of a plane at
+// y * pitch + x, the pitch counted in floats, a k-plane image storing its
+// planes one after another at a stride of pitch * height floats. Size
+// arguments come in the order height, width, pitch (then channels), as in the
+// stage functions of src/pixel/ that every backend executes.
+//
+// Pointers handed to the stage operations are addresses inside buffers that
+// this backend allocated (host memory for the CPU backend, device memory for
+// the CUDA backend). Failures (allocation, an invalid argument) are reported
+// by the backend itself: it prints a message to standard error and throws
+// BackendError.
+#pragma once
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace vemo {
+
+class Backend;
+struct FPtmp;
+
+// Thrown after a backend has printed what went wrong.
+class BackendError : public std::runtime_error {
+ public:
+  explicit BackendError(const std::string& what) : std::runtime_error(what) {}
+};
+
+// A run of floats in a backend's memory, freed by that backend when the
+// handle dies. Move-only; the destructor never throws.
+class Buffer {
+ public:
+  Buffer() = default;
+  Buffer(Backend* owner, float* data, std::size_t floats) : owner_(owner), data_(data), floats_(floats) {}
+  Buffer(const Buffer&) = delete;
+  Buffer& operator=(const Buffer&) = delete;
+  Buffer(Buffer&& other) noexcept { swap(other); }
+  Buffer& operator=(Buffer&& other) noexcept {
+    if (this != &other) {
+      reset();
+      swap(other);
+    }
+    return *this;
+  }
+  ~Buffer() { reset(); }
+
+  float* data() const { return data_; }
+  std::size_t floats() const { return floats_; }
+  explicit operator bool() const { return data_ != nullptr; }
+  void reset() noexcept;
+
+ private:
+  void swap(Buffer& other) noexcept {
+    std::swap(owner_, other.owner_);
+    std::swap(data_, other.data_);
+    std::swap(floats_, other.floats_);
+  }
+  Backend* owner_ = nullptr;
+  float* data_ = nullptr;
+  std::size_t floats_ = 0;
+};
+
+// Two single-precision dot products returned by one fused pass.
+struct DotPair {
+  float first = 0.0f;
+  float second = 0.0f;
+};
+
+class Backend {
+ public:
+  virtual ~Backend() = default;
+  virtual const char* name() const = 0;
+
+  // ---- memory -------------------------------------------------------------
+  // A buffer of `floats` floats. Contents are unspecified; clear() it where
+  // zeros matter.
+  virtual Buffer allocate(std::size_t floats) = 0;
+  // The pitch (in floats) that every image of this width uses. One width
+  // gives one pitch, so a run's full-size images share a pitch and so do the
+  // images of one pyramid level.
+  virtual int pitchFor(int width) const = 0;
+  // Dense host rows (width floats each, `rows` rows) into pitched rows.
+  virtual void upload(float* dst, int dstPitch, const float* src, int width, int rows) = 0;
+  // Pitched rows into dense host rows.
+  virtual void download(float* dst, const float* src, int srcPitch, int width, int rows) = 0;
+  // Backend to backend, `floats` contiguous floats.
+  virtual void copy(float* dst, const float* src, std::size_t floats) = 0;
+  virtual void clear(float* dst, std::size_t floats) = 0;
+  // Waits until every operation issued so far has finished.
+  virtual void synchronize() = 0;
+
+  // ---- element-wise -------------------------------------------------------
+  virtual void scale(float* arr, int height, int width, int pitch, float scale) = 0;
+  virtual void setValue(float* a, int height, int width, int pitch, float val) = 0;
+  virtual void add(float* acc, const float* b, int height, int width, int pitch) = 0;
+
+  // ---- filtering, resampling, warping, motion tensors --------------------
+  // One-dimensional correlation with a host mask of odd length.
+  virtual void convolveX(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                         int length) = 0;
+  virtual void convolveY(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                         int length) = 0;
+  // Area average of one plane; weighted by `conf` when it is not null.
+  virtual void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight,
+                          int newwidth, int newpitch, const float* conf) = 0;
+  // Bilinear enlargement of `src` (height x width) into `out`.
+  virtual void interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height,
+                           int width, int pitch, float scaleFactor) = 0;
+  // Backward warp of `src` by (u, v) with the in-image mask `confidence`.
+  virtual void warpMotion(float* out, const float* u, const float* v, const float* src, const float* first,
+                          int nChan, float* confidence, int height, int width, int pitch) = 0;
+  // Adds the brightness and gradient constancy tensors (six planes each).
+  virtual void makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
+                      int height, int width, int pitch, int nChan) = 0;
+
+  // ---- diffusivity --------------------------------------------------------
+  // diffX(x, y) += squared gradient of `channel` on the edge to (x + 1, y);
+  // `grad` is the vertical derivative of `channel`.
+  virtual void gradientX(float* diffX, const float* grad, const float* channel, int height, int width,
+                         int pitch) = 0;
+  // diffY(x, y) += squared gradient on the edge to (x, y + 1); `grad` is the
+  // horizontal derivative of `channel`.
+  virtual void gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
+                         int pitch) = 0;
+  // x <- 1 / sqrt(x + 1e-6).
+  virtual void normalize(float* x, int height, int width, int pitch) = 0;
+
+  // ---- robust weights and assembly ---------------------------------------
+  virtual void dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height,
+                          int width, int pitch) = 0;
+  virtual void gradientFactor(const float* ST2, const float* du, const float* dv, float* dPsiGradient,
+                              int height, int width, int pitch, float gamma) = 0;
+  virtual void matchFactor(const float* u, const float* v, const float* du, const float* dv, const float* geoU,
+                           const float* geoV, const float* geoConf, float* dPsiMatch, float* matchU,
+                           float* matchV, int hypos, int height, int width, int pitch, float beta) = 0;
+  virtual void makeMatrix(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
+                          const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
+                          const float* matchV, const float* u, const float* v, const float* diffX,
+                          const float* diffY, int height, int width, int pitch, float alpha) = 0;
+
+  // ---- conjugate gradient -------------------------------------------------
+  // Solver vectors are two planes (du part, dv part) of pitch * height floats.
+  // residual = rhs - A (du, dv)
+  virtual void residual(const float* A, const float* rhs, const float* du, const float* dv, int height,
+                        int width, int pitch, float* residual) = 0;
+  // res = A (du, dv)
+  virtual void product(const float* A, const float* du, const float* dv, int height, int width, int pitch,
+                       float* res) = 0;
+  // y = block-Jacobi(x): each pixel's 2 x 2 diagonal block inverted.
+  virtual void blockJacobi(const float* A, const float* x, float* y, int height, int width, int pitch) = 0;
+  // Over `height` rows (twice the level's height for a two-plane vector):
+  // acc1 += alpha1 * b1; acc2 += alpha2 * b2.
+  virtual void saxpy2(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2, float alpha2,
+                      int height, int width, int pitch) = 0;
+  // acc = acc * scale + b over `height` rows.
+  virtual void scaleAndAdd(float* acc, const float* b, float scale, int height, int width, int pitch) = 0;
+  // Sum of x[i] * y[i] over the first `width` floats of `rows` rows of
+  // `pitch` floats, returned in single precision. A backend may include the
+  // padding columns, which the solver keeps at zero. It must give the same
+  // value for the same data on every call, whatever its degree of
+  // parallelism.
+  virtual float dot(const float* x, const float* y, int rows, int width, int pitch) = 0;
+
+  // Fused passes of the solver. The defaults compose the operations above;
+  // a backend may override them with single passes over memory as long as
+  // the results are those of the composition.
+  //
+  // The four assembly stages in their order, at the increment (du, dv).
+  virtual void assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
+                              const float* geoV, const float* geoConf, int height, int width, int pitch,
+                              float alpha, float beta, float gamma);
+  // q = A p; returns p . q (over both planes).
+  virtual float productDot(const float* A, const float* p, float* q, int height, int width, int pitch);
+  // du += a p, r -= a q, z = block-Jacobi(r); returns r . z.
+  virtual float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,
+                                   float* z, int height, int width, int pitch);
+
+  // Called by Buffer: frees memory that allocate() returned. Never throws.
+  virtual void release(float* data) noexcept = 0;
+};
+
+inline void Buffer::reset() noexcept {
+  if (owner_ != nullptr && data_ != nullptr) owner_->release(data_);
+  owner_ = nullptr;
+  data_ = nullptr;
+  floats_ = 0;
+}
+
+}  // namespace vemo

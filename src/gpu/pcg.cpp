@@ -1,0 +1,42 @@
+#include "gpu/pcg.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+
+namespace vemo {
+
+int gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, float* dv, int height, int width,
+         int pitch, int iterations, const CGtmp& tmp) {
+  const std::size_t plane = static_cast<std::size_t>(pitch) * height;
+  if (dv != du + plane) {
+    std::fprintf(stderr, "gPCG: dv must start one plane (%zu floats) after du\n", plane);
+    throw BackendError("gPCG: du and dv are not consecutive planes");
+  }
+  const int rows = 2 * height;
+  backend.clear(tmp.r, 2 * plane);
+  backend.clear(tmp.z, 2 * plane);
+  backend.clear(tmp.p, 2 * plane);
+  backend.clear(tmp.q, 2 * plane);
+  backend.residual(devMatrix, b, du, dv, height, width, pitch, tmp.r);
+  backend.blockJacobi(devMatrix, tmp.r, tmp.z, height, width, pitch);
+  backend.copy(tmp.p, tmp.z, 2 * plane);
+
+  // r . z of the current residual. The update pass returns the next one, so
+  // each iteration needs two reductions: p . q and the new r . z.
+  float rz = backend.dot(tmp.r, tmp.z, rows, width, pitch);
+  int k = 0;
+  for (; k < iterations; ++k) {
+    if (std::fabs(static_cast<double>(rz)) < kPcgTolerance) break;
+    const float pq = backend.productDot(devMatrix, tmp.p, tmp.q, height, width, pitch);
+    const float a = rz / pq;
+    const float rzNext = backend.updatePrecondition(devMatrix, du, tmp.p, tmp.r, tmp.q, a, tmp.z, height, width,
+                                                    pitch);
+    const float beta = rzNext / rz;
+    backend.scaleAndAdd(tmp.p, tmp.z, beta, rows, width, pitch);
+    rz = rzNext;
+  }
+  return k;
+}
+
+}  // namespace vemo

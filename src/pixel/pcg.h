@@ -1,0 +1,123 @@
+// Per-pixel rows of the conjugate-gradient solver for the system of
+// system_matrix.h. A solver vector is two planes (du part, dv part) of
+// `plane` = pitch * height floats.
+//
+// The product and the residual read the four neighbours straight from the
+// vectors under the same border conditions (y > 0, x > 0, x < width - 1,
+// y < height - 1) that decide which couplings exist; a tiled executor that
+// stages the vectors with a one-pixel halo reads the same values, so the
+// results do not depend on how pixels are grouped.
+#pragma once
+
+#include <cmath>
+
+#include "common/hd.h"
+#include "pixel/system_matrix.h"
+
+namespace vemo {
+
+// (A (du, dv)) at pixel (x, y): the 2 x 2 block (one product and one fused
+// multiply-add per row), then the neighbours north, west, east, south with
+// the same coupling for both components.
+VEMO_INLINE void productRow(const float* A, const float* du, const float* dv, int x, int y, int height, int width,
+                            int pitch, float& ru, float& rv) {
+  const int plane = pitch * height;
+  const int i = y * pitch + x;
+  const float a11 = A[i + kA11 * plane], a12 = A[i + kA12Product * plane], a22 = A[i + kA22 * plane];
+  const float u0 = du[i], v0 = dv[i];
+  ru = fmaf(a12, v0, a11 * u0);
+  rv = fmaf(a22, v0, a12 * u0);
+  if (y > 0) {
+    const float c = A[i + kNorth * plane];
+    ru = fmaf(c, du[i - pitch], ru);
+    rv = fmaf(c, dv[i - pitch], rv);
+  }
+  if (x > 0) {
+    const float c = A[i + kWest * plane];
+    ru = fmaf(c, du[i - 1], ru);
+    rv = fmaf(c, dv[i - 1], rv);
+  }
+  if (x < width - 1) {
+    const float c = A[i + kEast * plane];
+    ru = fmaf(c, du[i + 1], ru);
+    rv = fmaf(c, dv[i + 1], rv);
+  }
+  if (y < height - 1) {
+    const float c = A[i + kSouth * plane];
+    ru = fmaf(c, du[i + pitch], ru);
+    rv = fmaf(c, dv[i + pitch], rv);
+  }
+}
+
+// mvm_opt_kernel at pixel (x, y): res = A (du, dv).
+VEMO_INLINE void productPixel(const float* A, const float* du, const float* dv, int x, int y, int height,
+                              int width, int pitch, float* res) {
+  float ru, rv;
+  productRow(A, du, dv, x, y, height, width, pitch, ru, rv);
+  const int i = y * pitch + x;
+  res[i] = ru;
+  res[i + pitch * height] = rv;
+}
+
+// computeResidual_opt_kernel at pixel (x, y): residual = rhs - A (du, dv),
+// the block subtracted first, then each neighbour term in turn.
+VEMO_INLINE void residualPixel(const float* A, const float* rhs, const float* du, const float* dv, int x, int y,
+                               int height, int width, int pitch, float* residual) {
+  const int plane = pitch * height;
+  const int i = y * pitch + x;
+  const float a11 = A[i + kA11 * plane], a22 = A[i + kA22 * plane];
+  const float u0 = du[i], v0 = dv[i];
+  float ru = rhs[i] - fmaf(A[i + kA12Product * plane], v0, a11 * u0);
+  float rv = rhs[i + plane] - fmaf(a22, v0, A[i + kA12Precond * plane] * u0);
+  if (y > 0) {
+    const float c = A[i + kNorth * plane];
+    ru = fmaf(-c, du[i - pitch], ru);
+    rv = fmaf(-c, dv[i - pitch], rv);
+  }
+  if (x > 0) {
+    const float c = A[i + kWest * plane];
+    ru = fmaf(-c, du[i - 1], ru);
+    rv = fmaf(-c, dv[i - 1], rv);
+  }
+  if (x < width - 1) {
+    const float c = A[i + kEast * plane];
+    ru = fmaf(-c, du[i + 1], ru);
+    rv = fmaf(-c, dv[i + 1], rv);
+  }
+  if (y < height - 1) {
+    const float c = A[i + kSouth * plane];
+    ru = fmaf(-c, du[i + pitch], ru);
+    rv = fmaf(-c, dv[i + pitch], rv);
+  }
+  residual[i] = ru;
+  residual[i + plane] = rv;
+}
+
+// applyBlockJacobiPreconditioner_kernel at index i: the pixel's 2 x 2 block
+// inverted; a block with |det| <= 1e-4 (flat, unmatched) acts as identity.
+VEMO_INLINE void blockJacobiPixel(const float* A, const float* x, float* y, int i, int plane) {
+  const float a = A[i + kA11 * plane], c = A[i + kA12Precond * plane], d = A[i + kA22 * plane];
+  const float x1 = x[i], x2 = x[i + plane];
+  const float det = a * d - c * c;
+  float y1 = x1, y2 = x2;
+  if (::fabs((double)det) > 1e-4) {
+    y1 = (d * x1 - c * x2) / det;
+    y2 = (a * x2 - c * x1) / det;
+  }
+  y[i] = y1;
+  y[i + plane] = y2;
+}
+
+// mySaxpy2_kernel at index i: the solution and the residual updated together.
+VEMO_INLINE void saxpy2Element(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2,
+                               float alpha2, int i) {
+  acc1[i] = fmaf(alpha1, b1[i], acc1[i]);
+  acc2[i] = fmaf(alpha2, b2[i], acc2[i]);
+}
+
+// Scale_and_Add_kernel at index i: acc = acc * scale + b.
+VEMO_INLINE void scaleAndAddElement(float* acc, const float* b, float scale, int i) {
+  acc[i] = fmaf(acc[i], scale, b[i]);
+}
+
+}  // namespace vemo

@@ -1,0 +1,80 @@
+// The linearised Euler-Lagrange system of one fixed-point step.
+//
+// Per pixel the unknowns are (du, dv). The system matrix is stored as planes
+// of pitch * height floats:
+//   0  A11, diagonal of the du equation
+//   1  A12 (the copy read by the preconditioner and the dv row of the residual)
+//   2  A12 (the copy read by the product and the du row of the residual)
+//   3  A22, diagonal of the dv equation
+//   4, 6, 8, 10  couplings to the north, west, east and south neighbours,
+//                shared by both equations
+// Planes 5, 7 and 9 are never written or read. The right-hand side b holds
+// two planes (du equation, dv equation).
+#pragma once
+
+#include <cmath>
+
+#include "common/hd.h"
+
+namespace vemo {
+
+enum MatrixPlane : int {
+  kA11 = 0,
+  kA12Precond = 1,
+  kA12Product = 2,
+  kA22 = 3,
+  kNorth = 4,
+  kWest = 6,
+  kEast = 8,
+  kSouth = 10,
+  kMatrixPlanes = 12,
+};
+
+// A coupling to a neighbour: the edge weight s = alpha * diffusivity enters
+// the diagonal with +s, the off-diagonal with -s, and moves the right-hand
+// side by s times the flow difference across the edge (the smoothness term
+// acts on u + du, and u is known).
+VEMO_INLINE void addNeighbour(float s, float un, float vn, float uc, float vc, float& a11, float& a22, float& b1,
+                              float& b2, float& coupling) {
+  coupling = -s;
+  b1 = fmaf(s, un - uc, b1);
+  b2 = fmaf(s, vn - vc, b2);
+  a11 = a11 + s;
+  a22 = a22 + s;
+}
+
+// MakeMatrix_kernel at pixel (x, y). Missing neighbours (image border) get a
+// zero coupling: a homogeneous Neumann boundary.
+VEMO_INLINE void MakeMatrix_kernel(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
+                                   const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
+                                   const float* matchV, const float* u, const float* v, const float* diffX,
+                                   const float* diffY, int x, int y, int height, int width, int pitch,
+                                   float alpha) {
+  const int plane = pitch * height;
+  const int i = y * pitch + x;
+  const float pd = dPsiData[i], pg = dPsiGradient[i], pm = dPsiMatch[i];
+  // Each bracket: the gradient term's product, then the data term fused on.
+  float a11 = pm + fmaf(ST[i], pd, ST2[i] * pg);
+  const float a12 = fmaf(ST[i + 3 * plane], pd, ST2[i + 3 * plane] * pg);
+  float a22 = pm + fmaf(ST[i + plane], pd, ST2[i + plane] * pg);
+  float b1 = -(matchU[i] + fmaf(ST[i + 4 * plane], pd, ST2[i + 4 * plane] * pg));
+  float b2 = -(matchV[i] + fmaf(ST[i + 5 * plane], pd, ST2[i + 5 * plane] * pg));
+  const float uc = u[i], vc = v[i];
+  float north = 0.0f, west = 0.0f, east = 0.0f, south = 0.0f;
+  if (y > 0) addNeighbour(alpha * diffY[i - pitch], u[i - pitch], v[i - pitch], uc, vc, a11, a22, b1, b2, north);
+  if (x > 0) addNeighbour(alpha * diffX[i - 1], u[i - 1], v[i - 1], uc, vc, a11, a22, b1, b2, west);
+  if (x < width - 1) addNeighbour(alpha * diffX[i], u[i + 1], v[i + 1], uc, vc, a11, a22, b1, b2, east);
+  if (y < height - 1) addNeighbour(alpha * diffY[i], u[i + pitch], v[i + pitch], uc, vc, a11, a22, b1, b2, south);
+  devMatrix[i + kA11 * plane] = a11;
+  devMatrix[i + kA12Precond * plane] = a12;
+  devMatrix[i + kA12Product * plane] = a12;
+  devMatrix[i + kA22 * plane] = a22;
+  devMatrix[i + kNorth * plane] = north;
+  devMatrix[i + kWest * plane] = west;
+  devMatrix[i + kEast * plane] = east;
+  devMatrix[i + kSouth * plane] = south;
+  b[i] = b1;
+  b[i + plane] = b2;
+}
+
+}  // namespace vemo
