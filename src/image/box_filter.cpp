@@ -22,6 +22,12 @@ struct Shape {
   int outer, length, inner;
 };
 
+// Small images are filtered on the calling thread: a parallel region costs
+// more than it saves below about 2^16 samples.
+bool worthThreads(Shape shape) {
+  return static_cast<long long>(shape.outer) * shape.length * shape.inner > 65536;
+}
+
 // 1 / n for n = 1 .. width (double, stored as float); entry 0 unused.
 std::vector<float> reciprocals(int width) {
   std::vector<float> table(width + 1, 1.0f);
@@ -71,7 +77,7 @@ void boxFilter(const float* src, float* dst, Shape shape, int size) {
   const std::vector<float> table = reciprocals(std::min(width, shape.length));
   const int chunks = (shape.inner + kChunk - 1) / kChunk;
   const int items = shape.outer * chunks;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (worthThreads(shape))
   for (int item = 0; item < items; ++item) {
     const int o = item / chunks;
     const int e0 = (item % chunks) * kChunk;

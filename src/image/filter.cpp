@@ -20,6 +20,9 @@ struct Shape {
   int outer, length, inner;
 };
 
+// Below this many multiply-adds a parallel region costs more than it saves.
+constexpr long long kSerialWork = 1 << 17;
+
 void checkSameSize(size_t sourceElements, size_t resultElements, bool sameSizes) {
   if (sameSizes) return;
   std::cerr << "Exception EFilterIncompatibleSize: Initial container size: " << sourceElements
@@ -55,15 +58,16 @@ void correlate(const float* src, float* dst, Shape shape, const CFilter<float>& 
   const int offset = mask.offset;
   const float* w = mask.data;
   const std::ptrdiff_t n = shape.length, inner = shape.inner;
+  const long long work = static_cast<long long>(shape.outer) * n * inner * size;
   if (inner == 1) {
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (work > kSerialWork)
     for (int o = 0; o < shape.outer; ++o) {
       correlateLine(src + o * n, dst + o * n, shape.length, w, size, offset);
     }
     return;
   }
   const int blocks = shape.outer * shape.length;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (work > kSerialWork)
   for (int b = 0; b < blocks; ++b) {
     const std::ptrdiff_t o = b / shape.length;
     const int i = b % shape.length;

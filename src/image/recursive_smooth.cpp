@@ -81,7 +81,7 @@ void smoothLines(float* base, int lines, int n, std::ptrdiff_t stride, float sig
   threads = omp_get_max_threads();
 #endif
   std::vector<float> scratch(static_cast<size_t>(threads) * 2 * static_cast<size_t>(n));
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (static_cast<long long>(lines) * n > 65536)
   for (int l = 0; l < lines; ++l) {
     int t = 0;
 #ifdef _OPENMP

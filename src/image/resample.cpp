@@ -92,7 +92,7 @@ void CMatrix<T>::upsampleBilinear(int newWidth, int newHeight) {
   CMatrix<T> result(newWidth, newHeight);
   std::vector<BilinearTap> columns(newWidth);
   for (int x = 0; x < newWidth; ++x) columns[x] = bilinearTap(x, sx, xSize);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (result.elements() > 65536)
   for (int y = 0; y < newHeight; ++y) {
     const BilinearTap r = bilinearTap(y, sy, ySize);
     for (int x = 0; x < newWidth; ++x) {
@@ -117,13 +117,13 @@ void CMatrix<T>::downsample(int newWidth, int newHeight) {
   // Rows first (W x H -> w x H), then columns (w x H -> w x h); each pass
   // keeps sums, the final factor turns them into means.
   CMatrix<T> rows(newWidth, ySize);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (elements() > 65536)
   for (int y = 0; y < ySize; ++y) {
     areaLine(data + static_cast<std::ptrdiff_t>(y) * xSize, 1, xSize,
              rows.data + static_cast<std::ptrdiff_t>(y) * newWidth, 1, newWidth);
   }
   CMatrix<T> result(newWidth, newHeight);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (rows.elements() > 65536)
   for (int x = 0; x < newWidth; ++x) {
     areaLine(rows.data + x, newWidth, ySize, result.data + x, newWidth, newHeight);
   }
