@@ -1,0 +1,151 @@
+#include "backends/cpu/hog_match.h"
+
+#include <gtest/gtest.h>
+
+#include "backends/cpu/confidence.h"
+#include "backends/cpu/hog.h"
+#include "matching/match_test_util.h"
+#include "pixel/confidence.h"
+#include "pixel/hog.h"
+#include "pixel/hog_match.h"
+
+namespace vemo {
+namespace {
+
+using match_testing::Frame;
+
+struct SearchResult {
+  int x = -7, y = -7;
+  float dist = -7.0f, dist2 = -7.0f;  // sentinels: "not written"
+};
+
+SearchResult searchOne(const Frame& im1, const Frame& im2, const Frame& hog1, const Frame& hog2, const Frame& corner,
+                       int checkCorner, const Frame& e1, const Frame& e2, float average, int ax, int ay) {
+  SearchResult r;
+  cpu::HOGMatch(im1.ptr(), im2.ptr(), hog1.ptr(), hog2.ptr(), corner.ptr(), checkCorner, e1.ptr(), e2.ptr(), average,
+                &r.x, &r.y, &r.dist, &r.dist2, &ax, &ay, 1, im1.height, im1.width, im1.pitch);
+  return r;
+}
+
+// A textured frame and its copy moved by (7, -5): the point's own content
+// must be found at the moved position with distance 0, and the weight of
+// the consistency check is the margin over the runner-up.
+TEST(HogMatch, FindsAShiftedPatchAtItsOffset) {
+  const int h = 120, w = 150, pitch = 160;
+  const Frame im1 = match_testing::texturedFrame(h, w, pitch, 3);
+  const Frame im2 = match_testing::texturedFrame(h, w, pitch, 3, 7, -5);
+  Frame hog1(h, w, pitch, kHogBins), hog2(h, w, pitch, kHogBins), e1(h, w, pitch, 1), e2(h, w, pitch, 1);
+  Frame conf(h, w, pitch, 1);
+  cpu::gComputeHOG(im1.ptr(), hog1.ptr(), 3, kHogBins, h, w, pitch);
+  cpu::gComputeHOG(im2.ptr(), hog2.ptr(), 3, kHogBins, h, w, pitch);
+  cpu::computeEnergy(hog1.ptr(), e1.ptr(), h, w, pitch, kHogBins);
+  cpu::computeEnergy(hog2.ptr(), e2.ptr(), h, w, pitch, kHogBins);
+  cpu::gComputeConfidence(im1.ptr(), conf.ptr(), h, w, pitch, 3);
+
+  const SearchResult f = searchOne(im1, im2, hog1, hog2, conf, 0, e1, e2, 0.0f, 60, 64);
+  EXPECT_EQ(f.x, 67);
+  EXPECT_EQ(f.y, 59);
+  EXPECT_EQ(f.dist, 0.0f);
+  EXPECT_GT(f.dist2, 0.0f);
+  EXPECT_LT(f.dist2, kNoMatch);
+  // Backward from the found position lands on the start point.
+  const SearchResult b = searchOne(im2, im1, hog2, hog1, conf, 0, e2, e1, 0.0f, f.x, f.y);
+  EXPECT_EQ(b.x, 60);
+  EXPECT_EQ(b.y, 64);
+
+  const int mx = 60, my = 64;
+  Frame weight(h, w, pitch, 1), u(h, w, pitch, 1), v(h, w, pitch, 1);
+  cpu::consistencyCheck(&mx, &my, &f.x, &f.y, &b.x, &b.y, &f.dist, &f.dist2, 1, weight.ptr(), u.ptr(), v.ptr(), h,
+                        w, pitch);
+  EXPECT_EQ(u.at(60, 64), 7.0f);
+  EXPECT_EQ(v.at(60, 64), -5.0f);
+  EXPECT_EQ(weight.at(60, 64), matchWeight(f.dist, f.dist2));
+  EXPECT_GT(weight.at(60, 64), 1e6f);
+
+  // Weak points are skipped when asked: nothing is written.
+  const float average = 8.0f * (conf.at(60, 64) + 2.0f);
+  const SearchResult weak = searchOne(im1, im2, hog1, hog2, conf, 1, e1, e2, average, 60, 64);
+  EXPECT_EQ(weak.x, -7);
+  EXPECT_EQ(weak.dist, -7.0f);
+}
+
+// Only a handful of candidates pass the energy test (all others have 1000
+// times the query's energy), so their distances and ties are set by hand.
+// Guards the tie rule (leftmost column, then topmost row), the second-best
+// rule for tied columns, and the inclusive limits of both pre-filters.
+TEST(HogMatch, TiesAndPrefilterLimitsFollowTheWorkerOrder) {
+  const int h = 200, w = 200, pitch = 208;
+  Frame im1(h, w, pitch, 3, 100.0f), im2(h, w, pitch, 3, 100.0f);
+  Frame hog1(h, w, pitch, kHogBins), hog2(h, w, pitch, kHogBins), e1(h, w, pitch, 1, 10.0f),
+      e2(h, w, pitch, 1, 10000.0f), corner(h, w, pitch, 1);
+  const int ax = 100, ay = 100;  // window columns 20..180, rows 20..180
+  auto admit = [&](int x, int y, float energy, float centreBin0) {
+    e2.at(x, y) = energy;
+    hog2.at(x, y, 0) = centreBin0;  // the descriptor's centre cell: distance = value^2
+  };
+  admit(70, 30, 10.0f, 0.0f);    // A: distance 0, column 50
+  admit(60, 120, 20.0f, 0.0f);   // B: distance 0, column 40, energy exactly twice: passes
+  admit(60, 150, 5.0f, 2.0f);    // column 40 runner-up, distance 4, energy exactly half
+  admit(70, 160, 10.0f, 3.0f);   // column 50 runner-up, distance 9
+  admit(90, 40, 10.0f, 1.0f);    // column 70, distance 1
+  admit(30, 170, 20.001f, 0.0f);  // distance 0 but energy above twice: rejected
+  admit(40, 25, 10.0f, 0.0f);    // distance 0 but colour too far: rejected
+  im2.at(40, 25, 1) = 100.0f + 17.4f;
+  admit(50, 50, 10.0f, 0.0f);    // colour difference exactly 300 (10^2 x 3) passes: column 30
+  for (int c = 0; c < 3; ++c) im2.at(50, 50, c) = 110.0f;
+
+  SearchResult r = searchOne(im1, im2, hog1, hog2, corner, 0, e1, e2, 0.0f, ax, ay);
+  EXPECT_EQ(r.x, 50);  // the leftmost column holding distance 0
+  EXPECT_EQ(r.y, 50);
+  EXPECT_EQ(r.dist, 0.0f);
+
+  im2.at(50, 50, 0) = 110.01f;  // now just above 300: rejected
+  r = searchOne(im1, im2, hog1, hog2, corner, 0, e1, e2, 0.0f, ax, ay);
+  EXPECT_EQ(r.x, 60);  // column 40 beats column 50 although A lies in an earlier row
+  EXPECT_EQ(r.y, 120);
+  EXPECT_EQ(r.dist, 0.0f);
+  // Columns 40 and 50 both hold 0; each counts as a winner with its own
+  // runner-up (4 and 9), and column 70 holds 1: the second best is 1.
+  EXPECT_EQ(r.dist2, 1.0f);
+
+  // Two zeros in one column: the column's second best is 0 itself.
+  admit(60, 180, 10.0f, 0.0f);
+  r = searchOne(im1, im2, hog1, hog2, corner, 0, e1, e2, 0.0f, ax, ay);
+  EXPECT_EQ(r.y, 120);
+  EXPECT_EQ(r.dist2, 0.0f);
+}
+
+// Frames too small for a search window, points at the border and points
+// without a forward match all end without a candidate or untouched, never
+// reading outside the frame.
+TEST(HogMatch, EmptyWindowsAndInvalidPointsGiveNoCandidate) {
+  for (int size : {24, 25}) {
+    Frame im(size, size, 32, 3, 50.0f), hog(size, size, 32, kHogBins), e(size, size, 32, 1, 1.0f);
+    const SearchResult r = searchOne(im, im, hog, hog, e, 0, e, e, 0.0f, 12, 12);
+    SCOPED_TRACE(size);
+    if (size == 24) {  // rows 12..11: empty
+      EXPECT_EQ(r.x, 0);
+      EXPECT_EQ(r.y, 0);
+      EXPECT_EQ(r.dist, kNoMatch);
+      EXPECT_EQ(r.dist2, kNoMatch);
+    } else {  // the single candidate (12, 12)
+      EXPECT_EQ(r.x, 12);
+      EXPECT_EQ(r.y, 12);
+      EXPECT_EQ(r.dist, 0.0f);
+      EXPECT_EQ(r.dist2, kNoMatch);
+    }
+  }
+  Frame im(40, 40, 48, 3, 50.0f), hog(40, 40, 48, kHogBins), e(40, 40, 48, 1, 1.0f);
+  for (int p : {0, 2, 37}) {
+    const SearchResult r = searchOne(im, im, hog, hog, e, 0, e, e, 0.0f, p, 20);
+    EXPECT_EQ(r.x, -7) << p;
+    EXPECT_EQ(r.dist, -7.0f) << p;
+  }
+  // A NaN cornerness counts as 0: below any positive threshold.
+  Frame corner(40, 40, 48, 1, std::nanf(""));
+  EXPECT_EQ(searchOne(im, im, hog, hog, corner, 1, e, e, 1.0f, 20, 20).x, -7);
+  EXPECT_EQ(searchOne(im, im, hog, hog, corner, 0, e, e, 1.0f, 20, 20).x, 12);
+}
+
+}  // namespace
+}  // namespace vemo

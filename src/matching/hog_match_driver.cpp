@@ -1,0 +1,131 @@
+#include "matching/hog_match_driver.h"
+
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "common/timer.h"
+#include "gpu/backend.h"
+#include "gpu/matching_stages.h"
+#include "pixel/hog.h"
+#include "pixel/hog_match.h"
+
+timeval start_hogc, finish_hogc, start_hogmatch, finish_hogmatch;
+double timer_hogc = 0.0;
+double timer_hogmatch = 0.0;
+
+namespace vemo {
+
+int matchGridCount(int size) {
+  const int n = (int)ceilf((float)(size - 2 * kGridMargin) * 0.25f);
+  return n > 0 ? n : 0;
+}
+
+namespace {
+
+void printTimes() {
+  std::printf("HOG creation = %f msec\n", timer_hogc);
+  std::printf("HOG match = %f msec\n", timer_hogmatch);
+}
+
+}  // namespace
+
+void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* Image1, const float* Image2,
+                        float* u, float* v, float* Confidence, int height, int width, int pitch, int nChannels) {
+  if (height < 1 || width < 1 || pitch < width) {
+    const std::string message = "gCreateAndMatchHOG: invalid frame size " + std::to_string(width) + "x" +
+                                std::to_string(height) + " with pitch " + std::to_string(pitch);
+    std::cerr << message << std::endl;
+    throw BackendError(message);
+  }
+  const int nx = matchGridCount(width);
+  const int ny = matchGridCount(height);
+  std::printf("%d %d %d %d\n", nx, ny, width, height);
+
+  const std::size_t plane = (std::size_t)pitch * height;
+  backend.clear(Confidence, plane);
+  backend.clear(u, plane);
+  backend.clear(v, plane);
+
+  const int n = nx * ny;
+  if (n == 0 || nChannels < 3) {
+    if (nChannels < 3)
+      std::cerr << "gCreateAndMatchHOG: frames with " << nChannels
+                << " channel(s) have no colour to compare; no matches" << std::endl;
+    printTimes();
+    return;
+  }
+
+  // Grid points, rows outer.
+  std::vector<int> gridX, gridY;
+  gridX.reserve(n);
+  gridY.reserve(n);
+  for (int y = kGridMargin; y < height - kGridMargin; y += kGridStep)
+    for (int x = kGridMargin; x < width - kGridMargin; x += kGridStep) {
+      gridX.push_back(x);
+      gridY.push_back(y);
+    }
+
+  Buffer hog1 = backend.allocate(plane * kHogBins);
+  Buffer hog2 = backend.allocate(plane * kHogBins);
+  Buffer conf = backend.allocate(plane);
+  Buffer energy1 = backend.allocate(plane);
+  Buffer energy2 = backend.allocate(plane);
+  IntBuffer mx = stages.allocateInts(n), my = stages.allocateInts(n);
+  IntBuffer forwardX = stages.allocateInts(n), forwardY = stages.allocateInts(n);
+  IntBuffer backwardX = stages.allocateInts(n), backwardY = stages.allocateInts(n);
+  Buffer forwardDist = backend.allocate(n), forwardDist2 = backend.allocate(n);
+  Buffer backwardDist = backend.allocate(n), backwardDist2 = backend.allocate(n);
+  stages.clearInts(forwardX.data(), n);
+  stages.clearInts(forwardY.data(), n);
+  stages.clearInts(backwardX.data(), n);
+  stages.clearInts(backwardY.data(), n);
+  // Skipped points keep "no candidate" as their distances.
+  for (Buffer* dist : {&forwardDist, &forwardDist2, &backwardDist, &backwardDist2})
+    backend.setValue(dist->data(), 1, n, n, kNoMatch);
+  stages.uploadInts(mx.data(), gridX.data(), n);
+  stages.uploadInts(my.data(), gridY.data(), n);
+
+  stamp(start_hogc);
+  backend.clear(hog1.data(), plane * kHogBins);
+  backend.clear(hog2.data(), plane * kHogBins);
+  stages.computeHOG(Image1, hog1.data(), nChannels, kHogBins, height, width, pitch);
+  stages.computeHOG(Image2, hog2.data(), nChannels, kHogBins, height, width, pitch);
+  backend.synchronize();
+  closeStretch(start_hogc, finish_hogc, timer_hogc);
+
+  stamp(start_hogmatch);
+  stages.computeConfidence(Image1, conf.data(), height, width, pitch, nChannels);
+  stages.computeEnergy(hog1.data(), energy1.data(), height, width, pitch, kHogBins);
+  stages.computeEnergy(hog2.data(), energy2.data(), height, width, pitch, kHogBins);
+  const float average = stages.sum2D(conf.data(), height, width, pitch) / (float)(width * height);
+
+  // Forward: grid points of frame 1, searched in frame 2, weak points skipped.
+  const HogMatchInputs forward{Image1,         Image2,         hog1.data(), hog2.data(), conf.data(), 1,
+                               energy1.data(), energy2.data(), average,     height,      width,       pitch};
+  stages.hogMatch(forward, mx.data(), my.data(), n,
+                  HogMatchResults{forwardX.data(), forwardY.data(), forwardDist.data(), forwardDist2.data()});
+  // Backward: each forward result searched in frame 1. Points without a
+  // forward match sit at (0, 0) and are skipped.
+  const HogMatchInputs backward{Image2,         Image1,         hog2.data(), hog1.data(), conf.data(), 0,
+                                energy2.data(), energy1.data(), average,     height,      width,       pitch};
+  stages.hogMatch(backward, forwardX.data(), forwardY.data(), n,
+                  HogMatchResults{backwardX.data(), backwardY.data(), backwardDist.data(), backwardDist2.data()});
+  stages.consistencyCheck(mx.data(), my.data(), forwardX.data(), forwardY.data(), backwardX.data(),
+                          backwardY.data(), forwardDist.data(), forwardDist2.data(), n, Confidence, u, v, height,
+                          width, pitch);
+  backend.synchronize();
+  closeStretch(start_hogmatch, finish_hogmatch, timer_hogmatch);
+
+  printTimes();
+}
+
+void gCreateAndMatchHOG(Backend& backend, const float* Image1, const float* Image2, float* u, float* v,
+                        float* Confidence, int height, int width, int pitch, int nChannels) {
+  std::unique_ptr<MatchingStages> stages = makeMatchingStages(backend);
+  gCreateAndMatchHOG(backend, *stages, Image1, Image2, u, v, Confidence, height, width, pitch, nChannels);
+}
+
+}  // namespace vemo
