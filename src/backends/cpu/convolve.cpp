@@ -50,6 +50,10 @@ void gConvolveX(float* out, const float* in, int height, int width, int pitch, c
     });
     return;
   }
+  if (out != in) {
+    clampPassX(out, in, height, width, pitch, mask, length);
+    return;
+  }
   const std::vector<float> src = snapshot(in, height, width, pitch);
   clampPassX(out, src.data(), height, width, pitch, mask, length);
 }
@@ -61,6 +65,10 @@ void gConvolveY(float* out, const float* in, int height, int width, int pitch, c
     forEachPixel(height, width, [=](int x, int y) {
       out[y * pitch + x] = convolveSmallAt(in + x, pitch, height, y, mask, length);
     });
+    return;
+  }
+  if (out != in) {
+    clampPassY(out, in, height, width, pitch, mask, length);
     return;
   }
   const std::vector<float> src = snapshot(in, height, width, pitch);

@@ -1,0 +1,113 @@
+#include "backends/cpu/motion_tensor.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "backends/cpu/plane_test_util.h"
+
+using vemo::testing_util::Planes;
+
+namespace {
+
+struct TensorCase {
+  int h, w, p, n;
+  Planes f1, f2, ST, ST2, conf;
+  TensorCase(int h_, int w_, int p_, int n_)
+      : h(h_), w(w_), p(p_), n(n_), f1(h, w, p, n), f2(h, w, p, n), ST(h, w, p, 6), ST2(h, w, p, 6), conf(h, w, p) {
+    conf.fill([](int, int, int) { return 1.0f; });
+  }
+  void run() { vemo::cpu::MakeST(f1.ptr(), f2.ptr(), ST.ptr(), ST2.ptr(), conf.ptr(), h, w, p, n); }
+};
+
+}  // namespace
+
+TEST(MotionTensor, LinearRampGivesKnownProductsSummedOverChannels) {
+  // Channel c: I1 = a_c x + b_c y, I2 = I1 + z_c, so Ix = a, Iy = b, Iz = z
+  // and every second derivative vanishes away from the borders.
+  const float a[3] = {2.0f, -1.0f, 0.5f}, b[3] = {-3.0f, 4.0f, 1.0f}, z[3] = {5.0f, 0.0f, -2.0f};
+  TensorCase k(37, 35, 41, 3);
+  k.f1.fill([&](int x, int y, int c) { return a[c] * x + b[c] * y; });
+  k.f2.fill([&](int x, int y, int c) { return a[c] * x + b[c] * y + z[c]; });
+  k.run();
+  double J[6] = {0, 0, 0, 0, 0, 0};
+  for (int c = 0; c < 3; ++c) {
+    const double w = 1.0 / std::sqrt((double)a[c] * a[c] + (double)b[c] * b[c] + 1e-6);
+    const double e[6] = {a[c] * a[c], b[c] * b[c], z[c] * z[c], a[c] * b[c], a[c] * z[c], b[c] * z[c]};
+    for (int i = 0; i < 6; ++i) J[i] += w * e[i];
+  }
+  for (int y = 4; y < k.h - 4; ++y)
+    for (int x = 4; x < k.w - 4; ++x)
+      for (int i = 0; i < 6; ++i) {
+        ASSERT_NEAR(k.ST.at(x, y, i), J[i], 2e-4 * (1 + std::fabs(J[i]))) << "plane " << i << " at " << x << "," << y;
+        ASSERT_NEAR(k.ST2.at(x, y, i), 0.0f, 2e-3) << "plane " << i << " at " << x << "," << y;
+      }
+  EXPECT_TRUE(k.ST.paddingIntact());
+  EXPECT_TRUE(k.ST2.paddingIntact());
+}
+
+TEST(MotionTensor, CurvedImageSecondOrderTermsAndChannelSum) {
+  // I1 = x^2 / 4 + x y / 8 - y^2 / 2: Ixx = 1/2, Ixy = 1/8, Iyy = -1 inside,
+  // and with I2 = I1 + 3 x the temporal derivatives are Ixz = 3, Iyz = 0.
+  TensorCase k(40, 38, 45, 1);
+  k.f1.fill([](int x, int y, int) { return x * x / 4.0f + x * y / 8.0f - y * y / 2.0f; });
+  k.f2.fill([](int x, int y, int) { return x * x / 4.0f + x * y / 8.0f - y * y / 2.0f + 3.0f * x; });
+  k.run();
+  const double xx = 0.5, xy = 0.125, yy = -1.0, xz = 3.0, yz = 0.0;
+  const double bb = 1 / std::sqrt(xx * xx + xy * xy + 1e-6), aa = 1 / std::sqrt(xy * xy + yy * yy + 1e-6);
+  const double J[6] = {bb * xx * xx + aa * xy * xy, bb * xy * xy + aa * yy * yy, bb * xz * xz + aa * yz * yz,
+                       xy * (bb * xx + aa * yy),   bb * xx * xz + aa * xy * yz, bb * xy * xz + aa * yy * yz};
+  for (int i = 0; i < 6; ++i) EXPECT_NEAR(k.ST2.at(19, 20, i), J[i], 1e-3 * (1 + std::fabs(J[i]))) << i;
+
+  // Three channels accumulate the sum of the single-channel tensors.
+  TensorCase three(20, 19, 23, 3), single(20, 19, 23, 1);
+  three.f1.fillRandom(21);
+  three.f2.fillRandom(22);
+  three.conf.fillRandom(23, 0.0f, 1.0f);
+  single.conf = three.conf;
+  std::vector<float> sum(6 * 20 * 23, 0.0f), sum2(6 * 20 * 23, 0.0f);
+  for (int c = 0; c < 3; ++c) {
+    single.f1.fill([&](int x, int y, int) { return three.f1.at(x, y, c); });
+    single.f2.fill([&](int x, int y, int) { return three.f2.at(x, y, c); });
+    single.ST.fill([](int, int, int) { return 0.0f; });
+    single.ST2.fill([](int, int, int) { return 0.0f; });
+    single.run();
+    for (size_t i = 0; i < sum.size(); ++i) {
+      sum[i] += std::isnan(single.ST.data[i]) ? 0.0f : single.ST.data[i];
+      sum2[i] += std::isnan(single.ST2.data[i]) ? 0.0f : single.ST2.data[i];
+    }
+  }
+  three.run();
+  for (int i = 0; i < 6; ++i)
+    for (int y = 0; y < 20; ++y)
+      for (int x = 0; x < 19; ++x) {
+        const size_t idx = ((size_t)i * 20 + y) * 23 + x;
+        ASSERT_NEAR(three.ST.at(x, y, i), sum[idx], 1e-4f * (1 + std::fabs(sum[idx])));
+        ASSERT_NEAR(three.ST2.at(x, y, i), sum2[idx], 1e-4f * (1 + std::fabs(sum2[idx])));
+      }
+}
+
+TEST(MotionTensor, FlatRegionsGiveZeroNotNaNZeroConfidenceAddsNothingAndCallsAccumulate) {
+  TensorCase k(18, 17, 20, 3);
+  k.f1.fill([](int x, int, int) { return x < 8 ? 50.0f : 50.0f + x; });
+  k.f2 = k.f1;
+  k.ST.fill([](int, int, int) { return 7.0f; });
+  k.ST2.fill([](int, int, int) { return 7.0f; });
+  k.conf.at(12, 9) = 0.0f;
+  k.run();
+  for (int i = 0; i < 6; ++i) {
+    EXPECT_EQ(k.ST.at(2, 5, i), 7.0f) << "flat pixel, plane " << i;
+    EXPECT_EQ(k.ST2.at(2, 5, i), 7.0f) << i;
+    EXPECT_EQ(k.ST.at(12, 9, i), 7.0f) << "zero confidence, plane " << i;
+    EXPECT_EQ(k.ST2.at(12, 9, i), 7.0f) << i;
+  }
+  EXPECT_GT(k.ST.at(12, 8, 0), 7.0f);
+  TensorCase twice(16, 15, 19, 1);
+  twice.f1.fillRandom(31);
+  twice.f2.fillRandom(32);
+  twice.run();
+  const Planes once = twice.ST;
+  twice.run();
+  for (int y = 0; y < 16; ++y)
+    for (int x = 0; x < 15; ++x) ASSERT_FLOAT_EQ(twice.ST.at(x, y, 4), 2.0f * once.at(x, y, 4));
+}

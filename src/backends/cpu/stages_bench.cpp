@@ -1,0 +1,87 @@
+// Timings of the CPU stages at 640 x 480 (three-channel frames where the
+// pipeline uses them), on a padded pitch as the device layout has.
+#include <benchmark/benchmark.h>
+
+#include "backends/cpu/convolve.h"
+#include "backends/cpu/motion_tensor.h"
+#include "backends/cpu/plane_test_util.h"
+#include "backends/cpu/resample.h"
+#include "backends/cpu/warp.h"
+
+using vemo::testing_util::Planes;
+
+namespace {
+
+constexpr int H = 480, W = 640, P = 640 + 32;  // 2688-byte rows, 128-byte aligned like cudaMallocPitch
+constexpr int H2 = 456, W2 = 608, P2 = 608 + 32;
+
+struct Frames {
+  Planes f1{H, W, P, 3}, f2{H, W, P, 3}, u{H, W, P}, v{H, W, P}, conf{H, W, P};
+  Frames() {
+    f1.fillRandom(1);
+    f2.fillRandom(2);
+    u.fillRandom(3, -3.0f, 3.0f);
+    v.fillRandom(4, -3.0f, 3.0f);
+    conf.fillRandom(5, -0.2f, 1.0f);
+  }
+};
+
+Frames& frames() {
+  static Frames f;
+  return f;
+}
+
+void BM_ConvolveXShort5(benchmark::State& st) {
+  Planes out(H, W, P);
+  for (auto _ : st) vemo::cpu::gConvolveX(out.ptr(), frames().f1.ptr(), H, W, P, vemo::cpu::kDerivativeMask5, 5);
+}
+BENCHMARK(BM_ConvolveXShort5)->Unit(benchmark::kMillisecond);
+
+void BM_ConvolveYShort5(benchmark::State& st) {
+  Planes out(H, W, P);
+  for (auto _ : st) vemo::cpu::gConvolveY(out.ptr(), frames().f1.ptr(), H, W, P, vemo::cpu::kDerivativeMask5, 5);
+}
+BENCHMARK(BM_ConvolveYShort5)->Unit(benchmark::kMillisecond);
+
+void BM_GaussianFilterSigma4(benchmark::State& st) {
+  Planes out(H, W, P);
+  for (auto _ : st) vemo::cpu::gGaussianFilter(out.ptr(), frames().f1.ptr(), H, W, P, 4.0f);
+}
+BENCHMARK(BM_GaussianFilterSigma4)->Unit(benchmark::kMillisecond);
+
+void BM_DownsamplePlain(benchmark::State& st) {
+  Planes out(H2, W2, P2);
+  for (auto _ : st) vemo::cpu::downsample(frames().f1.ptr(), H, W, P, out.ptr(), H2, W2, P2, nullptr);
+}
+BENCHMARK(BM_DownsamplePlain)->Unit(benchmark::kMillisecond);
+
+void BM_DownsampleWeighted(benchmark::State& st) {
+  Planes out(H2, W2, P2);
+  for (auto _ : st) vemo::cpu::downsample(frames().u.ptr(), H, W, P, out.ptr(), H2, W2, P2, frames().conf.ptr());
+}
+BENCHMARK(BM_DownsampleWeighted)->Unit(benchmark::kMillisecond);
+
+void BM_Interpolate(benchmark::State& st) {
+  Planes src(H2, W2, P2), out(H, W, P);
+  src.fillRandom(7);
+  for (auto _ : st) vemo::cpu::gInterpolate(out.ptr(), H, W, P, src.ptr(), H2, W2, P2, 1.0f / 0.95f);
+}
+BENCHMARK(BM_Interpolate)->Unit(benchmark::kMillisecond);
+
+void BM_WarpMotion3(benchmark::State& st) {
+  Planes out(H, W, P, 3), mask(H, W, P);
+  Frames& f = frames();
+  for (auto _ : st)
+    vemo::cpu::gWarpMotion(out.ptr(), f.u.ptr(), f.v.ptr(), f.f2.ptr(), f.f1.ptr(), 3, mask.ptr(), H, W, P);
+}
+BENCHMARK(BM_WarpMotion3)->Unit(benchmark::kMillisecond);
+
+void BM_MakeST3(benchmark::State& st) {
+  Planes ST(H, W, P, 6), ST2(H, W, P, 6), ones(H, W, P);
+  ones.fill([](int, int, int) { return 1.0f; });
+  Frames& f = frames();
+  for (auto _ : st) vemo::cpu::MakeST(f.f1.ptr(), f.f2.ptr(), ST.ptr(), ST2.ptr(), ones.ptr(), H, W, P, 3);
+}
+BENCHMARK(BM_MakeST3)->Unit(benchmark::kMillisecond);
+
+}  // namespace
