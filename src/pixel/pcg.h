@@ -16,81 +16,98 @@
 
 namespace vemo {
 
-// (A (du, dv)) at pixel (x, y): the 2 x 2 block (one product and one fused
+// Which of the four neighbours of a pixel exist inside the image.
+struct Neighbours {
+  bool north, west, east, south;
+};
+
+VEMO_INLINE Neighbours neighboursOf(int x, int y, int height, int width) {
+  return Neighbours{y > 0, x > 0, x < width - 1, y < height - 1};
+}
+
+// (A (du, dv)) at index i: the 2 x 2 block (one product and one fused
 // multiply-add per row), then the neighbours north, west, east, south with
-// the same coupling for both components.
-VEMO_INLINE void productRow(const float* A, const float* du, const float* dv, int x, int y, int height, int width,
-                            int pitch, float& ru, float& rv) {
-  const int plane = pitch * height;
-  const int i = y * pitch + x;
+// the same coupling for both components. Executors that know a pixel lies
+// inside pass constant flags so that the tests fold away.
+VEMO_INLINE void productAt(const float* A, const float* du, const float* dv, int i, int plane, int pitch,
+                           Neighbours n, float& ru, float& rv) {
   const float a11 = A[i + kA11 * plane], a12 = A[i + kA12Product * plane], a22 = A[i + kA22 * plane];
   const float u0 = du[i], v0 = dv[i];
   ru = fmaf(a12, v0, a11 * u0);
   rv = fmaf(a22, v0, a12 * u0);
-  if (y > 0) {
+  if (n.north) {
     const float c = A[i + kNorth * plane];
     ru = fmaf(c, du[i - pitch], ru);
     rv = fmaf(c, dv[i - pitch], rv);
   }
-  if (x > 0) {
+  if (n.west) {
     const float c = A[i + kWest * plane];
     ru = fmaf(c, du[i - 1], ru);
     rv = fmaf(c, dv[i - 1], rv);
   }
-  if (x < width - 1) {
+  if (n.east) {
     const float c = A[i + kEast * plane];
     ru = fmaf(c, du[i + 1], ru);
     rv = fmaf(c, dv[i + 1], rv);
   }
-  if (y < height - 1) {
+  if (n.south) {
     const float c = A[i + kSouth * plane];
     ru = fmaf(c, du[i + pitch], ru);
     rv = fmaf(c, dv[i + pitch], rv);
   }
 }
 
-// mvm_opt_kernel at pixel (x, y): res = A (du, dv).
-VEMO_INLINE void productPixel(const float* A, const float* du, const float* dv, int x, int y, int height,
-                              int width, int pitch, float* res) {
+// mvm_opt_kernel at index i: res = A (du, dv).
+VEMO_INLINE void productPixelAt(const float* A, const float* du, const float* dv, int i, int plane, int pitch,
+                                Neighbours n, float* res) {
   float ru, rv;
-  productRow(A, du, dv, x, y, height, width, pitch, ru, rv);
-  const int i = y * pitch + x;
+  productAt(A, du, dv, i, plane, pitch, n, ru, rv);
   res[i] = ru;
-  res[i + pitch * height] = rv;
+  res[i + plane] = rv;
 }
 
-// computeResidual_opt_kernel at pixel (x, y): residual = rhs - A (du, dv),
-// the block subtracted first, then each neighbour term in turn.
-VEMO_INLINE void residualPixel(const float* A, const float* rhs, const float* du, const float* dv, int x, int y,
-                               int height, int width, int pitch, float* residual) {
-  const int plane = pitch * height;
-  const int i = y * pitch + x;
+// mvm_opt_kernel at pixel (x, y).
+VEMO_INLINE void productPixel(const float* A, const float* du, const float* dv, int x, int y, int height,
+                              int width, int pitch, float* res) {
+  productPixelAt(A, du, dv, y * pitch + x, pitch * height, pitch, neighboursOf(x, y, height, width), res);
+}
+
+// computeResidual_opt_kernel at index i: residual = rhs - A (du, dv), the
+// block subtracted first, then each neighbour term in turn.
+VEMO_INLINE void residualAt(const float* A, const float* rhs, const float* du, const float* dv, int i, int plane,
+                            int pitch, Neighbours n, float* residual) {
   const float a11 = A[i + kA11 * plane], a22 = A[i + kA22 * plane];
   const float u0 = du[i], v0 = dv[i];
   float ru = rhs[i] - fmaf(A[i + kA12Product * plane], v0, a11 * u0);
   float rv = rhs[i + plane] - fmaf(a22, v0, A[i + kA12Precond * plane] * u0);
-  if (y > 0) {
+  if (n.north) {
     const float c = A[i + kNorth * plane];
     ru = fmaf(-c, du[i - pitch], ru);
     rv = fmaf(-c, dv[i - pitch], rv);
   }
-  if (x > 0) {
+  if (n.west) {
     const float c = A[i + kWest * plane];
     ru = fmaf(-c, du[i - 1], ru);
     rv = fmaf(-c, dv[i - 1], rv);
   }
-  if (x < width - 1) {
+  if (n.east) {
     const float c = A[i + kEast * plane];
     ru = fmaf(-c, du[i + 1], ru);
     rv = fmaf(-c, dv[i + 1], rv);
   }
-  if (y < height - 1) {
+  if (n.south) {
     const float c = A[i + kSouth * plane];
     ru = fmaf(-c, du[i + pitch], ru);
     rv = fmaf(-c, dv[i + pitch], rv);
   }
   residual[i] = ru;
   residual[i + plane] = rv;
+}
+
+// computeResidual_opt_kernel at pixel (x, y).
+VEMO_INLINE void residualPixel(const float* A, const float* rhs, const float* du, const float* dv, int x, int y,
+                               int height, int width, int pitch, float* residual) {
+  residualAt(A, rhs, du, dv, y * pitch + x, pitch * height, pitch, neighboursOf(x, y, height, width), residual);
 }
 
 // applyBlockJacobiPreconditioner_kernel at index i: the pixel's 2 x 2 block

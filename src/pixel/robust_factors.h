@@ -42,11 +42,31 @@ VEMO_INLINE void GradientFactor_kernel(const float* ST2, const float* du, const 
   dPsiGradient[i] = (float)((double)gamma / ::sqrt((double)e + kRobustEpsilon));
 }
 
-// MatchFactor_kernel at index i. Each hypothesis h (plane h of the match
-// planes) with a weight > 0 pulls u + du towards its displacement with the
-// robust weight beta * c / |(u + du, v + dv) - match|. The right-hand-side
-// sums use u, not u + du, since du is the unknown. A NaN weight fails the
-// "> 0" test and counts as no match.
+// One match hypothesis (displacement gu, gv with weight c) at a pixel with
+// flow (uc, vc) and estimate (ue, ve) = (u + du, v + dv). A weight that is
+// not > 0 (NaN included) counts as no match. The robust weight beta * c /
+// |(ue, ve) - (gu, gv)| is evaluated at the estimate; the right-hand-side sums
+// use u, not u + du, since du is the unknown.
+VEMO_INLINE void addMatchHypothesis(float uc, float vc, float ue, float ve, float gu, float gv, float c, float beta,
+                                    float& m, float& mu, float& mv) {
+  // Evaluated unconditionally and selected, so that executors can run it
+  // without branches; an unused hypothesis changes nothing.
+  const bool used = c > 0.0f;
+  const float eu = ue - gu;
+  const float ev = ve - gv;
+  const float bc = beta * c;
+  const float s = fmaf(eu, eu, ev * ev);
+  const float w = (float)((double)bc / ::sqrt((double)s + kRobustEpsilon));
+  const float m1 = m + w;
+  const float mu1 = fmaf(w, uc - gu, mu);
+  const float mv1 = fmaf(w, vc - gv, mv);
+  m = used ? m1 : m;
+  mu = used ? mu1 : mu;
+  mv = used ? mv1 : mv;
+}
+
+// MatchFactor_kernel at index i: the sums over the hypotheses h (plane h of
+// the match planes).
 VEMO_INLINE void MatchFactor_kernel(const float* u, const float* v, const float* du, const float* dv,
                                     const float* geoU, const float* geoV, const float* geoConf,
                                     float* dPsiMatch, float* matchU, float* matchV, int hypos, int i, int plane,
@@ -56,17 +76,21 @@ VEMO_INLINE void MatchFactor_kernel(const float* u, const float* v, const float*
   const float ue = uc + du[i], ve = vc + dv[i];
   for (int h = 0; h < hypos; ++h) {
     const int k = i + h * plane;
-    const float c = geoConf[k];
-    if (!(c > 0.0f)) continue;
-    const float eu = ue - geoU[k];
-    const float ev = ve - geoV[k];
-    const float bc = beta * c;
-    const float s = fmaf(eu, eu, ev * ev);
-    const float w = (float)((double)bc / ::sqrt((double)s + kRobustEpsilon));
-    m = m + w;
-    mu = fmaf(w, uc - geoU[k], mu);
-    mv = fmaf(w, vc - geoV[k], mv);
+    addMatchHypothesis(uc, vc, ue, ve, geoU[k], geoV[k], geoConf[k], beta, m, mu, mv);
   }
+  dPsiMatch[i] = m;
+  matchU[i] = mu;
+  matchV[i] = mv;
+}
+
+// MatchFactor_kernel with a single hypothesis, as the fixed-point iteration
+// runs it.
+VEMO_INLINE void matchFactorSingle(const float* u, const float* v, const float* du, const float* dv,
+                                   const float* geoU, const float* geoV, const float* geoConf, float* dPsiMatch,
+                                   float* matchU, float* matchV, int i, float beta) {
+  float m = 0.0f, mu = 0.0f, mv = 0.0f;
+  const float uc = u[i], vc = v[i];
+  addMatchHypothesis(uc, vc, uc + du[i], vc + dv[i], geoU[i], geoV[i], geoConf[i], beta, m, mu, mv);
   dPsiMatch[i] = m;
   matchU[i] = mu;
   matchV[i] = mv;

@@ -43,15 +43,14 @@ VEMO_INLINE void addNeighbour(float s, float un, float vn, float uc, float vc, f
   a22 = a22 + s;
 }
 
-// MakeMatrix_kernel at pixel (x, y). Missing neighbours (image border) get a
-// zero coupling: a homogeneous Neumann boundary.
-VEMO_INLINE void MakeMatrix_kernel(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
-                                   const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
-                                   const float* matchV, const float* u, const float* v, const float* diffX,
-                                   const float* diffY, int x, int y, int height, int width, int pitch,
-                                   float alpha) {
-  const int plane = pitch * height;
-  const int i = y * pitch + x;
+// The matrix row and right-hand side at index i with the neighbours that
+// exist. Missing neighbours (image border) get a zero coupling: a
+// homogeneous Neumann boundary.
+VEMO_INLINE void makeMatrixAt(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
+                              const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
+                              const float* matchV, const float* u, const float* v, const float* diffX,
+                              const float* diffY, int i, int plane, int pitch, bool hasNorth, bool hasWest,
+                              bool hasEast, bool hasSouth, float alpha) {
   const float pd = dPsiData[i], pg = dPsiGradient[i], pm = dPsiMatch[i];
   // Each bracket: the gradient term's product, then the data term fused on.
   float a11 = pm + fmaf(ST[i], pd, ST2[i] * pg);
@@ -61,10 +60,10 @@ VEMO_INLINE void MakeMatrix_kernel(float* devMatrix, float* b, const float* dPsi
   float b2 = -(matchV[i] + fmaf(ST[i + 5 * plane], pd, ST2[i + 5 * plane] * pg));
   const float uc = u[i], vc = v[i];
   float north = 0.0f, west = 0.0f, east = 0.0f, south = 0.0f;
-  if (y > 0) addNeighbour(alpha * diffY[i - pitch], u[i - pitch], v[i - pitch], uc, vc, a11, a22, b1, b2, north);
-  if (x > 0) addNeighbour(alpha * diffX[i - 1], u[i - 1], v[i - 1], uc, vc, a11, a22, b1, b2, west);
-  if (x < width - 1) addNeighbour(alpha * diffX[i], u[i + 1], v[i + 1], uc, vc, a11, a22, b1, b2, east);
-  if (y < height - 1) addNeighbour(alpha * diffY[i], u[i + pitch], v[i + pitch], uc, vc, a11, a22, b1, b2, south);
+  if (hasNorth) addNeighbour(alpha * diffY[i - pitch], u[i - pitch], v[i - pitch], uc, vc, a11, a22, b1, b2, north);
+  if (hasWest) addNeighbour(alpha * diffX[i - 1], u[i - 1], v[i - 1], uc, vc, a11, a22, b1, b2, west);
+  if (hasEast) addNeighbour(alpha * diffX[i], u[i + 1], v[i + 1], uc, vc, a11, a22, b1, b2, east);
+  if (hasSouth) addNeighbour(alpha * diffY[i], u[i + pitch], v[i + pitch], uc, vc, a11, a22, b1, b2, south);
   devMatrix[i + kA11 * plane] = a11;
   devMatrix[i + kA12Precond * plane] = a12;
   devMatrix[i + kA12Product * plane] = a12;
@@ -75,6 +74,16 @@ VEMO_INLINE void MakeMatrix_kernel(float* devMatrix, float* b, const float* dPsi
   devMatrix[i + kSouth * plane] = south;
   b[i] = b1;
   b[i + plane] = b2;
+}
+
+// MakeMatrix_kernel at pixel (x, y).
+VEMO_INLINE void MakeMatrix_kernel(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
+                                   const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
+                                   const float* matchV, const float* u, const float* v, const float* diffX,
+                                   const float* diffY, int x, int y, int height, int width, int pitch,
+                                   float alpha) {
+  makeMatrixAt(devMatrix, b, dPsiData, dPsiGradient, dPsiMatch, ST, ST2, matchU, matchV, u, v, diffX, diffY,
+               y * pitch + x, pitch * height, pitch, y > 0, x > 0, x < width - 1, y < height - 1, alpha);
 }
 
 }  // namespace vemo

@@ -3,14 +3,16 @@
 // per-pixel functions of src/pixel/; the CPU backend hands row ranges to the
 // OpenMP threads. Reductions write one partial sum per row of the stacked
 // two-plane vector (rows y and height + y for image row y), summing only the
-// `width` data columns so that the result does not depend on the padding.
+// `width` data columns so that the result does not depend on the padding: the
+// products x[i] * y[i] rounded to single, accumulated in double in four
+// interleaved lanes combined as (l0 + l1) + (l2 + l3).
+//
+// Each loop exists for the baseline instruction set and, on x86-64, for AVX2
+// with FMA; the version is chosen once per process. fmaf and the other
+// operations round identically in both, so they give the same bits.
 #pragma once
 
 namespace vemo::cpu {
-
-// Sum over one row of float products (each rounded to single), accumulated in
-// double in four interleaved lanes combined as (l0 + l1) + (l2 + l3).
-double rowDot(const float* x, const float* y, int n);
 
 void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch,
                    int y0, int y1);

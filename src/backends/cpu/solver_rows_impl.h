@@ -1,0 +1,189 @@
+// Bodies of the solver's row loops, compiled once per instruction set: the
+// including file defines VEMO_ROWS_ISA (the namespace of its copy) and may
+// set a target before including this file. Everything a loop calls is inlined
+// into it (flatten), so no copy calls code built for another instruction set.
+// These files are compiled without errno handling (see CMakeLists.txt) so
+// that the square roots vectorise.
+
+#include <cstddef>
+
+#include "backends/cpu/solver_rows.h"
+#include "pixel/diffusivity.h"
+#include "pixel/pcg.h"
+#include "pixel/robust_factors.h"
+#include "pixel/system_matrix.h"
+
+#define VEMO_ROWS_FUNCTION __attribute__((flatten))
+
+namespace vemo::cpu::VEMO_ROWS_ISA {
+
+
+namespace {
+
+inline __attribute__((always_inline)) double rowDotInline(const float* x, const float* y, int n) {
+  double l0 = 0.0, l1 = 0.0, l2 = 0.0, l3 = 0.0;
+  int i = 0;
+  for (; i + 4 <= n; i += 4) {
+    l0 += static_cast<double>(x[i] * y[i]);
+    l1 += static_cast<double>(x[i + 1] * y[i + 1]);
+    l2 += static_cast<double>(x[i + 2] * y[i + 2]);
+    l3 += static_cast<double>(x[i + 3] * y[i + 3]);
+  }
+  for (; i < n; ++i) l0 += static_cast<double>(x[i] * y[i]);
+  return (l0 + l1) + (l2 + l3);
+}
+
+// Calls f(i, neighbours) for every pixel of row y. Pixels off the image border
+// get constant flags, so that the border tests fold away and the inner loop
+// vectorises; the arithmetic per pixel is the same either way.
+template <class F>
+inline __attribute__((always_inline)) void forRowPixels(int y, int height, int width, int pitch, F&& f) {
+  const int o = y * pitch;
+  if (y == 0 || y == height - 1 || width < 3) {
+    for (int x = 0; x < width; ++x) f(o + x, neighboursOf(x, y, height, width));
+    return;
+  }
+  f(o, neighboursOf(0, y, height, width));
+  for (int i = o + 1; i < o + width - 1; ++i) f(i, Neighbours{true, true, true, true});
+  f(o + width - 1, neighboursOf(width - 1, y, height, width));
+}
+
+}  // namespace
+
+VEMO_ROWS_FUNCTION
+void gradientXRows(float* __restrict diffX, const float* __restrict grad, const float* __restrict channel,
+                   int height, int width, int pitch, int y0, int y1) {
+  for (int y = y0; y < y1; ++y)
+    for (int x = 0; x < width - 1; ++x) gradientXPixel(diffX, grad, channel, x, y, pitch);
+}
+
+VEMO_ROWS_FUNCTION
+void gradientYRows(float* __restrict diffY, const float* __restrict grad, const float* __restrict channel,
+                   int height, int width, int pitch, int y0, int y1) {
+  if (y1 > height - 1) y1 = height - 1;
+  for (int y = y0; y < y1; ++y)
+    for (int x = 0; x < width; ++x) gradientYPixel(diffY, grad, channel, x, y, pitch);
+}
+
+VEMO_ROWS_FUNCTION
+void normalizeRows(float* __restrict x, int width, int pitch, int y0, int y1) {
+  for (int y = y0; y < y1; ++y)
+    for (int i = y * pitch; i < y * pitch + width; ++i) normalizePixel(x, i);
+}
+
+VEMO_ROWS_FUNCTION
+void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma,
+                  int y0, int y1) {
+  const int plane = pitch * height;
+  const float* __restrict ST = a.ST;
+  const float* __restrict ST2 = a.ST2;
+  const float* __restrict du = a.du;
+  const float* __restrict dv = a.dv;
+  const float* __restrict u = a.u;
+  const float* __restrict v = a.v;
+  const float* __restrict geoU = a.geoU;
+  const float* __restrict geoV = a.geoV;
+  const float* __restrict geoConf = a.geoConf;
+  const float* __restrict diffX = a.diffX;
+  const float* __restrict diffY = a.diffY;
+  float* __restrict dPsiData = a.dPsiData;
+  float* __restrict dPsiGradient = a.dPsiGradient;
+  float* __restrict dPsiMatch = a.dPsiMatch;
+  float* __restrict matchU = a.matchU;
+  float* __restrict matchV = a.matchV;
+  float* __restrict devMatrix = a.devMatrix;
+  float* __restrict b = a.b;
+  for (int y = y0; y < y1; ++y) {
+    forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
+      DataFactor_kernel(ST, du, dv, dPsiData, i, plane);
+      GradientFactor_kernel(ST2, du, dv, dPsiGradient, i, plane, gamma);
+      matchFactorSingle(u, v, du, dv, geoU, geoV, geoConf, dPsiMatch, matchU, matchV, i, beta);
+      makeMatrixAt(devMatrix, b, dPsiData, dPsiGradient, dPsiMatch, ST, ST2, matchU, matchV, u, v, diffX, diffY, i,
+                   plane, pitch, n.north, n.west, n.east, n.south, alpha);
+    });
+  }
+}
+
+VEMO_ROWS_FUNCTION
+void residualRows(const float* __restrict A, const float* __restrict rhs, const float* __restrict du,
+                  const float* __restrict dv, int height, int width, int pitch, float* __restrict residual, int y0,
+                  int y1) {
+  const int plane = pitch * height;
+  for (int y = y0; y < y1; ++y)
+    forRowPixels(y, height, width, pitch,
+                 [&](int i, Neighbours n) { residualAt(A, rhs, du, dv, i, plane, pitch, n, residual); });
+}
+
+VEMO_ROWS_FUNCTION
+void productRows(const float* __restrict A, const float* __restrict du, const float* __restrict dv, int height,
+                 int width, int pitch, float* __restrict res, int y0, int y1) {
+  const int plane = pitch * height;
+  for (int y = y0; y < y1; ++y)
+    forRowPixels(y, height, width, pitch,
+                 [&](int i, Neighbours n) { productPixelAt(A, du, dv, i, plane, pitch, n, res); });
+}
+
+VEMO_ROWS_FUNCTION
+void blockJacobiRows(const float* __restrict A, const float* __restrict x, float* __restrict y, int height,
+                     int width, int pitch, int y0, int y1) {
+  const int plane = pitch * height;
+  for (int r = y0; r < y1; ++r)
+    for (int i = r * pitch; i < r * pitch + width; ++i) blockJacobiPixel(A, x, y, i, plane);
+}
+
+VEMO_ROWS_FUNCTION
+void saxpy2Rows(float* __restrict acc1, const float* __restrict b1, float alpha1, float* __restrict acc2,
+                const float* __restrict b2, float alpha2, int width, int pitch, int y0, int y1) {
+  for (int r = y0; r < y1; ++r)
+    for (int i = r * pitch; i < r * pitch + width; ++i) saxpy2Element(acc1, b1, alpha1, acc2, b2, alpha2, i);
+}
+
+VEMO_ROWS_FUNCTION
+void scaleAndAddRows(float* __restrict acc, const float* __restrict b, float scale, int width, int pitch, int y0,
+                     int y1) {
+  for (int r = y0; r < y1; ++r)
+    for (int i = r * pitch; i < r * pitch + width; ++i) scaleAndAddElement(acc, b, scale, i);
+}
+
+VEMO_ROWS_FUNCTION
+void dotRows(const float* __restrict x, const float* __restrict y, int width, int pitch, double* partials, int y0,
+             int y1) {
+  for (int r = y0; r < y1; ++r) {
+    const std::size_t o = static_cast<std::size_t>(r) * pitch;
+    partials[r] = rowDotInline(x + o, y + o, width);
+  }
+}
+
+VEMO_ROWS_FUNCTION
+void productDotRows(const float* __restrict A, const float* __restrict p, float* __restrict q, int height,
+                    int width, int pitch, double* partials, int y0, int y1) {
+  const int plane = pitch * height;
+  for (int y = y0; y < y1; ++y) {
+    forRowPixels(y, height, width, pitch,
+                 [&](int i, Neighbours n) { productPixelAt(A, p, p + plane, i, plane, pitch, n, q); });
+    const std::size_t o = static_cast<std::size_t>(y) * pitch;
+    partials[y] = rowDotInline(p + o, q + o, width);
+    partials[height + y] = rowDotInline(p + plane + o, q + plane + o, width);
+  }
+}
+
+VEMO_ROWS_FUNCTION
+void updatePreconditionRows(const float* __restrict A, float* __restrict du, const float* __restrict p,
+                            float* __restrict r, const float* __restrict q, float a, float* __restrict z, int height,
+                            int width, int pitch, double* partials, int y0, int y1) {
+  const int plane = pitch * height;
+  for (int y = y0; y < y1; ++y) {
+    const int o = y * pitch;
+    for (int i = o; i < o + width; ++i) {
+      saxpy2Element(du, p, a, r, q, -a, i);
+      saxpy2Element(du + plane, p + plane, a, r + plane, q + plane, -a, i);
+      blockJacobiPixel(A, r, z, i, plane);
+    }
+    partials[y] = rowDotInline(r + o, z + o, width);
+    partials[height + y] = rowDotInline(r + plane + o, z + plane + o, width);
+  }
+}
+
+}  // namespace vemo::cpu::VEMO_ROWS_ISA
+
+#undef VEMO_ROWS_FUNCTION
