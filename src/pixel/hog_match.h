@@ -87,10 +87,10 @@ VEMO_INLINE bool matchCornerRejects(float cornerness, float average) {
 }
 
 // Energy test: the candidate is skipped when either energy exceeds twice the
-// other (exactly twice passes).
-VEMO_INLINE bool matchEnergyRejects(float e1, float e2) {
-  return (double)e2 > 2.0 * (double)e1 || (double)e1 > 2.0 * (double)e2;
-}
+// other (exactly twice passes). Doubling a float is exact, and where it
+// overflows to infinity the double-precision comparison is false as well, so
+// comparing in single precision gives the double-precision answer.
+VEMO_INLINE bool matchEnergyRejects(float e1, float e2) { return (e2 > 2.0f * e1) | (e1 > 2.0f * e2); }
 
 // Summed squared difference of the three colour planes between pixel i of
 // image 1 and pixel j of image 2, in plane order.
@@ -112,16 +112,23 @@ VEMO_INLINE float matchColourDistance(const float* image1, const float* image2, 
 // reaches `bound` the candidate cannot improve a best or second best that is
 // below `bound`, and the function returns the partial sum (>= bound) at the
 // end of that bin. Below `bound` the value is the full distance.
+//
+// hogDistanceBin adds the nine cell terms of bin b to d; `centre` points at
+// the candidate's pixel in plane b of hog2.
+VEMO_INLINE float hogDistanceBin(const float* desc, const float* centre, int pitch, int nOri, int b, float d) {
+  for (int k = 0; k < kHogCells; ++k) {
+    const float diff = desc[k * nOri + b] - centre[(long)hogCellDy(k) * pitch + hogCellDx(k)];
+    d = fmaf(diff, diff, d);
+  }
+  return d;
+}
+
 VEMO_INLINE float hogDescriptorDistance(const float* desc, const float* hog2, std::size_t planeStride, int pitch,
                                         int nOri, int x, int y, float bound) {
   float d = 0.0f;
   const std::size_t centre = (std::size_t)y * pitch + x;
   for (int b = 0; b < nOri; ++b) {
-    const float* cell = hog2 + (std::size_t)b * planeStride + centre;
-    for (int k = 0; k < kHogCells; ++k) {
-      const float diff = desc[k * nOri + b] - cell[(long)hogCellDy(k) * pitch + hogCellDx(k)];
-      d = fmaf(diff, diff, d);
-    }
+    d = hogDistanceBin(desc, hog2 + (std::size_t)b * planeStride + centre, pitch, nOri, b, d);
     if (d >= bound) return d;
   }
   return d;
@@ -157,12 +164,17 @@ VEMO_INLINE void matchBestUpdate(MatchBest& m, float d, int x, int y) {
 // One candidate of the search: the two tests, then the distance, then the
 // update. The distance stops early once it reaches the worker's second
 // best, which leaves the outcome unchanged.
+VEMO_INLINE bool matchAdmissible(float e1, const float* image1, const float* image2, const float* energy2,
+                                 std::size_t planeStride, std::size_t query, std::size_t j) {
+  return !matchEnergyRejects(e1, energy2[j]) &&
+         !(matchColourDistance(image1, image2, planeStride, query, j) > kMatchColourLimit);
+}
+
 VEMO_INLINE void matchCandidate(MatchBest& m, const float* desc, float e1, const float* image1,
                                 const float* image2, const float* energy2, const float* hog2,
                                 std::size_t planeStride, int pitch, int nOri, std::size_t query, int x, int y) {
   const std::size_t j = (std::size_t)y * pitch + x;
-  if (matchEnergyRejects(e1, energy2[j])) return;
-  if (matchColourDistance(image1, image2, planeStride, query, j) > kMatchColourLimit) return;
+  if (!matchAdmissible(e1, image1, image2, energy2, planeStride, query, j)) return;
   const float d = hogDescriptorDistance(desc, hog2, planeStride, pitch, nOri, x, y, m.d2);
   matchBestUpdate(m, d, x, y);
 }

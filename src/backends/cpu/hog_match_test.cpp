@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "backends/cpu/confidence.h"
 #include "backends/cpu/hog.h"
 #include "matching/match_test_util.h"
@@ -145,6 +147,61 @@ TEST(HogMatch, EmptyWindowsAndInvalidPointsGiveNoCandidate) {
   Frame corner(40, 40, 48, 1, std::nanf(""));
   EXPECT_EQ(searchOne(im, im, hog, hog, corner, 1, e, e, 1.0f, 20, 20).x, -7);
   EXPECT_EQ(searchOne(im, im, hog, hog, corner, 0, e, e, 1.0f, 20, 20).x, 12);
+}
+
+
+// The executor walks the window row by row and forms distances in batches
+// with early stopping; the result must equal one worker per column walking
+// its column top to bottom with plain updates, then the fold in worker order.
+// Small integer HOG values make many distances tie, and close colours and
+// energies admit most candidates.
+TEST(HogMatch, BatchedSearchEqualsTheOneWorkerPerColumnWalk) {
+  const int h = 150, w = 190, pitch = 192;
+  Frame im1(h, w, pitch, 3), im2(h, w, pitch, 3), hog1(h, w, pitch, kHogBins), hog2(h, w, pitch, kHogBins);
+  Frame e1(h, w, pitch, 1), e2(h, w, pitch, 1), corner(h, w, pitch, 1);
+  std::mt19937 rng(11);
+  std::uniform_int_distribution<int> small(0, 2), colour(90, 110), energy(10, 35);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      for (int c = 0; c < 3; ++c) {
+        im1.at(x, y, c) = (float)colour(rng);
+        im2.at(x, y, c) = (float)colour(rng);
+      }
+      for (int b = 0; b < kHogBins; ++b) {
+        hog1.at(x, y, b) = 0.5f * (float)small(rng);
+        hog2.at(x, y, b) = 0.5f * (float)small(rng);
+      }
+      e1.at(x, y) = (float)energy(rng);
+      e2.at(x, y) = (float)energy(rng);
+    }
+  const std::size_t plane = (std::size_t)pitch * h;
+  const int points[][2] = {{95, 75}, {12, 12}, {177, 137}, {40, 100}, {150, 20}};
+  for (const auto& pt : points) {
+    const int ax = pt[0], ay = pt[1];
+    float desc[kHogCells * kHogBins];
+    for (int b = 0; b < kHogBins; ++b) hogLoadDescriptorBin(hog1.ptr(), plane, pitch, kHogBins, ax, ay, b, desc);
+    const MatchWindow win = matchSearchWindow(ax, ay, h, w);
+    const std::size_t query = (std::size_t)ay * pitch + ax;
+    MatchBest worker[kMatchWorkers];
+    float best = kNoMatch;
+    for (int t = 0; t < kMatchWorkers; ++t) {
+      worker[t] = matchBestInit();
+      for (int x = win.x0 + t; x <= win.x1; x += kMatchWorkers)
+        for (int y = win.y0; y <= win.y1; ++y)
+          matchCandidate(worker[t], desc, e1.at(ax, ay), im1.ptr(), im2.ptr(), e2.ptr(), hog2.ptr(), plane, pitch,
+                         kHogBins, query, x, y);
+      if (worker[t].d1 < best) best = worker[t].d1;
+    }
+    MatchFold fold = matchFoldInit(best);
+    for (const MatchBest& m : worker) matchFoldWorker(fold, m);
+
+    const SearchResult r = searchOne(im1, im2, hog1, hog2, corner, 0, e1, e2, 0.0f, ax, ay);
+    SCOPED_TRACE(::testing::Message() << ax << "," << ay);
+    EXPECT_EQ(r.x, fold.x);
+    EXPECT_EQ(r.y, fold.y);
+    EXPECT_EQ(r.dist, fold.best);
+    EXPECT_EQ(r.dist2, fold.second);
+  }
 }
 
 }  // namespace
