@@ -26,17 +26,64 @@ std::vector<float> snapshot(const float* in, int height, int width, int pitch) {
   return copy;
 }
 
-// Clamp-to-edge passes (the texture path). `in` must not alias `out`.
+// Row and column passes. Samples at positions inside the line are read
+// directly under both border rules; the rules differ only for positions
+// outside it. So pixels whose taps all fall inside take a branch-free loop,
+// tap by tap over the whole run of such pixels (the same chain of fused
+// multiply-adds per pixel, vectorised across pixels), and only the border
+// pixels go through the per-pixel functions. `in` must not alias `out`.
+VEMO_CPU_CLONES void passX(float* __restrict out, const float* __restrict in, int height, int width, int pitch,
+                           const float* mask, int length, bool tiled) {
+  const int h = length / 2;
+  const int lo = h < width ? h : width;                    // first pixel with all taps inside
+  const int hi = width - (length - 1 - h) > lo ? width - (length - 1 - h) : lo;  // one past the last
+#pragma omp parallel for schedule(static)
+  for (int y = 0; y < height; ++y) {
+    const float* row = in + (size_t)y * pitch;
+    float* o = out + (size_t)y * pitch;
+    auto border = [&](int x) {
+      o[x] = tiled ? convolveSmallAt(row, 1, width, x, mask, length) : convolveClampAt(row, 1, width, x, mask, length);
+    };
+    for (int x = 0; x < lo; ++x) border(x);
+    for (int x = hi; x < width; ++x) border(x);
+    if (hi > lo) {
+      for (int x = lo; x < hi; ++x) o[x] = 0.0f;
+      for (int j = 0; j < length; ++j) {
+        const float m = mask[j];
+        const float* r = row + (j - h);
+        for (int x = lo; x < hi; ++x) o[x] = fmaf(m, r[x], o[x]);
+      }
+    }
+  }
+}
+
+VEMO_CPU_CLONES void passY(float* __restrict out, const float* __restrict in, int height, int width, int pitch,
+                           const float* mask, int length, bool tiled) {
+  const int h = length / 2;
+#pragma omp parallel for schedule(static)
+  for (int y = 0; y < height; ++y) {
+    float* o = out + (size_t)y * pitch;
+    if (y - h >= 0 && y + (length - 1 - h) < height) {
+      for (int x = 0; x < width; ++x) o[x] = 0.0f;
+      for (int j = 0; j < length; ++j) {
+        const float m = mask[j];
+        const float* r = in + (size_t)(y + j - h) * pitch;
+        for (int x = 0; x < width; ++x) o[x] = fmaf(m, r[x], o[x]);
+      }
+    } else {
+      for (int x = 0; x < width; ++x)
+        o[x] = tiled ? convolveSmallAt(in + x, pitch, height, y, mask, length)
+                     : convolveClampAt(in + x, pitch, height, y, mask, length);
+    }
+  }
+}
+
 void clampPassX(float* out, const float* in, int height, int width, int pitch, const float* mask, int length) {
-  forEachPixel(height, width, [=](int x, int y) {
-    out[y * pitch + x] = convolveClampAt(in + y * pitch, 1, width, x, mask, length);
-  });
+  passX(out, in, height, width, pitch, mask, length, false);
 }
 
 void clampPassY(float* out, const float* in, int height, int width, int pitch, const float* mask, int length) {
-  forEachPixel(height, width, [=](int x, int y) {
-    out[y * pitch + x] = convolveClampAt(in + x, pitch, height, y, mask, length);
-  });
+  passY(out, in, height, width, pitch, mask, length, false);
 }
 
 }  // namespace
@@ -45,9 +92,7 @@ void gConvolveX(float* out, const float* in, int height, int width, int pitch, c
   checkPlane("gConvolveX", height, width, pitch);
   checkMask("gConvolveX", mask, length);
   if (length < kSmallMaskLimit && out != in) {
-    forEachPixel(height, width, [=](int x, int y) {
-      out[y * pitch + x] = convolveSmallAt(in + y * pitch, 1, width, x, mask, length);
-    });
+    passX(out, in, height, width, pitch, mask, length, true);
     return;
   }
   if (out != in) {
@@ -62,9 +107,7 @@ void gConvolveY(float* out, const float* in, int height, int width, int pitch, c
   checkPlane("gConvolveY", height, width, pitch);
   checkMask("gConvolveY", mask, length);
   if (length < kSmallMaskLimit && out != in) {
-    forEachPixel(height, width, [=](int x, int y) {
-      out[y * pitch + x] = convolveSmallAt(in + x, pitch, height, y, mask, length);
-    });
+    passY(out, in, height, width, pitch, mask, length, true);
     return;
   }
   if (out != in) {
@@ -118,9 +161,7 @@ void Convolve2d(float* out, int out_height, int out_width, const float* in, int 
   }
   const std::vector<float> src = snapshot(in, h, w, w);
   const float* s = src.data();
-  forEachPixel(h, w, [=](int x, int y) {
-    out[y * w + x] = convolve2dClampAt(s, h, w, w, filter, filt_height, filt_width, x, y);
-  });
+  VEMO_FOR_EACH_PIXEL(h, w, x, y) { out[y * w + x] = convolve2dClampAt(s, h, w, w, filter, filt_height, filt_width, x, y); }
 }
 
 }  // namespace vemo::cpu

@@ -5,20 +5,20 @@
 
 namespace vemo::cpu {
 
-void Scale(float* arr, int height, int width, int pitch, float scale) {
-  forEachPixel(height, width, [=](int x, int y) { scaleAt(arr, pitch, scale, x, y); });
+VEMO_CPU_CLONES void Scale(float* arr, int height, int width, int pitch, float scale) {
+  VEMO_FOR_EACH_PIXEL(height, width, x, y) { scaleAt(arr, pitch, scale, x, y); }
 }
 
-void setValue(float* a, int height, int width, int pitch, float val) {
-  forEachPixel(height, width, [=](int x, int y) { setValueAt(a, pitch, val, x, y); });
+VEMO_CPU_CLONES void setValue(float* a, int height, int width, int pitch, float val) {
+  VEMO_FOR_EACH_PIXEL(height, width, x, y) { setValueAt(a, pitch, val, x, y); }
 }
 
-void Add(float* acc, const float* b, int height, int width, int pitch) {
-  forEachPixel(height, width, [=](int x, int y) { addAt(acc, b, pitch, x, y); });
+VEMO_CPU_CLONES void Add(float* acc, const float* b, int height, int width, int pitch) {
+  VEMO_FOR_EACH_PIXEL(height, width, x, y) { addAt(acc, b, pitch, x, y); }
 }
 
-void Diff(float* c, const float* a, const float* b, int height, int width, int pitch) {
-  forEachPixel(height, width, [=](int x, int y) { diffAt(c, a, b, pitch, x, y); });
+VEMO_CPU_CLONES void Diff(float* c, const float* a, const float* b, int height, int width, int pitch) {
+  VEMO_FOR_EACH_PIXEL(height, width, x, y) { diffAt(c, a, b, pitch, x, y); }
 }
 
 }  // namespace vemo::cpu

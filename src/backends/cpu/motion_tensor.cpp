@@ -1,6 +1,6 @@
 #include "backends/cpu/motion_tensor.h"
 
-#include <vector>
+#include <memory>
 
 #include "backends/cpu/convolve.h"
 #include "backends/cpu/elementwise.h"
@@ -11,25 +11,27 @@ namespace vemo::cpu {
 
 const float kDerivativeMask5[5] = {1.0f / 12.0f, -8.0f / 12.0f, 0.0f, 8.0f / 12.0f, -1.0f / 12.0f};
 
-void makeST(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* Conf,
+VEMO_CPU_CLONES void makeST(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* Conf,
             int height, int width, int pitch) {
-  forEachPixel(height, width, [=](int x, int y) { makeSTAt(ST, Ix, Iy, Iz, Conf, height, width, pitch, x, y); });
+  VEMO_FOR_EACH_PIXEL(height, width, x, y) { makeSTAt(ST, Ix, Iy, Iz, Conf, height, width, pitch, x, y); }
 }
 
-void makeST2(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
+VEMO_CPU_CLONES void makeST2(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
              const float* Iyz, const float* Conf, int height, int width, int pitch) {
-  forEachPixel(height, width, [=](int x, int y) {
+  VEMO_FOR_EACH_PIXEL(height, width, x, y) {
     makeST2At(ST2, Ixx, Ixy, Iyy, Ixz, Iyz, Conf, height, width, pitch, x, y);
-  });
+  }
 }
 
 void MakeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* Conf,
             int height, int width, int pitch, int channels) {
   checkPlane("MakeST", height, width, pitch);
   const size_t plane = (size_t)pitch * height;
-  // Eight derivative planes: Ix, Iy, Iz, Ixx, Ixy, Iyy, Ixz, Iyz.
-  std::vector<float> scratch(8 * plane, 0.0f);
-  float* Ix = scratch.data();
+  // Eight derivative planes: Ix, Iy, Iz, Ixx, Ixy, Iyy, Ixz, Iyz. Left
+  // uninitialised: every stage writes the height x width data before it is
+  // read, and nothing reads the padding.
+  std::unique_ptr<float[]> scratch(new float[8 * plane]);
+  float* Ix = scratch.get();
   float* Iy = Ix + plane;
   float* Iz = Iy + plane;
   float* Ixx = Iz + plane;

@@ -33,31 +33,37 @@ Frames& frames() {
 
 void BM_ConvolveXShort5(benchmark::State& st) {
   Planes out(H, W, P);
-  for (auto _ : st) vemo::cpu::gConvolveX(out.ptr(), frames().f1.ptr(), H, W, P, vemo::cpu::kDerivativeMask5, 5);
+  const float* in = frames().f1.ptr();
+  for (auto _ : st) vemo::cpu::gConvolveX(out.ptr(), in, H, W, P, vemo::cpu::kDerivativeMask5, 5);
 }
 BENCHMARK(BM_ConvolveXShort5)->Unit(benchmark::kMillisecond);
 
 void BM_ConvolveYShort5(benchmark::State& st) {
   Planes out(H, W, P);
-  for (auto _ : st) vemo::cpu::gConvolveY(out.ptr(), frames().f1.ptr(), H, W, P, vemo::cpu::kDerivativeMask5, 5);
+  const float* in = frames().f1.ptr();
+  for (auto _ : st) vemo::cpu::gConvolveY(out.ptr(), in, H, W, P, vemo::cpu::kDerivativeMask5, 5);
 }
 BENCHMARK(BM_ConvolveYShort5)->Unit(benchmark::kMillisecond);
 
 void BM_GaussianFilterSigma4(benchmark::State& st) {
   Planes out(H, W, P);
-  for (auto _ : st) vemo::cpu::gGaussianFilter(out.ptr(), frames().f1.ptr(), H, W, P, 4.0f);
+  const float* in = frames().f1.ptr();
+  for (auto _ : st) vemo::cpu::gGaussianFilter(out.ptr(), in, H, W, P, 4.0f);
 }
 BENCHMARK(BM_GaussianFilterSigma4)->Unit(benchmark::kMillisecond);
 
 void BM_DownsamplePlain(benchmark::State& st) {
   Planes out(H2, W2, P2);
-  for (auto _ : st) vemo::cpu::downsample(frames().f1.ptr(), H, W, P, out.ptr(), H2, W2, P2, nullptr);
+  const float* in = frames().f1.ptr();
+  for (auto _ : st) vemo::cpu::downsample(in, H, W, P, out.ptr(), H2, W2, P2, nullptr);
 }
 BENCHMARK(BM_DownsamplePlain)->Unit(benchmark::kMillisecond);
 
 void BM_DownsampleWeighted(benchmark::State& st) {
   Planes out(H2, W2, P2);
-  for (auto _ : st) vemo::cpu::downsample(frames().u.ptr(), H, W, P, out.ptr(), H2, W2, P2, frames().conf.ptr());
+  const float* in = frames().u.ptr();
+  const float* conf = frames().conf.ptr();
+  for (auto _ : st) vemo::cpu::downsample(in, H, W, P, out.ptr(), H2, W2, P2, conf);
 }
 BENCHMARK(BM_DownsampleWeighted)->Unit(benchmark::kMillisecond);
 

@@ -5,13 +5,13 @@
 
 namespace vemo::cpu {
 
-void gWarpMotion(float* outarray, const float* u, const float* v, const float* src, const float* First,
+VEMO_CPU_CLONES void gWarpMotion(float* outarray, const float* u, const float* v, const float* src, const float* First,
                  int nChan, float* confidence, int height, int width, int pitch) {
   checkPlane("gWarpMotion", height, width, pitch);
   if (nChan < 1) refuseArguments("gWarpMotion: the image needs at least one channel, got " + std::to_string(nChan));
-  forEachPixel(height, width, [=](int x, int y) {
+  VEMO_FOR_EACH_PIXEL(height, width, x, y) {
     warpMotionAt(outarray, src, First, confidence, height, width, pitch, u, v, nChan, x, y);
-  });
+  }
 }
 
 }  // namespace vemo::cpu
