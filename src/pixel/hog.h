@@ -22,8 +22,10 @@ constexpr int kHogBins = 15;
 constexpr float kHogGradientMask[3] = {-0.5f, 0.0f, 0.5f};
 
 // Normalised three-tap Gaussian of standard deviation 0.8 used to smooth the
-// histogram across neighbouring orientations (left, centre, right tap).
-constexpr float kHogBinSmoothing[3] = {0.23899427f, 0.52201146f, 0.23899427f};
+// histogram across neighbouring orientations (side, centre, side tap).
+constexpr float kHogBinSide = 0.23899427f;
+constexpr float kHogBinCentre = 0.52201146f;
+constexpr float kHogBinSmoothing[3] = {kHogBinSide, kHogBinCentre, kHogBinSide};
 
 // Box mean over 7 pixels, applied along x and then y: 7 taps of 1/7.
 constexpr int kHogPoolLength = 7;
@@ -68,13 +70,13 @@ VEMO_INLINE void hogAccumulateAt(const float* dx, const float* dy, float* hog, i
 // formed as the centre product first, then the left and the right tap added
 // by fused multiply-add. `in` and `out` are distinct fields.
 VEMO_INLINE void hogSmoothBinsAt(const float* in, float* out, int nOri, std::size_t planeStride,
-                                 std::size_t i, const float* f) {
+                                 std::size_t i, float f0, float f1, float f2) {
   for (int b = 0; b < nOri; ++b) {
     const int left = b == 0 ? nOri - 1 : b - 1;
     const int right = b == nOri - 1 ? 0 : b + 1;
-    const float centre = f[1] * in[(std::size_t)b * planeStride + i];
-    const float withLeft = fmaf(f[0], in[(std::size_t)left * planeStride + i], centre);
-    out[(std::size_t)b * planeStride + i] = fmaf(f[2], in[(std::size_t)right * planeStride + i], withLeft);
+    const float centre = f1 * in[(std::size_t)b * planeStride + i];
+    const float withLeft = fmaf(f0, in[(std::size_t)left * planeStride + i], centre);
+    out[(std::size_t)b * planeStride + i] = fmaf(f2, in[(std::size_t)right * planeStride + i], withLeft);
   }
 }
 

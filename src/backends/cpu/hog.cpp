@@ -37,7 +37,8 @@ void gComputeHOG(const float* image, float* hog, int nChannels, int nOri, int he
   }
 
   forEachPixel(height, width, [=](int x, int y) {
-    hogSmoothBinsAt(field, hog, nOri, plane, (std::size_t)y * pitch + x, kHogBinSmoothing);
+    hogSmoothBinsAt(field, hog, nOri, plane, (std::size_t)y * pitch + x, kHogBinSmoothing[0], kHogBinSmoothing[1],
+                    kHogBinSmoothing[2]);
   });
 
   // 7 x 7 box mean of every bin: along x into the scratch field, back along y.

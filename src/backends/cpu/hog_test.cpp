@@ -63,7 +63,7 @@ TEST(HogBins, OrientationSmoothingWrapsAroundTheCircle) {
   for (int source : {0, 7, 14}) {
     float in[kHogBins] = {}, out[kHogBins];
     in[source] = 10.0f;
-    hogSmoothBinsAt(in, out, kHogBins, stride, 0, kHogBinSmoothing);
+    hogSmoothBinsAt(in, out, kHogBins, stride, 0, kHogBinSide, kHogBinCentre, kHogBinSide);
     SCOPED_TRACE(source);
     EXPECT_FLOAT_EQ(out[source], 10.0f * kHogBinSmoothing[1]);
     EXPECT_FLOAT_EQ(out[(source + 1) % kHogBins], 10.0f * kHogBinSmoothing[2]);
