@@ -3,7 +3,8 @@
 // The header is parsed byte by byte: anything before the first 'P' is
 // ignored, the magic must be "P6", comment lines (starting with '#') and blank
 // lines may follow the magic line, then come width and height, and the
-// maximal value, normally on a line of its own.
+// maximal value, normally on a line of its own (comment lines may precede it;
+// it may also end the size line).
 // Samples are always one byte and are stored unscaled (0..255), planar: all
 // red values in row-major order, then all green, then all blue.
 //
@@ -95,10 +96,14 @@ int readNumber(ByteCursor& in, int c, const char* filename, const char* what, in
   return value;
 }
 
-// Reads the maximal-value line up to and including its line feed. Only one
-// byte per sample is supported: a value above 255 announces two-byte samples
-// and is refused. A line that holds no number is skipped as it is.
+// Reads the maximal-value line up to and including its line feed, after any
+// comment lines. Only one byte per sample is supported: a value above 255
+// announces two-byte samples and is refused. A line that holds no number is
+// skipped as it is.
 void checkMaximalValue(ByteCursor& in, const char* filename) {
+  while (in.peek() == '#') {
+    if (!skipLine(in)) refuse(filename, "the header ends inside a comment");
+  }
   while (in.peek() == ' ' || in.peek() == '\t') in.get();
   if (isDigit(in.peek())) {
     int terminator;

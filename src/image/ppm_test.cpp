@@ -74,6 +74,7 @@ TEST(PpmReader, AcceptsHeaderVariantsAndStoresPlanarUnsignedSamples) {
       "P6\r\n3 2\r\n255\r\n",
       "junk before P6\n3\n2\n255\n",
       "P6\n3 2 255\n",
+      "P6\n3 2\n# comment before the maximal value\n255\n",
   };
   for (const std::string& header : headers) {
     SCOPED_TRACE(header);
