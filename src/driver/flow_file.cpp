@@ -119,7 +119,9 @@ void COpticFlow::writeMiddlebury(CTensor<float>& flow, const char* filename) {
 
   const float* u = flow.data;
   const float* v = flow.data + pixels;
-  std::vector<unsigned char> row(static_cast<size_t>(width) * kVectorBytes);
+  // A zero-height field may still carry any width: size the row buffer only
+  // when there are vectors to move.
+  std::vector<unsigned char> row(pixels > 0 ? static_cast<size_t>(width) * kVectorBytes : 0);
   for (int y = 0; y < height && pixels > 0; ++y) {
     const size_t offset = static_cast<size_t>(y) * width;
     for (int x = 0; x < width; ++x) {
@@ -180,7 +182,9 @@ void COpticFlow::readMiddlebury(const char* filename, CTensor<float>& flow) {
   }
 
   std::unique_ptr<float[]> data(pixels > 0 ? new float[2 * pixels] : nullptr);
-  std::vector<unsigned char> row(static_cast<size_t>(width) * kVectorBytes);
+  // A zero-height field may still carry any width: size the row buffer only
+  // when there are vectors to move.
+  std::vector<unsigned char> row(pixels > 0 ? static_cast<size_t>(width) * kVectorBytes : 0);
   for (int y = 0; y < height && pixels > 0; ++y) {
     if (std::fread(row.data(), 1, row.size(), file.get()) != row.size())
       rejectFile(filename, "ended before its last vector");

@@ -150,6 +150,14 @@ TEST(FlowFile, ReaderRejectsHeadersPromisingMoreThanTheFileHolds) {
     EXPECT_EQ(flow.data[1], 9.0f);
   }
 
+  // Found by fuzzing: a huge width with zero height holds no vectors, so it
+  // is a valid empty field, and must not make the reader allocate a row.
+  writeBytes(path, "PIEH" + le32(0x7ffffff0) + le32(0));
+  CTensor<float> wide(1, 1, 2, 9.0f);
+  COpticFlow::readMiddlebury(path.c_str(), wide);
+  EXPECT_EQ(wide.elements(), 0u);
+  EXPECT_EQ(wide.data, nullptr);
+
   // A wrong tag and trailing bytes are accepted silently.
   writeBytes(path, "XXXX" + le32(1) + le32(1) + leFloat(2.5f) + leFloat(-1) + "trailing");
   CTensor<float> flow;
