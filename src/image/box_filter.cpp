@@ -14,7 +14,8 @@
 
 namespace {
 
-// Columns handled together by one thread in the y direction.
+// Lines filtered side by side by one thread: neighbouring columns in the y
+// direction, a transposed block of rows in the x direction.
 constexpr int kChunk = 64;
 
 // Data of shape [outer][length][inner]; lines run along `length`.
@@ -75,6 +76,29 @@ void boxFilter(const float* src, float* dst, Shape shape, int size) {
   // the reciprocal table by the line length.
   const int half = std::min(width >> 1, shape.length);
   const std::vector<float> table = reciprocals(std::min(width, shape.length));
+  if (shape.inner == 1) {
+    // Rows: kChunk rows at a time are copied into a transposed block and
+    // filtered side by side like columns, then copied back.
+    const int n = shape.length;
+    const int blocks = (shape.outer + kChunk - 1) / kChunk;
+#pragma omp parallel if (worthThreads(shape))
+    {
+      std::vector<float> in(static_cast<size_t>(n) * kChunk), out(in.size());
+#pragma omp for schedule(static)
+      for (int blk = 0; blk < blocks; ++blk) {
+        const int first = blk * kChunk;
+        const int rows = std::min(kChunk, shape.outer - first);
+        const float* s = src + static_cast<std::ptrdiff_t>(first) * n;
+        for (int r = 0; r < rows; ++r)
+          for (int i = 0; i < n; ++i) in[static_cast<size_t>(i) * rows + r] = s[r * n + i];
+        boxChunk(in.data(), out.data(), {1, n, rows}, 0, 0, rows, half, table);
+        float* d = dst + static_cast<std::ptrdiff_t>(first) * n;
+        for (int r = 0; r < rows; ++r)
+          for (int i = 0; i < n; ++i) d[r * n + i] = out[static_cast<size_t>(i) * rows + r];
+      }
+    }
+    return;
+  }
   const int chunks = (shape.inner + kChunk - 1) / kChunk;
   const int items = shape.outer * chunks;
 #pragma omp parallel for schedule(static) if (worthThreads(shape))
