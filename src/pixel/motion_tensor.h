@@ -21,46 +21,57 @@ constexpr double kTensorEpsilon = 1e-6;
 // rounded to single.
 VEMO_INLINE float robustReciprocal(float s) { return (float)(1.0 / ::sqrt((double)s + kTensorEpsilon)); }
 
-// Brightness term at (x, y): w = Conf / sqrt(Ix^2 + Iy^2 + 1e-6), then the six
-// products w * Ia * Ib.
+// Brightness term of one pixel: w = conf / sqrt(ix^2 + iy^2 + 1e-6), then
+// the six products w * Ia * Ib added into p0..p5.
+VEMO_INLINE void addBrightnessTensor(float ix, float iy, float iz, float conf, float& p0, float& p1, float& p2,
+                                     float& p3, float& p4, float& p5) {
+  const float s = fmaf(ix, ix, iy * iy);
+  const float w = (float)((double)conf / ::sqrt((double)s + kTensorEpsilon));
+  const float t = w * ix;
+  p0 = fmaf(ix, t, p0);
+  p3 = fmaf(iy, t, p3);
+  p4 = fmaf(iz, t, p4);
+  p1 = fmaf(iy, w * iy, p1);
+  p2 = fmaf(iz, w * iz, p2);
+  p5 = fmaf(iz, w * iy, p5);
+}
+
+// The brightness term at pixel (x, y) of the planes.
 VEMO_INLINE void makeSTAt(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* Conf,
                           int height, int width, int pitch, int x, int y) {
   const int idx = y * pitch + x;
   const int plane = pitch * height;
-  const float ix = Ix[idx], iy = Iy[idx], iz = Iz[idx];
-  const float s = fmaf(ix, ix, iy * iy);
-  const float w = (float)((double)Conf[idx] / ::sqrt((double)s + kTensorEpsilon));
-  const float t = w * ix;
   float* p = ST + idx;
-  p[0] = fmaf(ix, t, p[0]);
-  p[3 * plane] = fmaf(iy, t, p[3 * plane]);
-  p[4 * plane] = fmaf(iz, t, p[4 * plane]);
-  p[plane] = fmaf(iy, w * iy, p[plane]);
-  p[2 * plane] = fmaf(iz, w * iz, p[2 * plane]);
-  p[5 * plane] = fmaf(iz, w * iy, p[5 * plane]);
+  addBrightnessTensor(Ix[idx], Iy[idx], Iz[idx], Conf[idx], p[0], p[plane], p[2 * plane], p[3 * plane],
+                      p[4 * plane], p[5 * plane]);
 }
 
-// Gradient term at (x, y): b normalises the gradient of Ix, a that of Iy;
-// each bracket is formed in single precision and added as Conf * bracket.
+// Gradient term of one pixel: b normalises the gradient of Ix, a that of Iy;
+// each bracket is formed in single precision and added as conf * bracket.
 //   J11 b Ixx^2 + a Ixy^2        J12 Ixy (b Ixx + a Iyy)
 //   J22 b Ixy^2 + a Iyy^2        J13 b Ixx Ixz + a Ixy Iyz
 //   J33 b Ixz^2 + a Iyz^2        J23 b Ixy Ixz + a Iyy Iyz
+VEMO_INLINE void addGradientTensor(float xx, float xy, float yy, float xz, float yz, float conf, float& p0,
+                                   float& p1, float& p2, float& p3, float& p4, float& p5) {
+  const float b = robustReciprocal(fmaf(xx, xx, xy * xy));
+  const float a = robustReciprocal(fmaf(xy, xy, yy * yy));
+  p0 = fmaf(conf, fmaf(a * xy, xy, (b * xx) * xx), p0);
+  p1 = fmaf(conf, fmaf(a * yy, yy, (b * xy) * xy), p1);
+  p2 = fmaf(conf, fmaf(a * yz, yz, (b * xz) * xz), p2);
+  p3 = fmaf(conf, xy * fmaf(a, yy, b * xx), p3);
+  p4 = fmaf(conf, fmaf(a * xy, yz, (b * xx) * xz), p4);
+  p5 = fmaf(conf, fmaf(a * yy, yz, (b * xy) * xz), p5);
+}
+
+// The gradient term at pixel (x, y) of the planes.
 VEMO_INLINE void makeST2At(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy,
                            const float* Ixz, const float* Iyz, const float* Conf,
                            int height, int width, int pitch, int x, int y) {
   const int idx = y * pitch + x;
   const int plane = pitch * height;
-  const float xx = Ixx[idx], xy = Ixy[idx], yy = Iyy[idx], xz = Ixz[idx], yz = Iyz[idx];
-  const float conf = Conf[idx];
-  const float b = robustReciprocal(fmaf(xx, xx, xy * xy));
-  const float a = robustReciprocal(fmaf(xy, xy, yy * yy));
   float* p = ST2 + idx;
-  p[0] = fmaf(conf, fmaf(a * xy, xy, (b * xx) * xx), p[0]);
-  p[plane] = fmaf(conf, fmaf(a * yy, yy, (b * xy) * xy), p[plane]);
-  p[2 * plane] = fmaf(conf, fmaf(a * yz, yz, (b * xz) * xz), p[2 * plane]);
-  p[3 * plane] = fmaf(conf, xy * fmaf(a, yy, b * xx), p[3 * plane]);
-  p[4 * plane] = fmaf(conf, fmaf(a * xy, yz, (b * xx) * xz), p[4 * plane]);
-  p[5 * plane] = fmaf(conf, fmaf(a * yy, yz, (b * xy) * xz), p[5 * plane]);
+  addGradientTensor(Ixx[idx], Ixy[idx], Iyy[idx], Ixz[idx], Iyz[idx], Conf[idx], p[0], p[plane], p[2 * plane],
+                    p[3 * plane], p[4 * plane], p[5 * plane]);
 }
 
 }  // namespace vemo
