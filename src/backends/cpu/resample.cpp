@@ -1,21 +1,30 @@
 #include "backends/cpu/resample.h"
 
+#include <vector>
+
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/resample.h"
 
 namespace vemo::cpu {
 
+// The footprint spans depend on x alone or y alone: the column spans are
+// computed once per call and the row span once per row.
 VEMO_CPU_CLONES void downsample(const float* arr, int height, int width, int pitch,
-                float* out, int newheight, int newwidth, int newpitch, const float* conf) {
+                                float* out, int newheight, int newwidth, int newpitch, const float* conf) {
   checkPlane("downsample (source)", height, width, pitch);
   checkPlane("downsample (target)", newheight, newwidth, newpitch);
-  if (conf) {
-    VEMO_FOR_EACH_PIXEL(newheight, newwidth, x, y) {
-      out[y * newpitch + x] = downsampleWeightedAt(arr, height, width, pitch, newheight, newwidth, conf, x, y);
-    }
-  } else {
-    VEMO_FOR_EACH_PIXEL(newheight, newwidth, x, y) {
-      out[y * newpitch + x] = downsampleAt(arr, height, width, pitch, newheight, newwidth, x, y);
+  std::vector<AreaSpan> columns(newwidth);
+  for (int x = 0; x < newwidth; ++x) columns[x] = areaSpan(width, newwidth, x);
+  const AreaSpan* sx = columns.data();
+  const float norm = areaNorm(height, width, newheight, newwidth);
+#pragma omp parallel for schedule(static)
+  for (int y = 0; y < newheight; ++y) {
+    const AreaSpan sy = areaSpan(height, newheight, y);
+    float* o = out + (size_t)y * newpitch;
+    if (conf) {
+      for (int x = 0; x < newwidth; ++x) o[x] = areaWeightedAverage(arr, conf, height, width, pitch, sx[x], sy);
+    } else {
+      for (int x = 0; x < newwidth; ++x) o[x] = areaAverage(arr, height, width, pitch, sx[x], sy, norm);
     }
   }
 }

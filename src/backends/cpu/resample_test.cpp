@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "backends/cpu/plane_test_util.h"
+#include "pixel/resample.h"
 
 using vemo::testing_util::Planes;
 
@@ -102,4 +103,24 @@ TEST(Interpolate, UnitScaleIsIdentityAndEnlargementClampsAtTheEdges) {
       ASSERT_EQ(big.at(x, y), 2.0f * X + 3.0f * Y) << x << "," << y;
     }
   EXPECT_TRUE(big.paddingIntact());
+}
+
+// The device kernels call the per-pixel functions directly; the CPU loops
+// share spans between pixels. Both must give the same bits.
+TEST(AreaDownsample, CpuLoopMatchesThePerPixelFunctionsBitForBit) {
+  const int sizes[][4] = {{480, 640, 456, 608}, {83, 97, 79, 93}, {16, 21, 16, 21}, {17, 17, 5, 3}};
+  for (auto& s : sizes) {
+    Planes in(s[0], s[1], s[1] + 3), conf(s[0], s[1], s[1] + 3), out(s[2], s[3], s[3] + 5), wout(s[2], s[3], s[3] + 5);
+    in.fillRandom(41);
+    conf.fillRandom(42, -0.5f, 1.0f);
+    vemo::cpu::downsample(in.ptr(), s[0], s[1], in.pitch, out.ptr(), s[2], s[3], out.pitch, nullptr);
+    vemo::cpu::downsample(in.ptr(), s[0], s[1], in.pitch, wout.ptr(), s[2], s[3], wout.pitch, conf.ptr());
+    for (int y = 0; y < s[2]; ++y)
+      for (int x = 0; x < s[3]; ++x) {
+        const float p = vemo::downsampleAt(in.ptr(), s[0], s[1], in.pitch, s[2], s[3], x, y);
+        const float w = vemo::downsampleWeightedAt(in.ptr(), s[0], s[1], in.pitch, s[2], s[3], conf.ptr(), x, y);
+        ASSERT_TRUE(vemo::testing_util::sameBits(out.at(x, y), p)) << x << "," << y;
+        ASSERT_TRUE(vemo::testing_util::sameBits(wout.at(x, y), w)) << x << "," << y;
+      }
+  }
 }
