@@ -115,11 +115,16 @@ VEMO_INLINE float matchColourDistance(const float* image1, const float* image2, 
 //
 // hogDistanceBin adds the nine cell terms of bin b to d; `centre` points at
 // the candidate's pixel in plane b of hog2.
+//
+// hogDistanceTerm is one step of the chain: d + (q - v)^2, fused.
+VEMO_INLINE float hogDistanceTerm(float q, float v, float d) {
+  const float diff = q - v;
+  return fmaf(diff, diff, d);
+}
+
 VEMO_INLINE float hogDistanceBin(const float* desc, const float* centre, int pitch, int nOri, int b, float d) {
-  for (int k = 0; k < kHogCells; ++k) {
-    const float diff = desc[k * nOri + b] - centre[(long)hogCellDy(k) * pitch + hogCellDx(k)];
-    d = fmaf(diff, diff, d);
-  }
+  for (int k = 0; k < kHogCells; ++k)
+    d = hogDistanceTerm(desc[k * nOri + b], centre[(long)hogCellDy(k) * pitch + hogCellDx(k)], d);
   return d;
 }
 
