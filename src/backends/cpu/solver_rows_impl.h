@@ -2,8 +2,8 @@
 // including file defines VEMO_ROWS_ISA (the namespace of its copy) and may
 // set a target before including this file. Everything a loop calls is inlined
 // into it (flatten), so no copy calls code built for another instruction set.
-// These files are compiled without errno handling (see CMakeLists.txt) so
-// that the square roots vectorise.
+// These files are compiled without errno handling and without floating-point
+// traps (see CMakeLists.txt) so that square roots and selects vectorise.
 
 #include <cstddef>
 
@@ -44,6 +44,9 @@ inline __attribute__((always_inline)) void forRowPixels(int y, int height, int w
     return;
   }
   f(o, neighboursOf(0, y, height, width));
+  // Every caller writes only its own pixel's entries (in planes that it does
+  // not read at other pixels), so iterations are independent.
+#pragma GCC ivdep
   for (int i = o + 1; i < o + width - 1; ++i) f(i, Neighbours{true, true, true, true});
   f(o + width - 1, neighboursOf(width - 1, y, height, width));
 }
@@ -71,28 +74,17 @@ void normalizeRows(float* __restrict x, int width, int pitch, int y0, int y1) {
     for (int i = y * pitch; i < y * pitch + width; ++i) normalizePixel(x, i);
 }
 
-VEMO_ROWS_FUNCTION
-void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma,
-                  int y0, int y1) {
+// The planes as restrict-qualified parameters: the compiler then needs no
+// run-time overlap checks between the many streams, which it would give up
+// on, falling back to scalar code.
+inline __attribute__((always_inline)) void assembleRowsOf(
+    const float* __restrict ST, const float* __restrict ST2, const float* __restrict du, const float* __restrict dv,
+    const float* __restrict u, const float* __restrict v, const float* __restrict geoU, const float* __restrict geoV,
+    const float* __restrict geoConf, const float* __restrict diffX, const float* __restrict diffY,
+    float* __restrict dPsiData, float* __restrict dPsiGradient, float* __restrict dPsiMatch,
+    float* __restrict matchU, float* __restrict matchV, float* __restrict devMatrix, float* __restrict b, int height,
+    int width, int pitch, float alpha, float beta, float gamma, int y0, int y1) {
   const int plane = pitch * height;
-  const float* __restrict ST = a.ST;
-  const float* __restrict ST2 = a.ST2;
-  const float* __restrict du = a.du;
-  const float* __restrict dv = a.dv;
-  const float* __restrict u = a.u;
-  const float* __restrict v = a.v;
-  const float* __restrict geoU = a.geoU;
-  const float* __restrict geoV = a.geoV;
-  const float* __restrict geoConf = a.geoConf;
-  const float* __restrict diffX = a.diffX;
-  const float* __restrict diffY = a.diffY;
-  float* __restrict dPsiData = a.dPsiData;
-  float* __restrict dPsiGradient = a.dPsiGradient;
-  float* __restrict dPsiMatch = a.dPsiMatch;
-  float* __restrict matchU = a.matchU;
-  float* __restrict matchV = a.matchV;
-  float* __restrict devMatrix = a.devMatrix;
-  float* __restrict b = a.b;
   for (int y = y0; y < y1; ++y) {
     forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
       DataFactor_kernel(ST, du, dv, dPsiData, i, plane);
@@ -102,6 +94,14 @@ void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, flo
                    plane, pitch, n.north, n.west, n.east, n.south, alpha);
     });
   }
+}
+
+VEMO_ROWS_FUNCTION
+void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma,
+                  int y0, int y1) {
+  assembleRowsOf(a.ST, a.ST2, a.du, a.dv, a.u, a.v, a.geoU, a.geoV, a.geoConf, a.diffX, a.diffY, a.dPsiData,
+                 a.dPsiGradient, a.dPsiMatch, a.matchU, a.matchV, a.devMatrix, a.b, height, width, pitch, alpha, beta,
+                 gamma, y0, y1);
 }
 
 VEMO_ROWS_FUNCTION
