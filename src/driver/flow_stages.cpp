@@ -1,6 +1,5 @@
 // Upload, matching, the coarse-to-fine solver and download, on the backend of
-// this build. Descriptor matching is not wired in yet: the match weights are
-// all zero, which switches the matching term off at every pixel and level.
+// this build.
 #include "driver/flow_stages.h"
 
 #include <cstddef>
@@ -9,6 +8,7 @@
 #include "common/timer.h"
 #include "gpu/backend_factory.h"
 #include "gpu/variational_flow.h"
+#include "matching/hog_match_driver.h"
 
 void computeFlowOnBackend(const CTensor<float>& frame1, const CTensor<float>& frame2,
                           CTensor<float>& flow, const FlowParameters& params) {
@@ -30,9 +30,9 @@ void computeFlowOnBackend(const CTensor<float>& frame1, const CTensor<float>& fr
   vemo::closeStretch(start_memcpy1, finish_memcpy1, timer_memcpy1);
 
   vemo::stamp(start_HOG);
-  backend->clear(geoU.data(), plane);
-  backend->clear(geoV.data(), plane);
-  backend->clear(geoConf.data(), plane);
+  // Fills geoU, geoV, geoConf (all zero where there is no consistent match).
+  vemo::gCreateAndMatchHOG(*backend, image1.data(), image2.data(), geoU.data(), geoV.data(), geoConf.data(), height,
+                           width, pitch, channels);
   vemo::closeStretch(start_HOG, finish_HOG, timer_HOG);
 
   vemo::stamp(start_var);
