@@ -171,7 +171,9 @@ class Backend {
   // a backend may override them with single passes over memory as long as
   // the results are those of the composition.
   //
-  // The four assembly stages in their order, at the increment (du, dv).
+  // The four assembly stages in their order, at the increment (du, dv):
+  // fills fp.devMatrix and fp.b. A fused override need not store the
+  // weight planes (dPsiData, dPsiGradient, dPsiMatch, matchU, matchV).
   virtual void assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
                               const float* geoV, const float* geoConf, int height, int width, int pitch,
                               float alpha, float beta, float gamma);

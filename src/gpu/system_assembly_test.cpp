@@ -97,10 +97,15 @@ TEST(SystemAssembly, SymmetricWithCouplingsOfTheSharedEdgeAndNoneAcrossTheBorder
         // The diagonal carries the data terms plus the edge weights: the
         // smoothness part of every row sums to zero.
         const float couplings = c.A(kNorth, x, y) + c.A(kWest, x, y) + c.A(kEast, x, y) + c.A(kSouth, x, y);
-        const std::size_t plane = static_cast<std::size_t>(c.pitch) * c.height;
-        const float data = fp.dPsiMatch[i] + fp.ST[i] * fp.dPsiData[i] + fp.ST2[i] * fp.dPsiGradient[i];
+        const int plane = c.pitch * c.height;
+        const float du = fp.du[i], dv = fp.du[i + plane];
+        const float pd = dataWeight(fp.ST, i, plane, du, dv), pg = gradientWeight(fp.ST2, i, plane, du, dv, 5.0f);
+        float pm, mu, mv;
+        matchSingle(c.u.data(), c.v.data(), fp.du, fp.du + plane, c.geoU.data(), c.geoV.data(), c.geoConf.data(),
+                    static_cast<int>(i), 300.0f, pm, mu, mv);
+        const float data = pm + fp.ST[i] * pd + fp.ST2[i] * pg;
         EXPECT_NEAR(c.A(kA11, x, y) + couplings, data, 1e-3f * std::fabs(data) + 1e-3f);
-        const float data2 = fp.dPsiMatch[i] + fp.ST[i + plane] * fp.dPsiData[i] + fp.ST2[i + plane] * fp.dPsiGradient[i];
+        const float data2 = pm + fp.ST[i + plane] * pd + fp.ST2[i + plane] * pg;
         EXPECT_NEAR(c.A(kA22, x, y) + couplings, data2, 1e-3f * std::fabs(data2) + 1e-3f);
       }
     if (c.width == 1 && c.height == 1)

@@ -29,17 +29,27 @@ VEMO_INLINE float quadraticForm(const float* J, int i, int plane, float du, floa
   return e < 0.0f ? 0.0f : e;
 }
 
-// DataFactor_kernel at index i: dPsiData = 1 / sqrt(E(ST) + 1e-6).
-VEMO_INLINE void DataFactor_kernel(const float* ST, const float* du, const float* dv, float* dPsiData, int i,
-                                   int plane) {
-  dPsiData[i] = inverseRobustNorm(quadraticForm(ST, i, plane, du[i], dv[i]));
+// Weight of the brightness term: 1 / sqrt(E(ST) + 1e-6).
+VEMO_INLINE float dataWeight(const float* ST, int i, int plane, float du, float dv) {
+  return inverseRobustNorm(quadraticForm(ST, i, plane, du, dv));
 }
 
-// GradientFactor_kernel at index i: dPsiGradient = gamma / sqrt(E(ST2) + 1e-6).
+// Weight of the gradient term, gamma included: gamma / sqrt(E(ST2) + 1e-6).
+VEMO_INLINE float gradientWeight(const float* ST2, int i, int plane, float du, float dv, float gamma) {
+  const float e = quadraticForm(ST2, i, plane, du, dv);
+  return (float)((double)gamma / ::sqrt((double)e + kRobustEpsilon));
+}
+
+// DataFactor_kernel at index i.
+VEMO_INLINE void DataFactor_kernel(const float* ST, const float* du, const float* dv, float* dPsiData, int i,
+                                   int plane) {
+  dPsiData[i] = dataWeight(ST, i, plane, du[i], dv[i]);
+}
+
+// GradientFactor_kernel at index i.
 VEMO_INLINE void GradientFactor_kernel(const float* ST2, const float* du, const float* dv, float* dPsiGradient,
                                        int i, int plane, float gamma) {
-  const float e = quadraticForm(ST2, i, plane, du[i], dv[i]);
-  dPsiGradient[i] = (float)((double)gamma / ::sqrt((double)e + kRobustEpsilon));
+  dPsiGradient[i] = gradientWeight(ST2, i, plane, du[i], dv[i], gamma);
 }
 
 // One match hypothesis (displacement gu, gv with weight c) at a pixel with
@@ -83,17 +93,16 @@ VEMO_INLINE void MatchFactor_kernel(const float* u, const float* v, const float*
   matchV[i] = mv;
 }
 
-// MatchFactor_kernel with a single hypothesis, as the fixed-point iteration
-// runs it.
-VEMO_INLINE void matchFactorSingle(const float* u, const float* v, const float* du, const float* dv,
-                                   const float* geoU, const float* geoV, const float* geoConf, float* dPsiMatch,
-                                   float* matchU, float* matchV, int i, float beta) {
-  float m = 0.0f, mu = 0.0f, mv = 0.0f;
+// The match sums with a single hypothesis, as the fixed-point iteration runs
+// it: weight m and right-hand-side sums mu, mv.
+VEMO_INLINE void matchSingle(const float* u, const float* v, const float* du, const float* dv, const float* geoU,
+                             const float* geoV, const float* geoConf, int i, float beta, float& m, float& mu,
+                             float& mv) {
+  m = 0.0f;
+  mu = 0.0f;
+  mv = 0.0f;
   const float uc = u[i], vc = v[i];
   addMatchHypothesis(uc, vc, uc + du[i], vc + dv[i], geoU[i], geoV[i], geoConf[i], beta, m, mu, mv);
-  dPsiMatch[i] = m;
-  matchU[i] = mu;
-  matchV[i] = mv;
 }
 
 }  // namespace vemo

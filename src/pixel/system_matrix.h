@@ -43,21 +43,20 @@ VEMO_INLINE void addNeighbour(float s, float un, float vn, float uc, float vc, f
   a22 = a22 + s;
 }
 
-// The matrix row and right-hand side at index i with the neighbours that
-// exist. Missing neighbours (image border) get a zero coupling: a
+// The matrix row and right-hand side at index i from the pixel's weights
+// (data pd, gradient pg, match pm with its sums mu, mv) and the neighbours
+// that exist. Missing neighbours (image border) get a zero coupling: a
 // homogeneous Neumann boundary.
-VEMO_INLINE void makeMatrixAt(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
-                              const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
-                              const float* matchV, const float* u, const float* v, const float* diffX,
+VEMO_INLINE void makeMatrixAt(float* devMatrix, float* b, float pd, float pg, float pm, float mu, float mv,
+                              const float* ST, const float* ST2, const float* u, const float* v, const float* diffX,
                               const float* diffY, int i, int plane, int pitch, bool hasNorth, bool hasWest,
                               bool hasEast, bool hasSouth, float alpha) {
-  const float pd = dPsiData[i], pg = dPsiGradient[i], pm = dPsiMatch[i];
   // Each bracket: the gradient term's product, then the data term fused on.
   float a11 = pm + fmaf(ST[i], pd, ST2[i] * pg);
   const float a12 = fmaf(ST[i + 3 * plane], pd, ST2[i + 3 * plane] * pg);
   float a22 = pm + fmaf(ST[i + plane], pd, ST2[i + plane] * pg);
-  float b1 = -(matchU[i] + fmaf(ST[i + 4 * plane], pd, ST2[i + 4 * plane] * pg));
-  float b2 = -(matchV[i] + fmaf(ST[i + 5 * plane], pd, ST2[i + 5 * plane] * pg));
+  float b1 = -(mu + fmaf(ST[i + 4 * plane], pd, ST2[i + 4 * plane] * pg));
+  float b2 = -(mv + fmaf(ST[i + 5 * plane], pd, ST2[i + 5 * plane] * pg));
   const float uc = u[i], vc = v[i];
   float north = 0.0f, west = 0.0f, east = 0.0f, south = 0.0f;
   if (hasNorth) addNeighbour(alpha * diffY[i - pitch], u[i - pitch], v[i - pitch], uc, vc, a11, a22, b1, b2, north);
@@ -82,8 +81,9 @@ VEMO_INLINE void MakeMatrix_kernel(float* devMatrix, float* b, const float* dPsi
                                    const float* matchV, const float* u, const float* v, const float* diffX,
                                    const float* diffY, int x, int y, int height, int width, int pitch,
                                    float alpha) {
-  makeMatrixAt(devMatrix, b, dPsiData, dPsiGradient, dPsiMatch, ST, ST2, matchU, matchV, u, v, diffX, diffY,
-               y * pitch + x, pitch * height, pitch, y > 0, x > 0, x < width - 1, y < height - 1, alpha);
+  const int i = y * pitch + x;
+  makeMatrixAt(devMatrix, b, dPsiData[i], dPsiGradient[i], dPsiMatch[i], matchU[i], matchV[i], ST, ST2, u, v, diffX,
+               diffY, i, pitch * height, pitch, y > 0, x > 0, x < width - 1, y < height - 1, alpha);
 }
 
 }  // namespace vemo

