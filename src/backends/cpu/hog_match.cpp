@@ -49,13 +49,15 @@ struct Pending {
 // being interesting once its partial distance reaches its column's second
 // best; the group stops when every lane has (partial sums only grow, so a
 // lane that reached the bound cannot change its column). Lanes past the
-// window are never admitted.
+// window are never admitted and never hold the group back; they read at most
+// 15 + 4 columns beyond the window's last one (width - 13), which stays inside
+// the buffer because their cells lie at least 9 rows above its last row.
 inline void matchGroup(const unsigned char* admitted, MatchBest* column, int c, int y, const float* desc,
                        const float* hog2, std::size_t plane, int pitch, int x0) {
   float d[kLanes], bound[kLanes];
   for (int l = 0; l < kLanes; ++l) {
     d[l] = 0.0f;
-    bound[l] = admitted[c + l] ? column[c + l].d2 : -1.0f;  // idle lanes never hold the group back
+    bound[l] = admitted[c + l] ? column[c + l].d2 : 0.0f;
   }
   const float* centre = hog2 + (std::size_t)y * pitch + (x0 + c);
   for (int b = 0; b < kHogBins; ++b) {
@@ -67,7 +69,7 @@ inline void matchGroup(const unsigned char* admitted, MatchBest* column, int c, 
       for (int l = 0; l < kLanes; ++l) d[l] = hogDistanceTerm(q, v[l], d[l]);
     }
     bool done = true;
-    for (int l = 0; l < kLanes; ++l) done &= d[l] >= bound[l];
+    for (int l = 0; l < kLanes; ++l) done &= (admitted[c + l] == 0) | (d[l] >= bound[l]);
     if (done) break;
   }
   for (int l = 0; l < kLanes; ++l)
