@@ -67,6 +67,12 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
       gridX.push_back(x);
       gridY.push_back(y);
     }
+  if ((int)gridX.size() != n) {  // the count formula and the loops describe the same grid
+    const std::string message = "gCreateAndMatchHOG: grid of " + std::to_string(gridX.size()) +
+                                " points where " + std::to_string(n) + " were counted";
+    std::cerr << message << std::endl;
+    throw BackendError(message);
+  }
 
   Buffer hog1 = backend.allocate(plane * kHogBins);
   Buffer hog2 = backend.allocate(plane * kHogBins);
