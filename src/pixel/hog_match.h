@@ -43,7 +43,8 @@ VEMO_INLINE int hogCellDy(int k) { return (k / 3 - 1) * kHogCellStep; }
 VEMO_INLINE int hogCellDx(int k) { return (k % 3 - 1) * kHogCellStep; }
 
 // Inclusive search window around (ax, ay) in an image of the given size.
-// Empty (x0 > x1 or y0 > y1) for images of 25 pixels or less in a dimension.
+// Empty (x0 > x1 or y0 > y1) for images of 24 pixels or less in a dimension;
+// a 25-pixel dimension leaves the single position 12.
 struct MatchWindow {
   int x0, x1, y0, y1;
 };
