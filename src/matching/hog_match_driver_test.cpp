@@ -80,7 +80,9 @@ TEST(MatchDriver, GridLineAndFramesWithoutGridPoints) {
     for (int x = 0; x < 25; ++x) {
       ASSERT_EQ(m.u.at(x, y), 0.0f);
       ASSERT_EQ(m.v.at(x, y), 0.0f);
-      if (x != 12 || y != 12) ASSERT_EQ(m.conf.at(x, y), 0.0f);
+      if (x != 12 || y != 12) {
+        ASSERT_EQ(m.conf.at(x, y), 0.0f);
+      }
     }
 }
 
@@ -107,7 +109,9 @@ TEST(MatchDriver, RecoversAGlobalShiftIdenticallyOnOneAndTwoThreads) {
       const float a = one.conf.at(x, y), b = two.conf.at(x, y);
       ASSERT_EQ(std::memcmp(&a, &b, sizeof(float)), 0);
       const bool onGrid = x >= 12 && y >= 12 && x < w - 12 && y < h - 12 && x % 4 == 0 && y % 4 == 0;
-      if (one.conf.at(x, y) != 0.0f) ASSERT_TRUE(onGrid) << x << "," << y;
+      if (one.conf.at(x, y) != 0.0f) {
+        ASSERT_TRUE(onGrid) << x << "," << y;
+      }
       if (!onGrid) {
         ASSERT_EQ(one.u.at(x, y), 0.0f);
         continue;
