@@ -4,6 +4,15 @@
 
 namespace vemo {
 
+namespace {
+BackendRequest requested = BackendRequest::Auto;
+}  // namespace
+
+void requestBackend(BackendRequest request) { requested = request; }
+
+// Every request resolves to the CPU backend until a GPU backend is built in.
+const char* chosenBackendName() { return "cpu"; }
+
 std::unique_ptr<Backend> makeBackend() { return std::make_unique<CpuBackend>(); }
 
 }  // namespace vemo

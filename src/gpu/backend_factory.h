@@ -7,6 +7,16 @@
 
 namespace vemo {
 
+// Which backend later makeBackend() calls create, process-wide: Auto (the
+// default) takes CUDA when a GPU is usable and the build has that backend.
+enum class BackendRequest { Auto, Cpu, Cuda };
+void requestBackend(BackendRequest request);
+
+// The name ("cpu" or "cuda") of the backend makeBackend() creates under the
+// current request. Callers compare it with what was asked for, so that a
+// request that cannot be met is reported rather than silently replaced.
+const char* chosenBackendName();
+
 // The backend of this build: the CPU backend for now; a GPU backend joins
 // here once it exists.
 std::unique_ptr<Backend> makeBackend();
