@@ -1,0 +1,88 @@
+#include "driver/eval_command.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "driver/flow_metrics.h"
+#include "driver/flow_picture.h"
+#include "driver/optic_flow.h"
+#include "image/png_io.h"
+
+namespace {
+
+constexpr const char* kProgram = "vemo-eval";
+
+std::string usage() {
+  return std::string("Usage: ") + kProgram + " [options] FLOW.flo GROUND_TRUTH.flo\n"
+         "Measures a flow field against ground truth: mean end-point error (EPE), the\n"
+         "average angular error (AAE), the classic angular error, the share of pixels\n"
+         "with EPE above 1 and 3 px, and EPE by true-motion length (below 10, 10 to 40,\n"
+         "above 40 px). Ground truth of 1e9 or more, or not finite, is left out.\n"
+         "\n"
+         "      --json               print one JSON object instead of text\n"
+         "      --error-map ERR.png  picture of the end-point error (black 0, through red\n"
+         "                           and yellow to white; unknown ground truth dark blue)\n"
+         "      --error-scale E      error (px) shown as white (default 3)\n"
+         "  -h, --help               show this text\n";
+}
+
+int commandLineError(const std::string& error) {
+  std::fprintf(stderr, "%s: %s\nRun '%s --help' for usage.\n", kProgram, error.c_str(), kProgram);
+  return 2;
+}
+
+}  // namespace
+
+int runEvalProgram(int argc, char** argv) {
+  bool json = false;
+  std::string errorMap;
+  float errorScale = 3.0f;
+  std::vector<std::string> files;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "-h" || arg == "--help") {
+      std::fputs(usage().c_str(), stdout);
+      return 0;
+    } else if (arg == "--json") {
+      json = true;
+    } else if (arg == "--error-map" || arg == "--error-scale") {
+      if (i + 1 >= argc) return commandLineError("option " + arg + " needs a value");
+      const std::string value = argv[++i];
+      if (arg == "--error-map") {
+        errorMap = value;
+      } else {
+        char* end = nullptr;
+        errno = 0;
+        const double scale = std::strtod(value.c_str(), &end);
+        if (value.empty() || *end != '\0' || errno != 0 || !(scale > 0.0) || !std::isfinite(scale)) {
+          return commandLineError("option --error-scale expects a number above 0, not '" + value + "'");
+        }
+        errorScale = static_cast<float>(scale);
+      }
+    } else if (arg.size() > 1 && arg[0] == '-') {
+      return commandLineError("unknown option " + arg);
+    } else {
+      files.push_back(arg);
+    }
+  }
+  if (files.size() != 2) return commandLineError("a flow file and a ground-truth file are needed");
+
+  CTensor<float> flow, truth;
+  // The flow reader reports unopenable files on standard output; keep the
+  // report machine-readable by moving nothing else there.
+  COpticFlow::readMiddlebury(files[0].c_str(), flow);
+  COpticFlow::readMiddlebury(files[1].c_str(), truth);
+  if (flow.xSize != truth.xSize || flow.ySize != truth.ySize || flow.elements() == 0) {
+    std::fprintf(stderr, "%s: %s is %d x %d but %s is %d x %d\n", kProgram, files[0].c_str(), flow.xSize,
+                 flow.ySize, files[1].c_str(), truth.xSize, truth.ySize);
+    return 1;
+  }
+  const FlowMetrics metrics = evaluateFlow(flow, truth);
+  if (!errorMap.empty()) NImageIO::writePNG(errorPicture(endPointErrors(flow, truth), errorScale), errorMap.c_str());
+  std::fputs((json ? metricsJson(metrics) : metricsText(metrics)).c_str(), stdout);
+  return 0;
+}

@@ -1,0 +1,218 @@
+#include "driver/flow_command.h"
+
+#include <fcntl.h>
+#include <omp.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "backends/cuda/device_probe.h"
+#include "driver/flow_options.h"
+#include "driver/flow_picture.h"
+#include "driver/occlusion.h"
+#include "driver/optic_flow.h"
+#include "driver/run_flow.h"
+#include "driver/sequence.h"
+#include "gpu/backend_factory.h"
+#include "image/atomic_file.h"
+#include "image/exceptions.h"
+#include "image/png_io.h"
+#include "image/read_image.h"
+
+namespace {
+
+constexpr const char* kProgram = "vemo-flow";
+constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid point
+
+// Sends standard output to /dev/null while alive: the pipeline prints its
+// stage lines there, which vemo-flow shows only with --timings.
+class StdoutSilencer {
+ public:
+  explicit StdoutSilencer(bool active) {
+    if (!active) return;
+    std::cout.flush();
+    std::fflush(stdout);
+    saved_ = dup(STDOUT_FILENO);
+    const int null = open("/dev/null", O_WRONLY);
+    if (saved_ >= 0 && null >= 0) dup2(null, STDOUT_FILENO);
+    if (null >= 0) close(null);
+  }
+  ~StdoutSilencer() {
+    if (saved_ < 0) return;
+    std::cout.flush();
+    std::fflush(stdout);
+    dup2(saved_, STDOUT_FILENO);
+    close(saved_);
+  }
+
+ private:
+  int saved_ = -1;
+};
+
+double seconds() {
+  timeval t;
+  gettimeofday(&t, nullptr);
+  return t.tv_sec + t.tv_usec * 1e-6;
+}
+
+// Tells the factory which backend to use and says when it is not the one
+// that was asked for.
+std::string selectBackend(DeviceChoice device) {
+  const bool gpu = vemo::cudaDeviceUsable();
+  vemo::requestBackend(device == DeviceChoice::Cpu    ? vemo::BackendRequest::Cpu
+                       : device == DeviceChoice::Cuda ? vemo::BackendRequest::Cuda
+                                                      : vemo::BackendRequest::Auto);
+  const std::string chosen = vemo::chosenBackendName();
+  const bool wantedCuda = device == DeviceChoice::Cuda || (device == DeviceChoice::Auto && gpu);
+  if (wantedCuda && chosen != "cuda") {
+    std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kProgram,
+                 gpu ? "this build has no CUDA backend" : "no usable CUDA GPU was found", chosen.c_str());
+  }
+  return chosen;
+}
+
+void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, const std::string& name1,
+                 const std::string& name2, bool quiet) {
+  if (frame1.xSize != frame2.xSize || frame1.ySize != frame2.ySize) {
+    std::fprintf(stderr, "%s: frames differ in size: %s is %d x %d, %s is %d x %d\n", kProgram, name1.c_str(),
+                 frame1.xSize, frame1.ySize, name2.c_str(), frame2.xSize, frame2.ySize);
+    throw ETensorIncompatibleSize();
+  }
+  if (frame1.xSize < 2 || frame1.ySize < 2) {
+    std::fprintf(stderr, "%s: frames of %d x %d are too small: at least 2 x 2 pixels are needed\n", kProgram,
+                 frame1.xSize, frame1.ySize);
+    throw ETensorIncompatibleSize();
+  }
+  if (!quiet && (frame1.xSize < kMatchingMinimum || frame1.ySize < kMatchingMinimum)) {
+    std::fprintf(stderr, "%s: note: frames of %d x %d are below %d x %d: descriptor matching is skipped\n", kProgram,
+                 frame1.xSize, frame1.ySize, kMatchingMinimum, kMatchingMinimum);
+  }
+}
+
+// The flow from `from` to `to` with the options' parameters; the frames
+// are copied because the pipeline presmooths its inputs in place.
+CTensor<float> flowBetween(const CTensor<float>& from, const CTensor<float>& to, const FlowOptions& o) {
+  CTensor<float> a = from, b = to, flow;
+  StdoutSilencer silence(!o.timings);
+  runFlowGPU(a, b, flow, o.sigma, o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations);
+  return flow;
+}
+
+void writeFlowAtomically(CTensor<float>& flow, const std::string& name) {
+  CAtomicFile output(name);
+  COpticFlow::writeMiddlebury(flow, output.tempPath());
+  output.commit();
+}
+
+// Fails before any computing when an output's directory cannot take files.
+void checkOutputDirectory(const std::string& name) {
+  if (name.empty()) return;
+  const size_t slash = name.find_last_of('/');
+  const std::string dir = slash == std::string::npos ? "." : (slash == 0 ? "/" : name.substr(0, slash));
+  if (access(dir.c_str(), W_OK) != 0) {
+    std::fprintf(stderr, "%s: cannot write %s: directory %s is missing or not writable\n", kProgram, name.c_str(),
+                 dir.c_str());
+    throw EFileNotFound();
+  }
+}
+
+struct PairOutputs {
+  std::string flow, viz, backward, occlusions;
+};
+
+// Computes one pair and writes its outputs; everything is computed before
+// the first file is written.
+void runPair(const CTensor<float>& frame1, const CTensor<float>& frame2, const FlowOptions& o,
+             const PairOutputs& out) {
+  CTensor<float> forward = flowBetween(frame1, frame2, o);
+  CTensor<float> backward;
+  if (!out.backward.empty() || !out.occlusions.empty()) backward = flowBetween(frame2, frame1, o);
+  CTensor<float> picture, mask;
+  if (!out.viz.empty()) picture = flowPicture(forward, o.maxFlow, o.legend);
+  if (!out.occlusions.empty()) mask = occlusionMask(forward, backward);
+
+  writeFlowAtomically(forward, out.flow);
+  if (!out.backward.empty()) writeFlowAtomically(backward, out.backward);
+  if (!out.viz.empty()) NImageIO::writePNG(picture, out.viz.c_str());
+  if (!out.occlusions.empty()) NImageIO::writePNG(mask, out.occlusions.c_str());
+}
+
+int runSinglePair(const FlowOptions& o, const std::string& backend) {
+  const PairOutputs out{o.output, o.viz, o.backward, o.occlusions};
+  for (const std::string& name : {out.flow, out.viz, out.backward, out.occlusions}) checkOutputDirectory(name);
+  CTensor<float> frame1, frame2;
+  NImageIO::readImage(o.frame1, frame1);
+  NImageIO::readImage(o.frame2, frame2);
+  checkFrames(frame1, frame2, o.frame1, o.frame2, o.quiet);
+  const double start = seconds();
+  runPair(frame1, frame2, o, out);
+  if (!o.quiet) {
+    std::printf("Wrote %s (%d x %d, %.2f s on the %s backend)\n", o.output.c_str(), frame1.xSize, frame1.ySize,
+                seconds() - start, backend.c_str());
+  }
+  return 0;
+}
+
+int runSequence(const FlowOptions& o) {
+  std::string error;
+  for (const std::string& pattern : {o.sequence, o.output, o.viz, o.backward, o.occlusions}) {
+    if (!pattern.empty() && !checkFramePattern(pattern, error)) {
+      std::fprintf(stderr, "%s: %s\n", kProgram, error.c_str());
+      return 2;
+    }
+  }
+  const std::vector<int> frames = findFrames(o.sequence, o.first);
+  if (frames.size() < 2) {
+    std::fprintf(stderr, "%s: the sequence %s needs at least two consecutive frames, found %zu\n", kProgram,
+                 o.sequence.c_str(), frames.size());
+    return 1;
+  }
+  const auto nameOf = [](const std::string& pattern, int n) {
+    return pattern.empty() ? std::string() : frameName(pattern, n);
+  };
+  for (const std::string& pattern : {o.output, o.viz, o.backward, o.occlusions}) {
+    checkOutputDirectory(nameOf(pattern, frames[0]));
+  }
+  const int pairs = static_cast<int>(frames.size()) - 1;
+  CProgress progress(stderr, pairs, isatty(STDERR_FILENO) == 1);
+  CTensor<float> previous;
+  std::string previousName = frameName(o.sequence, frames[0]);
+  NImageIO::readImage(previousName, previous);
+  if (!o.quiet) progress.update(0);
+  for (int p = 0; p < pairs; ++p) {
+    const std::string nextName = frameName(o.sequence, frames[p + 1]);
+    CTensor<float> next;
+    NImageIO::readImage(nextName, next);
+    checkFrames(previous, next, previousName, nextName, o.quiet || p > 0);
+    const int n = frames[p];
+    runPair(previous, next, o, PairOutputs{nameOf(o.output, n), nameOf(o.viz, n), nameOf(o.backward, n),
+                                           nameOf(o.occlusions, n)});
+    if (!o.quiet) progress.update(p + 1);
+    previous = next;
+    previousName = nextName;
+  }
+  if (!o.quiet) progress.finish();
+  return 0;
+}
+
+}  // namespace
+
+int runFlowProgram(int argc, char** argv) {
+  FlowOptions options;
+  std::string error;
+  if (!parseFlowOptions(argc, argv, options, error)) {
+    std::fprintf(stderr, "%s: %s\nRun '%s --help' for usage.\n", kProgram, error.c_str(), kProgram);
+    return 2;
+  }
+  if (options.help) {
+    std::fputs(flowUsage(kProgram).c_str(), stdout);
+    return 0;
+  }
+  if (options.threads > 0) omp_set_num_threads(options.threads);
+  const std::string backend = selectBackend(options.device);
+  return options.sequence.empty() ? runSinglePair(options, backend) : runSequence(options);
+}

@@ -1,0 +1,39 @@
+// Error measures of a flow field against a ground-truth flow.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "image/tensor.h"
+
+struct FlowMetrics {
+  int width = 0, height = 0;
+  std::size_t known = 0;      // pixels with known ground truth
+  double epe = 0.0;           // mean end-point error (pixels)
+  double aae = 0.0;           // aae(): direction only, divided by all pixels
+  double angularError = 0.0;  // classic space-time angular error (degrees)
+  double over1 = 0.0;         // share of known pixels with end-point error > 1 px
+  double over3 = 0.0;         // ... > 3 px
+  // Mean end-point error by true-motion length: < 10, 10..40, > 40 pixels
+  // (NaN where a band has no pixel) and the pixels in each band.
+  double bandEpe[3] = {0.0, 0.0, 0.0};
+  std::size_t bandPixels[3] = {0, 0, 0};
+};
+
+// Whether a ground-truth vector is unknown: a component of 1e9 or more, or
+// not finite.
+bool unknownTruth(float u, float v);
+
+// Measures flow against truth (both W x H x 2). Unknown ground truth is left
+// out of every measure (the aae divisor excepted, which counts all pixels).
+// Fields of different sizes print a message and throw
+// ETensorIncompatibleSize. With no known pixel the means are NaN.
+FlowMetrics evaluateFlow(const CTensor<float>& flow, const CTensor<float>& truth);
+
+// Per-pixel end-point error (W x H x 1), NaN where the truth is unknown.
+CTensor<float> endPointErrors(const CTensor<float>& flow, const CTensor<float>& truth);
+
+// Human-readable report, one measure a line.
+std::string metricsText(const FlowMetrics& m);
+// One JSON object; NaN means are written as null.
+std::string metricsJson(const FlowMetrics& m);

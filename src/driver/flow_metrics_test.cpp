@@ -1,0 +1,123 @@
+// Error measures and pictures of flow fields.
+#include "driver/flow_metrics.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "driver/flow_picture.h"
+#include "image/exceptions.h"
+
+namespace {
+
+CTensor<float> field(int width, int height, float u, float v) {
+  CTensor<float> flow(width, height, 2);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) flow(x, y, 0) = u, flow(x, y, 1) = v;
+  return flow;
+}
+
+}  // namespace
+
+TEST(FlowMetrics, UnknownTruthIsLeftOutAndBandsFollowTheTrueMotion) {
+  // Four pixels of 2 x 2, truth lengths 5, 20, 50 and unknown.
+  CTensor<float> truth = field(2, 2, 0.0f, 0.0f);
+  truth(0, 0, 0) = 3.0f, truth(0, 0, 1) = 4.0f;   // |t| = 5: band < 10
+  truth(1, 0, 0) = 20.0f;                          // band 10..40
+  truth(0, 1, 1) = -50.0f;                         // band > 40
+  truth(1, 1, 0) = 1e9f;                           // unknown
+  CTensor<float> flow = truth;
+  flow(0, 0, 0) += 0.5f;                           // error 0.5
+  flow(1, 0, 1) += 2.0f;                           // error 2
+  flow(0, 1, 0) += 4.0f;                           // error 4
+  flow(1, 1, 0) = 123.0f;                          // ignored
+  FlowMetrics m = evaluateFlow(flow, truth);
+  EXPECT_EQ(m.known, 3u);
+  EXPECT_NEAR(m.epe, (0.5 + 2.0 + 4.0) / 3.0, 1e-6);
+  EXPECT_NEAR(m.over1, 2.0 / 3.0, 1e-12);
+  EXPECT_NEAR(m.over3, 1.0 / 3.0, 1e-12);
+  EXPECT_NEAR(m.bandEpe[0], 0.5, 1e-6);
+  EXPECT_NEAR(m.bandEpe[1], 2.0, 1e-6);
+  EXPECT_NEAR(m.bandEpe[2], 4.0, 1e-6);
+  EXPECT_EQ(m.bandPixels[0] + m.bandPixels[1] + m.bandPixels[2], 3u);
+  EXPECT_GT(m.angularError, 0.0);
+
+  // A non-finite truth component is unknown too, and the angular measures
+  // skip it rather than turning NaN.
+  truth(1, 1, 0) = std::numeric_limits<float>::quiet_NaN();
+  m = evaluateFlow(flow, truth);
+  EXPECT_EQ(m.known, 3u);
+  EXPECT_TRUE(std::isfinite(m.aae));
+  EXPECT_TRUE(std::isfinite(m.angularError));
+  const CTensor<float> errors = endPointErrors(flow, truth);
+  EXPECT_NEAR(errors(1, 0, 0), 2.0f, 1e-6f);
+  EXPECT_TRUE(std::isnan(errors(1, 1, 0)));
+
+  // The perfect flow scores zero everywhere.
+  m = evaluateFlow(truth, truth);
+  EXPECT_EQ(m.epe, 0.0);
+  EXPECT_EQ(m.over1, 0.0);
+  EXPECT_NEAR(m.aae, 0.0, 1e-6);
+}
+
+TEST(FlowMetrics, EmptyBandsAndAllUnknownGiveNullNotGarbageAndSizesMustMatch) {
+  const CTensor<float> truth = field(3, 2, 1e9f, 0.0f);
+  const FlowMetrics m = evaluateFlow(field(3, 2, 1.0f, 1.0f), truth);
+  EXPECT_EQ(m.known, 0u);
+  EXPECT_TRUE(std::isnan(m.epe));
+  const std::string json = metricsJson(m);
+  EXPECT_NE(json.find("\"epe\": null"), std::string::npos) << json;
+  EXPECT_NE(json.find("\"epe_s40plus\": null"), std::string::npos) << json;
+  EXPECT_EQ(json.find("nan"), std::string::npos) << json;
+  EXPECT_NE(metricsText(m).find("n/a"), std::string::npos);
+
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(evaluateFlow(field(3, 2, 0, 0), field(2, 3, 0, 0)), ETensorIncompatibleSize);
+  testing::internal::GetCapturedStderr();
+}
+
+TEST(FlowPicture, MaxFlowSetsFullBrightnessAndUnknownVectorsAreBlack) {
+  CTensor<float> flow = field(3, 1, 0.0f, 0.0f);
+  flow(0, 0, 0) = 4.0f;                   // right, length 4
+  flow(1, 0, 0) = 2.0f;                   // half as long
+  flow(2, 0, 0) = 1e9f;                   // unknown
+  CTensor<float> picture = flowPicture(flow, 4.0f, false);
+  ASSERT_EQ(picture.zSize, 3);
+  EXPECT_EQ(picture(0, 0, 0), 255.0f);    // pure red at full brightness
+  EXPECT_EQ(picture(0, 0, 1), 0.0f);
+  EXPECT_NEAR(picture(1, 0, 0), 127.0f, 1.0f);
+  for (int c = 0; c < 3; ++c) EXPECT_EQ(picture(2, 0, c), 0.0f);
+  // Without a scale the longest known vector (4) reaches full brightness.
+  picture = flowPicture(flow, 0.0f, false);
+  EXPECT_EQ(picture(0, 0, 0), 255.0f);
+  EXPECT_EQ(longestVector(flow), 4.0f);
+
+  // The legend adds a square panel on the right whose centre is black (no
+  // motion) and whose corners are white background.
+  const CTensor<float> tall = field(10, 40, 1.0f, 0.0f);
+  picture = flowPicture(tall, 1.0f, true);
+  EXPECT_EQ(picture.xSize, 50);
+  EXPECT_EQ(picture.ySize, 40);
+  EXPECT_EQ(picture(10 + 20, 20, 1), 0.0f);
+  EXPECT_EQ(picture(10, 0, 0), 255.0f);
+  EXPECT_EQ(picture(49, 39, 2), 255.0f);
+  // The panel's right edge shows motion to the right: red.
+  EXPECT_GT(picture(48, 20, 0), 200.0f);
+  EXPECT_LT(picture(48, 20, 1), 50.0f);
+}
+
+TEST(FlowPicture, ErrorPictureRunsFromBlackToWhiteAndMarksUnknown) {
+  CTensor<float> errors(4, 1, 1);
+  errors(0, 0, 0) = 0.0f;
+  errors(1, 0, 0) = 1.0f;
+  errors(2, 0, 0) = 100.0f;
+  errors(3, 0, 0) = std::numeric_limits<float>::quiet_NaN();
+  const CTensor<float> p = errorPicture(errors, 3.0f);
+  EXPECT_EQ(p(0, 0, 0) + p(0, 0, 1) + p(0, 0, 2), 0.0f);
+  EXPECT_EQ(p(1, 0, 0), 255.0f);  // one third of the scale: red
+  EXPECT_EQ(p(1, 0, 1), 0.0f);
+  for (int c = 0; c < 3; ++c) EXPECT_EQ(p(2, 0, c), 255.0f);
+  EXPECT_EQ(p(3, 0, 0), 0.0f);
+  EXPECT_GT(p(3, 0, 2), 0.0f);
+}

@@ -1,0 +1,202 @@
+#include "driver/flow_options.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <vector>
+
+namespace {
+
+bool parseFloat(const std::string& text, float low, float high, bool lowOpen, float& out) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  errno = 0;
+  const double value = std::strtod(text.c_str(), &end);
+  if (*end != '\0' || errno == ERANGE || !std::isfinite(value)) return false;
+  if (value < low || value > high || (lowOpen && value == low)) return false;
+  out = static_cast<float>(value);
+  return true;
+}
+
+bool parseInt(const std::string& text, long low, long high, int& out) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  errno = 0;
+  const long value = std::strtol(text.c_str(), &end, 10);
+  if (*end != '\0' || errno == ERANGE || value < low || value > high) return false;
+  out = static_cast<int>(value);
+  return true;
+}
+
+// Handler of an option's value; returns the reason it was refused, or "".
+using ValueHandler = std::function<std::string(const std::string&)>;
+
+ValueHandler floatIn(float& target, float low, float high, bool lowOpen, const char* range) {
+  return [&target, low, high, lowOpen, range](const std::string& v) {
+    return parseFloat(v, low, high, lowOpen, target) ? std::string() : std::string("expects a number ") + range;
+  };
+}
+
+ValueHandler intIn(int& target, long low, long high, const char* range) {
+  return [&target, low, high, range](const std::string& v) {
+    return parseInt(v, low, high, target) ? std::string() : std::string("expects a whole number ") + range;
+  };
+}
+
+ValueHandler text(std::string& target) {
+  return [&target](const std::string& v) {
+    if (v.empty()) return std::string("expects a file name");
+    target = v;
+    return std::string();
+  };
+}
+
+}  // namespace
+
+bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::string& error) {
+  const std::map<std::string, ValueHandler> valued = {
+      {"-o", text(o.output)},
+      {"--output", text(o.output)},
+      {"--sigma", floatIn(o.sigma, 0.0f, 100.0f, false, "from 0 to 100")},
+      {"--alpha", floatIn(o.alpha, 0.0f, 1e6f, false, "from 0 to 1e6")},
+      {"--beta", floatIn(o.beta, 0.0f, 1e6f, false, "from 0 to 1e6")},
+      {"--gamma", floatIn(o.gamma, 0.0f, 1e6f, false, "from 0 to 1e6")},
+      {"--eta", floatIn(o.eta, 0.0f, 0.99f, true, "above 0 and at most 0.99")},
+      {"--fixed-point-iters", intIn(o.fixedPointIterations, 0, 1000, "from 0 to 1000")},
+      {"--solver-iters", intIn(o.solverIterations, 0, 10000, "from 0 to 10000")},
+      {"--viz", text(o.viz)},
+      {"--max-flow", floatIn(o.maxFlow, 0.0f, 1e6f, true, "above 0")},
+      {"--backward", text(o.backward)},
+      {"--occlusions", text(o.occlusions)},
+      {"--sequence", text(o.sequence)},
+      {"--first", intIn(o.first, 0, 1000000000, "from 0")},
+      {"--threads", intIn(o.threads, 1, 1024, "from 1 to 1024")},
+      {"--device",
+       [&o](const std::string& v) {
+         if (v == "auto") o.device = DeviceChoice::Auto;
+         else if (v == "cpu") o.device = DeviceChoice::Cpu;
+         else if (v == "cuda") o.device = DeviceChoice::Cuda;
+         else return std::string("expects auto, cpu or cuda");
+         return std::string();
+       }},
+  };
+  const std::map<std::string, bool*> flags = {
+      {"--legend", &o.legend}, {"--quiet", &o.quiet}, {"-q", &o.quiet}, {"--timings", &o.timings}};
+
+  std::vector<std::string> positional;
+  bool optionsEnded = false;
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
+      positional.push_back(arg);
+      continue;
+    }
+    if (arg == "--") {
+      optionsEnded = true;
+      continue;
+    }
+    if (arg == "-h" || arg == "--help") {
+      o.help = true;
+      return true;
+    }
+    std::string value;
+    bool inlineValue = false;
+    const size_t equals = arg.find('=');
+    if (arg.compare(0, 2, "--") == 0 && equals != std::string::npos) {
+      value = arg.substr(equals + 1);
+      arg = arg.substr(0, equals);
+      inlineValue = true;
+    }
+    const auto flag = flags.find(arg);
+    if (flag != flags.end()) {
+      if (inlineValue) {
+        error = "option " + arg + " takes no value";
+        return false;
+      }
+      *flag->second = true;
+      continue;
+    }
+    const auto option = valued.find(arg);
+    if (option == valued.end()) {
+      error = "unknown option " + arg;
+      return false;
+    }
+    if (!inlineValue) {
+      if (i + 1 >= argc) {
+        error = "option " + arg + " needs a value";
+        return false;
+      }
+      value = argv[++i];
+    }
+    const std::string reason = option->second(value);
+    if (!reason.empty()) {
+      error = "option " + arg + " " + reason + ", not '" + value + "'";
+      return false;
+    }
+  }
+
+  if (!o.sequence.empty()) {
+    if (!positional.empty()) {
+      error = "--sequence takes no frame arguments";
+      return false;
+    }
+  } else if (positional.size() != 2) {
+    error = positional.size() < 2 ? "two frames are needed" : "too many arguments: " + positional[2];
+    return false;
+  } else {
+    o.frame1 = positional[0];
+    o.frame2 = positional[1];
+  }
+  if (o.first >= 0 && o.sequence.empty()) {
+    error = "--first only applies to --sequence";
+    return false;
+  }
+  if (o.output.empty()) {
+    error = "no output: give -o FLOW.flo";
+    return false;
+  }
+  if ((o.maxFlow > 0.0f || o.legend) && o.viz.empty()) {
+    error = "--max-flow and --legend only apply to --viz";
+    return false;
+  }
+  return true;
+}
+
+std::string flowUsage(const char* program) {
+  std::string p = program;
+  return "Usage: " + p + " [options] FRAME1 FRAME2 -o FLOW.flo\n"
+         "       " + p + " [options] --sequence 'frames/%05d.png' -o 'flows/%05d.flo'\n"
+         "Computes the dense optical flow from FRAME1 to FRAME2 (PNG, JPEG, PGM or PPM).\n"
+         "\n"
+         "Output:\n"
+         "  -o, --output FILE        flow file (.flo); in sequence mode a pattern\n"
+         "      --viz FILE.png       colour-coded flow picture\n"
+         "      --max-flow M         flow length (pixels) shown at full brightness in the\n"
+         "                           picture (default: the longest vector of the field)\n"
+         "      --legend             add the colour wheel to the picture\n"
+         "      --backward FILE      also compute the flow from FRAME2 to FRAME1\n"
+         "      --occlusions FILE.png  mask of pixels (white) whose forward and backward\n"
+         "                           flows do not agree: occluded or leaving the frame\n"
+         "Method:\n"
+         "      --sigma S            presmoothing std. deviation (default 0.8)\n"
+         "      --alpha A            smoothness weight (default 30)\n"
+         "      --beta B             descriptor-matching weight (default 300)\n"
+         "      --gamma G            gradient-constancy weight (default 5)\n"
+         "      --eta E              pyramid scaling factor (default 0.95)\n"
+         "      --fixed-point-iters N  outer iterations per level (default 5)\n"
+         "      --solver-iters N     linear-solver iterations (default 10)\n"
+         "Sequences:\n"
+         "      --sequence PATTERN   frames named by a printf pattern with one %d;\n"
+         "                           every consecutive pair is computed and -o, --viz,\n"
+         "                           --backward and --occlusions are patterns too\n"
+         "      --first N            number of the first frame (default: 0 or 1)\n"
+         "Running:\n"
+         "      --device D           auto (CUDA when a GPU is usable), cpu or cuda\n"
+         "      --threads N          CPU threads\n"
+         "      --timings            print the stage timings\n"
+         "  -q, --quiet              print errors and warnings only\n"
+         "  -h, --help               show this text\n";
+}

@@ -1,0 +1,40 @@
+// Named options of the vemo-flow program and their parsing.
+#pragma once
+
+#include <string>
+
+enum class DeviceChoice { Auto, Cpu, Cuda };
+
+struct FlowOptions {
+  std::string frame1, frame2;  // the two frames (pair mode)
+  std::string sequence;        // frame pattern with one %d conversion (sequence mode)
+  std::string output;          // -o: flow file, or a pattern in sequence mode
+  std::string viz;             // colour-coded flow picture (PNG)
+  std::string backward;        // backward flow file
+  std::string occlusions;      // forward-backward consistency mask (PNG)
+  float sigma = 0.8f;
+  float alpha = 30.0f;
+  float beta = 300.0f;
+  float gamma = 5.0f;
+  float eta = 0.95f;
+  int fixedPointIterations = 5;
+  int solverIterations = 10;
+  float maxFlow = 0.0f;  // picture scale in pixels; 0: the largest vector of the field
+  bool legend = false;
+  DeviceChoice device = DeviceChoice::Auto;
+  int threads = 0;  // 0: OpenMP's default
+  int first = -1;   // first frame number of a sequence; -1: 0 or 1, whichever exists
+  bool quiet = false;
+  bool timings = false;
+  bool help = false;
+};
+
+// Parses argv[1..argc-1]. Options take their value as the next argument or
+// after '=' (--alpha=20). Returns false with a one-line reason in error for
+// an unknown option, a missing or malformed value, a value out of range or
+// a wrong number of frames; --help stops parsing and returns true with
+// options.help set.
+bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& options, std::string& error);
+
+// The --help text.
+std::string flowUsage(const char* program);

@@ -1,0 +1,100 @@
+// Parsing of vemo-flow's named options.
+#include "driver/flow_options.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+bool parse(std::vector<std::string> args, FlowOptions& options, std::string& error) {
+  args.insert(args.begin(), "vemo-flow");
+  std::vector<const char*> argv;
+  for (const std::string& a : args) argv.push_back(a.c_str());
+  options = FlowOptions();
+  return parseFlowOptions(static_cast<int>(argv.size()), argv.data(), options, error);
+}
+
+}  // namespace
+
+TEST(FlowOptions, DefaultsMatchTheVemoCommandAndBothValueSpellingsWork) {
+  FlowOptions o;
+  std::string error;
+  ASSERT_TRUE(parse({"a.png", "b.png", "-o", "f.flo"}, o, error)) << error;
+  EXPECT_EQ(o.frame1, "a.png");
+  EXPECT_EQ(o.frame2, "b.png");
+  EXPECT_EQ(o.output, "f.flo");
+  EXPECT_FLOAT_EQ(o.sigma, 0.8f);
+  EXPECT_FLOAT_EQ(o.alpha, 30.0f);
+  EXPECT_FLOAT_EQ(o.beta, 300.0f);
+  EXPECT_FLOAT_EQ(o.gamma, 5.0f);
+  EXPECT_FLOAT_EQ(o.eta, 0.95f);
+  EXPECT_EQ(o.fixedPointIterations, 5);
+  EXPECT_EQ(o.solverIterations, 10);
+  EXPECT_EQ(o.device, DeviceChoice::Auto);
+
+  ASSERT_TRUE(parse({"--alpha=12.5", "--beta", "0", "--sigma=0", "--eta", "0.5", "--fixed-point-iters", "3",
+                     "--solver-iters=20", "--device", "cpu", "--threads=2", "-q", "a", "b", "--output=x.flo",
+                     "--viz", "v.png", "--max-flow", "4", "--legend", "--backward", "bk.flo", "--occlusions=o.png"},
+                    o, error))
+      << error;
+  EXPECT_FLOAT_EQ(o.alpha, 12.5f);
+  EXPECT_FLOAT_EQ(o.beta, 0.0f);
+  EXPECT_FLOAT_EQ(o.sigma, 0.0f);
+  EXPECT_FLOAT_EQ(o.eta, 0.5f);
+  EXPECT_EQ(o.fixedPointIterations, 3);
+  EXPECT_EQ(o.solverIterations, 20);
+  EXPECT_EQ(o.device, DeviceChoice::Cpu);
+  EXPECT_EQ(o.threads, 2);
+  EXPECT_TRUE(o.quiet);
+  EXPECT_TRUE(o.legend);
+  EXPECT_FLOAT_EQ(o.maxFlow, 4.0f);
+  EXPECT_EQ(o.output, "x.flo");
+  EXPECT_EQ(o.backward, "bk.flo");
+  EXPECT_EQ(o.occlusions, "o.png");
+
+  // A file name starting with '-' after "--"; --help wins over missing frames.
+  ASSERT_TRUE(parse({"-o", "f.flo", "--", "-a.png", "b.png"}, o, error)) << error;
+  EXPECT_EQ(o.frame1, "-a.png");
+  ASSERT_TRUE(parse({"--help"}, o, error));
+  EXPECT_TRUE(o.help);
+  ASSERT_TRUE(parse({"--sequence", "f/%03d.png", "-o", "o/%03d.flo", "--first", "7"}, o, error)) << error;
+  EXPECT_EQ(o.first, 7);
+}
+
+TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
+  FlowOptions o;
+  std::string error;
+  const std::vector<std::vector<std::string>> bad = {
+      {"a", "b", "-o", "f.flo", "--alpha", "3x"},        // trailing junk (atof would give 3)
+      {"a", "b", "-o", "f.flo", "--alpha", "abc"},       // atof would give 0
+      {"a", "b", "-o", "f.flo", "--alpha", "-1"},        // negative weight
+      {"a", "b", "-o", "f.flo", "--eta", "1"},           // pyramid that never shrinks
+      {"a", "b", "-o", "f.flo", "--eta", "0"},           // no pyramid at all
+      {"a", "b", "-o", "f.flo", "--sigma", "nan"},       // not finite
+      {"a", "b", "-o", "f.flo", "--solver-iters", "2.5"},
+      {"a", "b", "-o", "f.flo", "--threads", "0"},
+      {"a", "b", "-o", "f.flo", "--device", "gpu"},
+      {"a", "b", "-o", "f.flo", "--max-flow", "0", "--viz", "v.png"},
+      {"a", "b", "-o", "f.flo", "--alpha"},              // value missing at the end
+      {"a", "b", "-o", "f.flo", "--bogus"},
+      {"a", "b", "-o", "f.flo", "--legend=yes", "--viz", "v.png"},
+      {"a", "b", "-o", "f.flo", "--legend"},             // picture options without --viz
+      {"a", "-o", "f.flo"},                              // one frame
+      {"a", "b", "c", "-o", "f.flo"},                    // three frames
+      {"a", "b"},                                        // no output
+      {"--sequence", "s%d.png", "a", "-o", "o%d.flo"},   // frames and a sequence
+      {"a", "b", "-o", "f.flo", "--first", "3"},         // --first without a sequence
+  };
+  for (const auto& args : bad) {
+    std::string joined;
+    for (const auto& a : args) joined += a + " ";
+    error.clear();
+    EXPECT_FALSE(parse(args, o, error)) << joined;
+    EXPECT_FALSE(error.empty()) << joined;
+  }
+  parse({"a", "b", "-o", "f.flo", "--alpha", "3x"}, o, error);
+  EXPECT_NE(error.find("--alpha"), std::string::npos) << error;
+  EXPECT_NE(error.find("3x"), std::string::npos) << error;
+}

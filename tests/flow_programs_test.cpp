@@ -1,0 +1,265 @@
+// Runs vemo-flow and vemo-eval as processes: exit status, messages and the
+// files they leave behind.
+#include <gtest/gtest.h>
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "driver/flow_metrics.h"
+#include "driver/optic_flow.h"
+#include "image/jpeg_io.h"
+#include "image/png_io.h"
+#include "image/ppm_write.h"
+#include "image/read_image.h"
+#include "image/synthetic.h"
+
+namespace {
+
+const std::string kFlow = VEMO_BINARY_DIR "/vemo-flow";
+const std::string kEval = VEMO_BINARY_DIR "/vemo-eval";
+constexpr int kWidth = 48, kHeight = 40;
+constexpr float kDx = 1.5f, kDy = -0.5f;
+
+struct Result {
+  int status = -1;
+  std::string out, err;
+};
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += (c == '\'') ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+bool exists(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0;
+}
+
+CTensor<float> grey(const CTensor<float>& colour) {
+  CTensor<float> g(colour.xSize, colour.ySize, 1);
+  for (int y = 0; y < colour.ySize; ++y)
+    for (int x = 0; x < colour.xSize; ++x) g(x, y, 0) = colour(x, y, 1);
+  return g;
+}
+
+// A fresh directory per test with a shifted synthetic pair in several
+// formats and its ground truth.
+class Programs : public testing::Test {
+ protected:
+  void SetUp() override {
+    static int counter = 0;
+    dir_ = testing::TempDir() + "vemo_programs_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
+    ASSERT_EQ(mkdir(dir_.c_str(), 0755), 0);
+    NSynthetic::makeShiftedPair(kWidth, kHeight, kDx, kDy, 11, frame1_, frame2_, truth_);
+    NImageIO::writePNG(frame1_, path("a.png").c_str());
+    NImageIO::writePNG(frame2_, path("b.png").c_str(), 16);
+    NImageIO::writePPM(frame2_, path("b.ppm").c_str());
+    NImageIO::writeJPEG(frame2_, path("b.jpg").c_str(), 98);
+    NImageIO::writePNG(grey(frame1_), path("a_grey.png").c_str());
+    NImageIO::writePNG(grey(frame2_), path("b_grey.png").c_str());
+    COpticFlow::writeMiddlebury(truth_, path("truth.flo").c_str());
+  }
+  void TearDown() override { std::system(("rm -rf " + quote(dir_)).c_str()); }
+
+  std::string path(const std::string& name) const { return dir_ + "/" + name; }
+
+  Result run(const std::string& program, const std::vector<std::string>& args) const {
+    std::string cmd = "cd " + quote(dir_) + " && " + quote(program);
+    for (const std::string& a : args) cmd += " " + quote(a);
+    cmd += " >" + quote(path("stdout.txt")) + " 2>" + quote(path("stderr.txt"));
+    Result r;
+    const int raw = std::system(cmd.c_str());
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    r.out = slurp(path("stdout.txt"));
+    r.err = slurp(path("stderr.txt"));
+    std::remove(path("stdout.txt").c_str());
+    std::remove(path("stderr.txt").c_str());
+    return r;
+  }
+
+  // Files in the test directory whose name starts with '.': leftovers of
+  // atomic writes.
+  int hiddenFiles() const {
+    int n = 0;
+    DIR* d = opendir(dir_.c_str());
+    while (dirent* e = readdir(d)) {
+      const std::string name = e->d_name;
+      if (name != "." && name != ".." && name[0] == '.') ++n;
+    }
+    closedir(d);
+    return n;
+  }
+
+  double epeOf(const std::string& flowFile) const {
+    CTensor<float> flow;
+    COpticFlow::readMiddlebury(path(flowFile).c_str(), flow);
+    return evaluateFlow(flow, truth_).epe;
+  }
+
+  std::string dir_;
+  CTensor<float> frame1_, frame2_, truth_;
+};
+
+}  // namespace
+
+TEST_F(Programs, FlowRecoversTheShiftFromEveryInputFormatWithAllOutputs) {
+  for (const char* second : {"b.png", "b.ppm", "b.jpg"}) {
+    const Result r = run(kFlow, {"a.png", second, "-o", "f.flo", "--viz", "f.png", "--legend", "--backward",
+                                 "back.flo", "--occlusions", "occ.png", "--device", "cpu"});
+    ASSERT_EQ(r.status, 0) << second << "\n" << r.err;
+    EXPECT_NE(r.out.find("Wrote f.flo (48 x 40"), std::string::npos) << r.out;
+    // The pipeline's stage timings only appear with --timings.
+    EXPECT_EQ(r.out.find("Total time"), std::string::npos) << r.out;
+    EXPECT_LT(epeOf("f.flo"), 0.3) << second;
+    CTensor<float> back;
+    COpticFlow::readMiddlebury(path("back.flo").c_str(), back);
+    EXPECT_NEAR(back(kWidth / 2, kHeight / 2, 0), -kDx, 0.3f);
+    CTensor<float> picture, mask;
+    NImageIO::readImage(path("f.png"), picture);
+    EXPECT_EQ(picture.xSize, kWidth + kHeight);  // picture plus the legend panel
+    NImageIO::readImage(path("occ.png"), mask);
+    // Consistent interior, but the columns that leave the frame are marked.
+    EXPECT_EQ(mask(kWidth / 2, kHeight / 2, 0), 0.0f);
+    EXPECT_EQ(mask(kWidth - 1, kHeight / 2, 0), 255.0f);
+  }
+  EXPECT_EQ(hiddenFiles(), 0);
+
+  // Grey PNGs, quiet, explicit thread count and stage timings.
+  Result r = run(kFlow, {"a_grey.png", "b_grey.png", "-o", "g.flo", "-q", "--threads", "1", "--timings"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.find("Wrote"), std::string::npos);
+  EXPECT_NE(r.out.find("Total time = "), std::string::npos);
+  EXPECT_LT(epeOf("g.flo"), 0.5);
+}
+
+TEST_F(Programs, FlowRefusesBadInputsWithAMessageAndLeavesNoOutput) {
+  // Frames of different sizes.
+  NImageIO::writePNG(CTensor<float>(30, 40, 3, 9.0f), path("small.png").c_str());
+  Result r = run(kFlow, {"a.png", "small.png", "-o", "f.flo"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("frames differ in size"), std::string::npos) << r.err;
+  // Frames below 2 x 2.
+  NImageIO::writePNG(CTensor<float>(1, 5, 3, 9.0f), path("thin1.png").c_str());
+  NImageIO::writePNG(CTensor<float>(1, 5, 3, 19.0f), path("thin2.png").c_str());
+  r = run(kFlow, {"thin1.png", "thin2.png", "-o", "f.flo"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("too small"), std::string::npos) << r.err;
+  // Missing, corrupt and unknown-format inputs.
+  r = run(kFlow, {"a.png", "missing.png", "-o", "f.flo"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("File not found: missing.png"), std::string::npos) << r.err;
+  std::string png = slurp(path("b.png"));
+  std::ofstream(path("cut.png"), std::ios::binary) << png.substr(0, png.size() / 2);
+  r = run(kFlow, {"a.png", "cut.png", "-o", "f.flo"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Could not decode cut.png"), std::string::npos) << r.err;
+  std::ofstream(path("text.png")) << "hello";
+  r = run(kFlow, {"a.png", "text.png", "-o", "f.flo"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("not a PNG, JPEG"), std::string::npos) << r.err;
+  // An output directory that does not exist fails before any computing.
+  r = run(kFlow, {"a.png", "b.png", "-o", "f.flo", "--viz", "nodir/f.png"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("nodir"), std::string::npos) << r.err;
+  EXPECT_FALSE(exists(path("f.flo")));
+  EXPECT_EQ(hiddenFiles(), 0);
+
+  // Command-line errors: status 2 and a pointer to --help.
+  r = run(kFlow, {"a.png", "b.png", "-o", "f.flo", "--alpha", "x"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("--help"), std::string::npos);
+  r = run(kFlow, {"--help"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("Usage: vemo-flow"), std::string::npos);
+  EXPECT_FALSE(exists(path("f.flo")));
+}
+
+TEST_F(Programs, FlowOnFramesBelowTheMatchingGridSizeRunsWithANote) {
+  CTensor<float> f1, f2, truth;
+  NSynthetic::makeShiftedPair(20, 20, 1.0f, 0.0f, 5, f1, f2, truth);
+  NImageIO::writePNG(f1, path("s1.png").c_str());
+  NImageIO::writePNG(f2, path("s2.png").c_str());
+  Result r = run(kFlow, {"s1.png", "s2.png", "-o", "s.flo"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.err.find("matching is skipped"), std::string::npos) << r.err;
+  EXPECT_TRUE(exists(path("s.flo")));
+  // Asking for CUDA where it cannot run says so instead of switching quietly.
+  r = run(kFlow, {"s1.png", "s2.png", "-o", "s.flo", "--device", "cuda", "-q"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.err.find("running on the cpu backend instead"), std::string::npos) << r.err;
+}
+
+TEST_F(Programs, SequenceWritesOneFlowPerPairAndReportsProgress) {
+  ASSERT_EQ(mkdir(path("frames").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir(path("flows").c_str(), 0755), 0);
+  for (int n = 1; n <= 3; ++n) {
+    CTensor<float> frame = NSynthetic::renderShifted(NSynthetic::CTexture(11), kWidth, kHeight, n * kDx, n * kDy);
+    NImageIO::writePNG(frame, path("frames/" + std::string(n < 10 ? "0000" : "000") + std::to_string(n) + ".png").c_str());
+  }
+  Result r = run(kFlow, {"--sequence", "frames/%05d.png", "-o", "flows/%05d.flo", "--viz", "flows/%05d.png"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_LT(epeOf("flows/00001.flo"), 0.3);
+  EXPECT_LT(epeOf("flows/00002.flo"), 0.3);
+  EXPECT_TRUE(exists(path("flows/00002.png")));
+  EXPECT_FALSE(exists(path("flows/00003.flo")));
+  // Not a terminal: plain progress lines.
+  EXPECT_NE(r.err.find("2/2 pairs"), std::string::npos) << r.err;
+  EXPECT_EQ(r.err.find('\r'), std::string::npos);
+
+  r = run(kFlow, {"--sequence", "frames/%05d.png", "-o", "flows/fixed.flo"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("exactly one %d"), std::string::npos) << r.err;
+  r = run(kFlow, {"--sequence", "frames/%05d.png", "-o", "flows/%05d.flo", "--first", "3"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("at least two"), std::string::npos) << r.err;
+}
+
+TEST_F(Programs, EvalReportsTextJsonAndAnErrorPicture) {
+  CTensor<float> off = truth_;
+  for (int y = 0; y < kHeight; ++y) off(0, y, 0) += 2.0f;   // one column 2 px off
+  CTensor<float> truth = truth_;
+  truth(5, 5, 0) = 1e9f;                                    // unknown truth
+  COpticFlow::writeMiddlebury(off, path("off.flo").c_str());
+  COpticFlow::writeMiddlebury(truth, path("truth2.flo").c_str());
+
+  Result r = run(kEval, {"off.flo", "truth2.flo", "--error-map", "err.png"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("1919 with known ground truth"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("EPE > 1 px"), std::string::npos);
+  CTensor<float> picture;
+  NImageIO::readImage(path("err.png"), picture);
+  EXPECT_EQ(picture.xSize, kWidth);
+  EXPECT_EQ(picture(0, 0, 0), 255.0f);                    // 2 px of 3: yellow
+  EXPECT_EQ(picture(0, 0, 1), 255.0f);
+  EXPECT_EQ(picture(0, 0, 2), 0.0f);
+  EXPECT_EQ(picture(10, 10, 0) + picture(10, 10, 1), 0.0f);  // exact: black
+
+  r = run(kEval, {"--json", "truth.flo", "truth.flo"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.front(), '{');
+  EXPECT_NE(r.out.find("\"epe\": 0,"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("\"known_pixels\": 1920"), std::string::npos) << r.out;
+
+  CTensor<float> tiny(3, 3, 2, 0.0f);
+  COpticFlow::writeMiddlebury(tiny, path("tiny.flo").c_str());
+  r = run(kEval, {"tiny.flo", "truth.flo"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("3 x 3"), std::string::npos) << r.err;
+  r = run(kEval, {"truth.flo"});
+  EXPECT_EQ(r.status, 2);
+  r = run(kEval, {"nothere.flo", "truth.flo"});
+  EXPECT_EQ(r.status, 1);
+}
