@@ -10,6 +10,13 @@ float Backend::productDot(const float* A, const float* p, float* q, int height, 
   return dot(p, q, 2 * height, width, pitch);
 }
 
+float Backend::nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext,
+                                       float* q, int height, int width, int pitch) {
+  copy(pNext, p, 2 * static_cast<std::size_t>(pitch) * height);
+  scaleAndAdd(pNext, z, beta, 2 * height, width, pitch);
+  return productDot(A, pNext, q, height, width, pitch);
+}
+
 float Backend::updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q,
                                          float a, float* z, int height, int width, int pitch) {
   saxpy2(du, p, a, r, q, -a, 2 * height, width, pitch);

@@ -179,6 +179,10 @@ class Backend {
                               float alpha, float beta, float gamma);
   // q = A p; returns p . q (over both planes).
   virtual float productDot(const float* A, const float* p, float* q, int height, int width, int pitch);
+  // pNext = beta p + z (as scaleAndAdd computes it), then q = A pNext;
+  // returns pNext . q. p and pNext are distinct buffers.
+  virtual float nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext,
+                                        float* q, int height, int width, int pitch);
   // du += a p, r -= a q, z = block-Jacobi(r); returns r . z.
   virtual float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,
                                    float* z, int height, int width, int pitch);

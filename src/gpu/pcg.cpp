@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
+#include <utility>
 
 namespace vemo {
 
@@ -18,22 +19,33 @@ int gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, fl
   backend.clear(tmp.z, 2 * plane);
   backend.clear(tmp.p, 2 * plane);
   backend.clear(tmp.q, 2 * plane);
+  backend.clear(tmp.pNext, 2 * plane);
   backend.residual(devMatrix, b, du, dv, height, width, pitch, tmp.r);
   backend.blockJacobi(devMatrix, tmp.r, tmp.z, height, width, pitch);
   backend.copy(tmp.p, tmp.z, 2 * plane);
 
   // r . z of the current residual. The update pass returns the next one, so
-  // each iteration needs two reductions: p . q and the new r . z.
+  // each iteration needs two reductions: p . q and the new r . z. The
+  // convergence test comes before the product, which is not needed once the
+  // solver stops. The direction update p <- beta p + z of one iteration is
+  // done by the product pass of the next, into the other direction buffer.
+  float* p = tmp.p;
+  float* pOther = tmp.pNext;
   float rz = backend.dot(tmp.r, tmp.z, rows, width, pitch);
+  float beta = 0.0f;
   int k = 0;
   for (; k < iterations; ++k) {
     if (std::fabs(static_cast<double>(rz)) < kPcgTolerance) break;
-    const float pq = backend.productDot(devMatrix, tmp.p, tmp.q, height, width, pitch);
+    float pq;
+    if (k == 0) {
+      pq = backend.productDot(devMatrix, p, tmp.q, height, width, pitch);
+    } else {
+      pq = backend.nextDirectionProductDot(devMatrix, p, tmp.z, beta, pOther, tmp.q, height, width, pitch);
+      std::swap(p, pOther);
+    }
     const float a = rz / pq;
-    const float rzNext = backend.updatePrecondition(devMatrix, du, tmp.p, tmp.r, tmp.q, a, tmp.z, height, width,
-                                                    pitch);
-    const float beta = rzNext / rz;
-    backend.scaleAndAdd(tmp.p, tmp.z, beta, rows, width, pitch);
+    const float rzNext = backend.updatePrecondition(devMatrix, du, p, tmp.r, tmp.q, a, tmp.z, height, width, pitch);
+    beta = rzNext / rz;
     rz = rzNext;
   }
   return k;

@@ -160,6 +160,16 @@ TEST(Pcg, FusedPassesMatchTheElementaryOperationsAndSingularBlocksPassThrough) {
   EXPECT_EQ(pq1, pq2);
   EXPECT_EQ(q1.dense(), q2.dense());
 
+  TestImage z(backend, h, w, 2), next1(backend, h, w, 2), next2(backend, h, w, 2);
+  z.fill(uniformNoise(4, -1.0f, 1.0f));
+  const float np1 = backend.nextDirectionProductDot(s.A(), p.data(), z.data(), 0.61f, next1.data(), q1.data(), h, w,
+                                                    p.pitch);
+  const float np2 = backend.Backend::nextDirectionProductDot(s.A(), p.data(), z.data(), 0.61f, next2.data(),
+                                                             q2.data(), h, w, p.pitch);
+  EXPECT_EQ(np1, np2);
+  EXPECT_EQ(next1.dense(), next2.dense());
+  EXPECT_EQ(q1.dense(), q2.dense());
+
   TestImage du1(backend, h, w, 2), r1(backend, h, w, 2), z1(backend, h, w, 2);
   TestImage du2(backend, h, w, 2), r2(backend, h, w, 2), z2(backend, h, w, 2);
   for (TestImage* t : {&du1, &du2}) t->fill(uniformNoise(2, -1.0f, 1.0f));

@@ -7,7 +7,7 @@ namespace vemo {
 namespace {
 // Plane counts of the FPtmp fields, in declaration order.
 constexpr int kFpPlanes[] = {2, 6, 6, 1, 1, 1, 1, 1, 1, 1, kMatrixPlanes, 2, 1, 1};
-constexpr int kCgVectors = 5;
+constexpr int kCgVectors = 6;
 }  // namespace
 
 SolverScratch::SolverScratch(Backend& backend, std::size_t planeFloats) {
@@ -29,7 +29,8 @@ SolverScratch::SolverScratch(Backend& backend, std::size_t planeFloats) {
   cgMemory_ = backend.allocate(kCgVectors * 2 * planeFloats);
   backend.clear(cgMemory_.data(), cgMemory_.floats());
   float* v = cgMemory_.data();
-  cg_ = CGtmp{v, v + 2 * planeFloats, v + 4 * planeFloats, v + 6 * planeFloats, v + 8 * planeFloats};
+  cg_ = CGtmp{v, v + 2 * planeFloats, v + 4 * planeFloats, v + 6 * planeFloats, v + 8 * planeFloats,
+              v + 10 * planeFloats};
 }
 
 }  // namespace vemo

@@ -35,6 +35,7 @@ struct CGtmp {
   float* spare = nullptr;  // allocated with the others, not used by the solver
   float* p = nullptr;      // search direction
   float* q = nullptr;      // matrix times search direction
+  float* pNext = nullptr;  // the next search direction (p and pNext alternate)
 };
 
 // Owns the memory behind one FPtmp and one CGtmp.

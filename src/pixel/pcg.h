@@ -25,36 +25,59 @@ VEMO_INLINE Neighbours neighboursOf(int x, int y, int height, int width) {
   return Neighbours{y > 0, x > 0, x < width - 1, y < height - 1};
 }
 
-// (A (du, dv)) at index i: the 2 x 2 block (one product and one fused
-// multiply-add per row), then the neighbours north, west, east, south with
-// the same coupling for both components. Executors that know a pixel lies
-// inside pass constant flags so that the tests fold away.
-VEMO_INLINE void productAt(const float* A, const float* du, const float* dv, int i, int plane, int pitch,
-                           Neighbours n, float& ru, float& rv) {
+// Reads a vector component at a plane index.
+struct VectorRead {
+  const float* a;
+  VEMO_INLINE float operator()(int j) const { return a[j]; }
+};
+
+// Reads the next search direction beta * p + z without storing it first; the
+// value is the one the update p <- p * beta + z stores.
+struct DirectionRead {
+  const float* p;
+  const float* z;
+  float beta;
+  VEMO_INLINE float operator()(int j) const { return fmaf(p[j], beta, z[j]); }
+};
+
+// (A (du, dv)) at index i, the components read through `du` and `dv`: the
+// 2 x 2 block (one product and one fused multiply-add per row), then the
+// neighbours north, west, east, south with the same coupling for both
+// components. Executors that know a pixel lies inside pass constant flags so
+// that the tests fold away.
+template <class ReadU, class ReadV>
+VEMO_INLINE void productAtWith(const float* A, ReadU du, ReadV dv, int i, int plane, int pitch, Neighbours n,
+                               float& ru, float& rv) {
   const float a11 = A[i + kA11 * plane], a12 = A[i + kA12Product * plane], a22 = A[i + kA22 * plane];
-  const float u0 = du[i], v0 = dv[i];
+  const float u0 = du(i), v0 = dv(i);
   ru = fmaf(a12, v0, a11 * u0);
   rv = fmaf(a22, v0, a12 * u0);
   if (n.north) {
     const float c = A[i + kNorth * plane];
-    ru = fmaf(c, du[i - pitch], ru);
-    rv = fmaf(c, dv[i - pitch], rv);
+    ru = fmaf(c, du(i - pitch), ru);
+    rv = fmaf(c, dv(i - pitch), rv);
   }
   if (n.west) {
     const float c = A[i + kWest * plane];
-    ru = fmaf(c, du[i - 1], ru);
-    rv = fmaf(c, dv[i - 1], rv);
+    ru = fmaf(c, du(i - 1), ru);
+    rv = fmaf(c, dv(i - 1), rv);
   }
   if (n.east) {
     const float c = A[i + kEast * plane];
-    ru = fmaf(c, du[i + 1], ru);
-    rv = fmaf(c, dv[i + 1], rv);
+    ru = fmaf(c, du(i + 1), ru);
+    rv = fmaf(c, dv(i + 1), rv);
   }
   if (n.south) {
     const float c = A[i + kSouth * plane];
-    ru = fmaf(c, du[i + pitch], ru);
-    rv = fmaf(c, dv[i + pitch], rv);
+    ru = fmaf(c, du(i + pitch), ru);
+    rv = fmaf(c, dv(i + pitch), rv);
   }
+}
+
+// (A (du, dv)) at index i from stored vectors.
+VEMO_INLINE void productAt(const float* A, const float* du, const float* dv, int i, int plane, int pitch,
+                           Neighbours n, float& ru, float& rv) {
+  productAtWith(A, VectorRead{du}, VectorRead{dv}, i, plane, pitch, n, ru, rv);
 }
 
 // mvm_opt_kernel at index i: res = A (du, dv).

@@ -78,6 +78,8 @@ class CpuBackend : public Backend {
   void scaleAndAdd(float* acc, const float* b, float scale, int height, int width, int pitch) override;
   float dot(const float* x, const float* y, int rows, int width, int pitch) override;
   float productDot(const float* A, const float* p, float* q, int height, int width, int pitch) override;
+  float nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext, float* q,
+                                int height, int width, int pitch) override;
   float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
                            int height, int width, int pitch) override;
 

@@ -126,6 +126,18 @@ float CpuBackend::productDot(const float* A, const float* p, float* q, int heigh
   return combinePartials(2 * height);
 }
 
+// One pass instead of two: the neighbours' new directions are recomputed
+// where the product needs them rather than stored and read back, and the
+// solver crosses one thread barrier less per iteration.
+float CpuBackend::nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext,
+                                          float* q, int height, int width, int pitch) {
+  double* part = partials(2 * height);
+  parallelRows(height, width, [&](int y0, int y1) {
+    cpu::nextDirectionProductDotRows(A, p, z, beta, pNext, q, height, width, pitch, part, y0, y1);
+  });
+  return combinePartials(2 * height);
+}
+
 float CpuBackend::updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,
                                      float* z, int height, int width, int pitch) {
   double* part = partials(2 * height);

@@ -167,6 +167,27 @@ void productDotRows(const float* __restrict A, const float* __restrict p, float*
 }
 
 VEMO_ROWS_FUNCTION
+void nextDirectionProductDotRows(const float* __restrict A, const float* __restrict p, const float* __restrict z,
+                                 float beta, float* __restrict pNext, float* __restrict q, int height, int width,
+                                 int pitch, double* partials, int y0, int y1) {
+  const int plane = pitch * height;
+  const DirectionRead readU{p, z, beta}, readV{p + plane, z + plane, beta};
+  for (int y = y0; y < y1; ++y) {
+    forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
+      float ru, rv;
+      productAtWith(A, readU, readV, i, plane, pitch, n, ru, rv);
+      pNext[i] = readU(i);
+      pNext[i + plane] = readV(i);
+      q[i] = ru;
+      q[i + plane] = rv;
+    });
+    const std::size_t o = static_cast<std::size_t>(y) * pitch;
+    partials[y] = rowDotInline(pNext + o, q + o, width);
+    partials[height + y] = rowDotInline(pNext + plane + o, q + plane + o, width);
+  }
+}
+
+VEMO_ROWS_FUNCTION
 void updatePreconditionRows(const float* __restrict A, float* __restrict du, const float* __restrict p,
                             float* __restrict r, const float* __restrict q, float a, float* __restrict z, int height,
                             int width, int pitch, double* partials, int y0, int y1) {
