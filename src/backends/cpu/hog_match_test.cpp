@@ -117,9 +117,9 @@ TEST(HogMatch, TiesAndPrefilterLimitsFollowTheWorkerOrder) {
   EXPECT_EQ(r.dist2, 0.0f);
 }
 
-// Frames too small for a search window, points at the border and points
-// without a forward match all end without a candidate or untouched, never
-// reading outside the frame.
+// Frames too small for a search window, points at the border, points without
+// a forward match and weak points all end without a candidate or untouched,
+// never reading outside the frame.
 TEST(HogMatch, EmptyWindowsAndInvalidPointsGiveNoCandidate) {
   for (int size : {24, 25}) {
     Frame im(size, size, 32, 3, 50.0f), hog(size, size, 32, kHogBins), e(size, size, 32, 1, 1.0f);
@@ -147,6 +147,11 @@ TEST(HogMatch, EmptyWindowsAndInvalidPointsGiveNoCandidate) {
   Frame corner(40, 40, 48, 1, std::nanf(""));
   EXPECT_EQ(searchOne(im, im, hog, hog, corner, 1, e, e, 1.0f, 20, 20).x, -7);
   EXPECT_EQ(searchOne(im, im, hog, hog, corner, 0, e, e, 1.0f, 20, 20).x, 12);
+  // The cornerness is truncated to an integer before the comparison: 0.9
+  // fails a threshold of 0.5 / 8 that 1.0 passes.
+  Frame weak(40, 40, 48, 1, 0.9f), strong(40, 40, 48, 1, 1.0f);
+  EXPECT_EQ(searchOne(im, im, hog, hog, weak, 1, e, e, 0.5f, 20, 20).x, -7);
+  EXPECT_EQ(searchOne(im, im, hog, hog, strong, 1, e, e, 0.5f, 20, 20).x, 12);
 }
 
 
