@@ -126,16 +126,13 @@ float CpuBackend::productDot(const float* A, const float* p, float* q, int heigh
   return combinePartials(2 * height);
 }
 
-// One pass instead of two: the neighbours' new directions are recomputed
-// where the product needs them rather than stored and read back, and the
-// solver crosses one thread barrier less per iteration.
+// The new direction goes into its own buffer instead of a copy being
+// updated in place: two passes over memory as with an in-place update.
 float CpuBackend::nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext,
                                           float* q, int height, int width, int pitch) {
-  double* part = partials(2 * height);
-  parallelRows(height, width, [&](int y0, int y1) {
-    cpu::nextDirectionProductDotRows(A, p, z, beta, pNext, q, height, width, pitch, part, y0, y1);
-  });
-  return combinePartials(2 * height);
+  parallelRows(2 * height, width,
+               [&](int y0, int y1) { cpu::nextDirectionRows(p, z, beta, pNext, width, pitch, y0, y1); });
+  return productDot(A, pNext, q, height, width, pitch);
 }
 
 float CpuBackend::updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,

@@ -14,7 +14,7 @@ void saxpy2Rows(float* acc1, const float* b1, float alpha1, float* acc2, const f
 void scaleAndAddRows(float* acc, const float* b, float scale, int width, int pitch, int y0, int y1);
 void dotRows(const float* x, const float* y, int width, int pitch, double* partials, int y0, int y1);
 void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1);
-void nextDirectionProductDotRows(const float* A, const float* p, const float* z, float beta, float* pNext, float* q, int height, int width, int pitch, double* partials, int y0, int y1);
+void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1);
 void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1);
 }  // namespace base
 
@@ -31,7 +31,7 @@ void saxpy2Rows(float* acc1, const float* b1, float alpha1, float* acc2, const f
 void scaleAndAddRows(float* acc, const float* b, float scale, int width, int pitch, int y0, int y1);
 void dotRows(const float* x, const float* y, int width, int pitch, double* partials, int y0, int y1);
 void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1);
-void nextDirectionProductDotRows(const float* A, const float* p, const float* z, float beta, float* pNext, float* q, int height, int width, int pitch, double* partials, int y0, int y1);
+void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1);
 void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1);
 }  // namespace avx2
 
@@ -93,8 +93,8 @@ void productDotRows(const float* A, const float* p, float* q, int height, int wi
   VEMO_ROWS_DISPATCH(productDotRows(A, p, q, height, width, pitch, partials, y0, y1));
 }
 
-void nextDirectionProductDotRows(const float* A, const float* p, const float* z, float beta, float* pNext, float* q, int height, int width, int pitch, double* partials, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(nextDirectionProductDotRows(A, p, z, beta, pNext, q, height, width, pitch, partials, y0, y1));
+void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(nextDirectionRows(p, z, beta, pNext, width, pitch, y0, y1));
 }
 
 void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1) {

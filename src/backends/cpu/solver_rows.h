@@ -54,9 +54,9 @@ void dotRows(const float* x, const float* y, int width, int pitch, double* parti
 // q = A p with the partials of p . q.
 void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials,
                     int y0, int y1);
-// pNext = beta p + z and q = A pNext, with the partials of pNext . q.
-void nextDirectionProductDotRows(const float* A, const float* p, const float* z, float beta, float* pNext, float* q,
-                                 int height, int width, int pitch, double* partials, int y0, int y1);
+// pNext = beta p + z over rows of one image (2 * height for a vector).
+void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0,
+                       int y1);
 // du += a p, r -= a q, z = block-Jacobi(r), with the partials of r . z.
 void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
                             int height, int width, int pitch, double* partials, int y0, int y1);

@@ -167,24 +167,11 @@ void productDotRows(const float* __restrict A, const float* __restrict p, float*
 }
 
 VEMO_ROWS_FUNCTION
-void nextDirectionProductDotRows(const float* __restrict A, const float* __restrict p, const float* __restrict z,
-                                 float beta, float* __restrict pNext, float* __restrict q, int height, int width,
-                                 int pitch, double* partials, int y0, int y1) {
-  const int plane = pitch * height;
-  const DirectionRead readU{p, z, beta}, readV{p + plane, z + plane, beta};
-  for (int y = y0; y < y1; ++y) {
-    forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
-      float ru, rv;
-      productAtWith(A, readU, readV, i, plane, pitch, n, ru, rv);
-      pNext[i] = readU(i);
-      pNext[i + plane] = readV(i);
-      q[i] = ru;
-      q[i + plane] = rv;
-    });
-    const std::size_t o = static_cast<std::size_t>(y) * pitch;
-    partials[y] = rowDotInline(pNext + o, q + o, width);
-    partials[height + y] = rowDotInline(pNext + plane + o, q + plane + o, width);
-  }
+void nextDirectionRows(const float* __restrict p, const float* __restrict z, float beta, float* __restrict pNext,
+                       int width, int pitch, int y0, int y1) {
+  const DirectionRead next{p, z, beta};
+  for (int r = y0; r < y1; ++r)
+    for (int i = r * pitch; i < r * pitch + width; ++i) pNext[i] = next(i);
 }
 
 VEMO_ROWS_FUNCTION
