@@ -31,8 +31,8 @@ struct VectorRead {
   VEMO_INLINE float operator()(int j) const { return a[j]; }
 };
 
-// Reads the next search direction beta * p + z without storing it first; the
-// value is the one the update p <- p * beta + z stores.
+// The next search direction beta * p + z at a plane index, the value that
+// the in-place update p <- p * beta + z stores.
 struct DirectionRead {
   const float* p;
   const float* z;
