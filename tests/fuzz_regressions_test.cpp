@@ -7,6 +7,7 @@
 #include <string>
 
 #include "driver/optic_flow.h"
+#include "image/read_image.h"
 #include "image/tensor.h"
 
 namespace fs = std::filesystem;
@@ -19,7 +20,14 @@ TEST(FuzzRegressions, EveryKeptInputIsReadOrRejectedCleanly) {
     const std::string path = entry.path().string();
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    if (path.find("flo-") != std::string::npos) {
+    const std::string name = entry.path().filename().string();
+    if (name.rfind("img-", 0) == 0) {
+      CTensor<float> image;
+      try {
+        NImageIO::readImage(path, image);
+      } catch (const EInvalidFileFormat&) {
+      }
+    } else if (path.find("flo-") != std::string::npos) {
       CTensor<float> flow;
       try {
         COpticFlow::readMiddlebury(path.c_str(), flow);

@@ -11,6 +11,7 @@
 
 // jpeglib.h needs size_t and FILE declared first.
 #include <jpeglib.h>
+#include <jerror.h>
 
 #include "image/atomic_file.h"
 #include "image/exceptions.h"
@@ -23,6 +24,7 @@ struct ErrorManager {
   jpeg_error_mgr base;
   jmp_buf jump;
   char message[JMSG_LENGTH_MAX];
+  bool truncated;  // the data ended before the last scan line
 };
 
 void onError(j_common_ptr info) {
@@ -31,14 +33,21 @@ void onError(j_common_ptr info) {
   longjmp(manager->jump, 1);
 }
 
-// Warnings (corrupt but decodable data) are not printed.
-void onMessage(j_common_ptr, int) {}
+// Warnings are not printed. Most (stray bytes before a marker) are harmless,
+// but on a file that ends early libjpeg fills the missing rows with grey and
+// carries on: that one is noted so the frame can be refused.
+void onMessage(j_common_ptr info, int level) {
+  if (level < 0 && info->err->msg_code == JWRN_JPEG_EOF) {
+    reinterpret_cast<ErrorManager*>(info->err)->truncated = true;
+  }
+}
 
 void installErrorManager(ErrorManager* manager) {
   jpeg_std_error(&manager->base);
   manager->base.error_exit = onError;
   manager->base.emit_message = onMessage;
   manager->message[0] = '\0';
+  manager->truncated = false;
 }
 
 struct Header {
@@ -125,6 +134,7 @@ void decodeJPEG(const unsigned char* bytes, std::size_t size, const char* name, 
 
   std::vector<unsigned char> pixels(static_cast<std::size_t>(header.width) * header.height * 3);
   if (!readRows(decompressor.info(), &errors, pixels.data())) refuse(name, errors.message);
+  if (errors.truncated) refuse(name, "file ends early");
 
   CTensor<float> decoded(static_cast<int>(header.width), static_cast<int>(header.height), 3);
   const std::size_t plane = decoded.planeSize();
