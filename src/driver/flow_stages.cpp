@@ -7,16 +7,25 @@
 
 #include "common/timer.h"
 #include "gpu/backend_factory.h"
+#include "gpu/run_memory.h"
 #include "gpu/variational_flow.h"
 #include "matching/hog_match_driver.h"
 
 void computeFlowOnBackend(const CTensor<float>& frame1, const CTensor<float>& frame2,
                           CTensor<float>& flow, const FlowParameters& params) {
-  const int width = frame1.xSize, height = frame1.ySize, channels = frame1.zSize;
   std::unique_ptr<vemo::Backend> backend = vemo::makeBackend();
+  computeFlowOnBackend(*backend, frame1, frame2, flow, params);
+}
+
+void computeFlowOnBackend(vemo::Backend& backendRef, const CTensor<float>& frame1,
+                          const CTensor<float>& frame2, CTensor<float>& flow,
+                          const FlowParameters& params) {
+  const int width = frame1.xSize, height = frame1.ySize, channels = frame1.zSize;
+  vemo::Backend* backend = &backendRef;
+  const int pitch = backend->pitchFor(width);
+  vemo::refuseIfTooLarge(*backend, height, width, pitch, channels);
 
   vemo::stamp(start_memcpy1);
-  const int pitch = backend->pitchFor(width);
   const std::size_t plane = static_cast<std::size_t>(pitch) * height;
   vemo::Buffer image1 = backend->allocate(channels * plane);
   vemo::Buffer image2 = backend->allocate(channels * plane);

@@ -5,6 +5,10 @@
 
 #include "image/tensor.h"
 
+namespace vemo {
+class Backend;
+}
+
 struct FlowParameters {
   float alpha;               // smoothness weight
   float beta;                // weight of the descriptor-matching term
@@ -20,3 +24,10 @@ struct FlowParameters {
 // timer_memcpy1, timer_HOG and timer_var.
 void computeFlowOnBackend(const CTensor<float>& frame1, const CTensor<float>& frame2,
                           CTensor<float>& flow, const FlowParameters& params);
+
+// The same on a given backend, which callers keep across runs (a sequence
+// of frame pairs) or choose themselves (tests). Refuses frames whose run
+// would not fit in the backend's memory before allocating anything.
+void computeFlowOnBackend(vemo::Backend& backend, const CTensor<float>& frame1,
+                          const CTensor<float>& frame2, CTensor<float>& flow,
+                          const FlowParameters& params);

@@ -77,6 +77,24 @@ class Backend {
   virtual ~Backend() = default;
   virtual const char* name() const = 0;
 
+  // ---- memory accounting ---------------------------------------------------
+  // Bytes this backend could still allocate for a run (free device memory, or
+  // available host memory). Used to refuse a frame before allocating for it.
+  virtual std::size_t availableBytes() const = 0;
+  // Bytes held by live buffers, and the most held at any time so far.
+  std::size_t bytesInUse() const { return bytesInUse_; }
+  std::size_t peakBytes() const { return peakBytes_; }
+
+ protected:
+  // Backends call these from allocate() and release().
+  void noteAllocated(std::size_t bytes) {
+    bytesInUse_ += bytes;
+    if (bytesInUse_ > peakBytes_) peakBytes_ = bytesInUse_;
+  }
+  void noteReleased(std::size_t bytes) noexcept { bytesInUse_ -= bytes; }
+
+ public:
+
   // ---- memory -------------------------------------------------------------
   // A buffer of `floats` floats. Contents are unspecified; clear() it where
   // zeros matter.
@@ -189,6 +207,10 @@ class Backend {
 
   // Called by Buffer: frees memory that allocate() returned. Never throws.
   virtual void release(float* data) noexcept = 0;
+
+ private:
+  std::size_t bytesInUse_ = 0;
+  std::size_t peakBytes_ = 0;
 };
 
 inline void Buffer::reset() noexcept {

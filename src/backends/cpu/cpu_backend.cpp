@@ -1,5 +1,7 @@
 #include "backends/cpu/cpu_backend.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -32,17 +34,40 @@ CpuBackend::CpuBackend(int pitchAlignment, int extraPitch)
 }
 
 Buffer CpuBackend::allocate(std::size_t floats) {
-  // Round up to whole alignment units; never zero bytes.
-  const std::size_t bytes = ((floats * sizeof(float) + kAlignmentBytes - 1) / kAlignmentBytes + 1) * kAlignmentBytes;
+  // Round up to whole alignment units; never zero bytes. One extra unit in
+  // front holds the size, so that release() can account for it.
   if (floats > (static_cast<std::size_t>(-1) / 2) / sizeof(float)) fail("CpuBackend: allocation size overflows");
-  void* p = std::aligned_alloc(kAlignmentBytes, bytes);
+  const std::size_t bytes = ((floats * sizeof(float) + kAlignmentBytes - 1) / kAlignmentBytes + 1) * kAlignmentBytes;
+  void* p = std::aligned_alloc(kAlignmentBytes, bytes + kAlignmentBytes);
   if (p == nullptr) fail("CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes");
+  *static_cast<std::size_t*>(p) = bytes;
+  float* data = reinterpret_cast<float*>(static_cast<char*>(p) + kAlignmentBytes);
   // Zero-filled so that no run ever depends on leftover memory.
-  std::memset(p, 0, bytes);
-  return Buffer(this, static_cast<float*>(p), floats);
+  std::memset(data, 0, bytes);
+  noteAllocated(bytes + kAlignmentBytes);
+  return Buffer(this, data, floats);
 }
 
-void CpuBackend::release(float* data) noexcept { std::free(data); }
+void CpuBackend::release(float* data) noexcept {
+  char* base = reinterpret_cast<char*>(data) - kAlignmentBytes;
+  noteReleased(*reinterpret_cast<std::size_t*>(base) + kAlignmentBytes);
+  std::free(base);
+}
+
+std::size_t CpuBackend::availableBytes() const {
+  // MemAvailable: what the kernel can hand out without swapping.
+  if (FILE* f = std::fopen("/proc/meminfo", "r")) {
+    char line[256];
+    unsigned long long kib = 0;
+    while (std::fgets(line, sizeof line, f) != nullptr)
+      if (std::sscanf(line, "MemAvailable: %llu kB", &kib) == 1) break;
+    std::fclose(f);
+    if (kib > 0) return static_cast<std::size_t>(kib) * 1024;
+  }
+  const long pages = sysconf(_SC_AVPHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
+  if (pages > 0 && pageSize > 0) return static_cast<std::size_t>(pages) * static_cast<std::size_t>(pageSize);
+  return static_cast<std::size_t>(-1);
+}
 
 int CpuBackend::pitchFor(int width) const {
   if (width < 1) fail("CpuBackend: invalid image width " + std::to_string(width));

@@ -21,6 +21,7 @@ class CpuBackend : public Backend {
   explicit CpuBackend(int pitchAlignment = 16, int extraPitch = 0);
 
   const char* name() const override { return "cpu"; }
+  std::size_t availableBytes() const override;
 
   Buffer allocate(std::size_t floats) override;
   int pitchFor(int width) const override;
