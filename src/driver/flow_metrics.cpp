@@ -103,15 +103,15 @@ std::string metricsText(const FlowMetrics& m) {
   std::snprintf(line, sizeof line, "pixels          %d x %d, %zu with known ground truth\n", m.width, m.height,
                 m.known);
   out += line;
-  out += "EPE             " + number(m.epe, "%.4f") + " px\n";
-  out += "AAE             " + number(m.aae, "%.4f") + " deg\n";
-  out += "angular error   " + number(m.angularError, "%.4f") + " deg\n";
-  out += "EPE > 1 px      " + number(100.0 * m.over1, "%.2f") + " %\n";
-  out += "EPE > 3 px      " + number(100.0 * m.over3, "%.2f") + " %\n";
+  out += "EPE             " + number(m.epe, "%.4f px") + "\n";
+  out += "AAE             " + number(m.aae, "%.4f deg") + "\n";
+  out += "angular error   " + number(m.angularError, "%.4f deg") + "\n";
+  out += "EPE > 1 px      " + number(100.0 * m.over1, "%.2f %%") + "\n";
+  out += "EPE > 3 px      " + number(100.0 * m.over3, "%.2f %%") + "\n";
   const char* names[3] = {"EPE s0-10       ", "EPE s10-40      ", "EPE s40+        "};
   for (int b = 0; b < 3; ++b) {
-    std::snprintf(line, sizeof line, " px (%zu pixels)\n", m.bandPixels[b]);
-    out += names[b] + number(m.bandEpe[b], "%.4f") + line;
+    std::snprintf(line, sizeof line, " (%zu pixels)\n", m.bandPixels[b]);
+    out += names[b] + number(m.bandEpe[b], "%.4f px") + line;
   }
   return out;
 }
