@@ -15,5 +15,5 @@ if [ "${VEMO_SKIP_SANITIZERS:-0}" != "1" ]; then
         -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
   cmake --build build-asan -j "$(nproc)"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-    ctest --test-dir build-asan --output-on-failure -j "$(nproc)" -LE gpu
+    ctest --test-dir build-asan --output-on-failure -j "$(nproc)" -LE 'gpu|accuracy'
 fi
