@@ -40,8 +40,9 @@ TEST(AverageAngularError, MeasuresDirectionOnlyAndWrapsAroundTheCircle) {
   // 0.1146 degrees, not 359.9.
   EXPECT_NEAR(aae(row({{-1, 0.001f}}), row({{-1, -0.001f}})), 0.1146f, 1e-3f);
   EXPECT_NEAR(aae(row({{-1, -0.001f}}), row({{-1, 0.001f}})), 0.1146f, 1e-3f);
-  // A NaN in the reference gives NaN, not a crash.
-  EXPECT_TRUE(std::isnan(aae(row({{1, 0}}), row({{std::nanf(""), 0}}))));
+  // NaN and +inf components are unknown flow: skipped, but counted in n.
+  EXPECT_EQ(aae(row({{1, 0}, {0, 1}}), row({{std::nanf(""), 0}, {0, INFINITY}})), 0.0f);
+  EXPECT_NEAR(aae(row({{1, 0}, {0, 1}}), row({{0, std::nanf("")}, {1, 0}})), 45.0f, 1e-4f);
 }
 
 TEST(AverageAngularError, MismatchedFieldsAreRefusedInsteadOfReadOutOfBounds) {

@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# End-to-end timing of vemo at 640 x 480 with the default parameters.
+#   scripts/bench.sh [runs (default 5)] [threads (default: all cores)]
+# Runs the program several times on a generated pair, prints the median of
+# each timing line it reports and the ratio of the variational part to its
+# target on a 2-core machine (1.5 s). Stage benchmarks: build/vemo_bench.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+runs=${1:-5}
+threads=${2:-$(nproc)}
+scripts/build.sh >/dev/null
+
+dir=out/bench
+mkdir -p "$dir"
+build/vemo-synth "$dir" 3.5 -2.25 640 480 3 >/dev/null
+logs=()
+for i in $(seq "$runs"); do
+  log="$dir/run$i.log"
+  start=$(date +%s.%N)
+  OMP_NUM_THREADS=$threads OMP_WAIT_POLICY=passive build/vemo "$dir/frame1.ppm" "$dir/frame2.ppm" >"$log"
+  end=$(date +%s.%N)
+  awk -v s="$start" -v e="$end" 'BEGIN { printf "Wall time = %f \n", (e - s) * 1000 }' >>"$log"
+  logs+=("$log")
+done
+
+echo "vemo, 640 x 480, default parameters, $threads thread(s), median of $runs runs (ms):"
+for label in "Wall time" "Total time" "Var time" "HOG time" "HOG creation" "HOG match" "Solver time" \
+             "MakeMatrix time" "Interp time" "downsampling time" "Filter time" "Memcpy time"; do
+  values=$(grep -h "^$label = " "${logs[@]}" | sed -E 's/.*= *([0-9.]+).*/\1/' | sort -g)
+  [ -z "$values" ] && continue
+  n=$(echo "$values" | wc -l)
+  median=$(echo "$values" | sed -n "$(( (n + 1) / 2 ))p")
+  printf '  %-18s %10.1f\n' "$label" "$median"
+done
+var=$(grep -h "^Var time = " "${logs[@]}" | sed -E 's/.*= *([0-9.]+).*/\1/' | sort -g | sed -n "$(( (runs + 1) / 2 ))p")
+awk -v v="$var" 'BEGIN { printf "  variational part / 1.5 s target = %.2f\n", v / 1500 }'
