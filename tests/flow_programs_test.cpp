@@ -260,6 +260,8 @@ TEST_F(Programs, EvalReportsTextJsonAndAnErrorPicture) {
   EXPECT_NE(r.err.find("3 x 3"), std::string::npos) << r.err;
   r = run(kEval, {"truth.flo"});
   EXPECT_EQ(r.status, 2);
-  r = run(kEval, {"nothere.flo", "truth.flo"});
+  r = run(kEval, {"--json", "nothere.flo", "truth.flo"});
   EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(r.out.empty()) << r.out;
+  EXPECT_NE(r.err.find("cannot read nothere.flo"), std::string::npos) << r.err;
 }

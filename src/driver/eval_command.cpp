@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -71,9 +72,17 @@ int runEvalProgram(int argc, char** argv) {
   }
   if (files.size() != 2) return commandLineError("a flow file and a ground-truth file are needed");
 
+  // The flow reader reports an unopenable file on standard output; check
+  // first so that standard output carries nothing but the report.
+  for (const std::string& file : files) {
+    FILE* probe = std::fopen(file.c_str(), "rb");
+    if (probe == nullptr) {
+      std::fprintf(stderr, "%s: cannot read %s: %s\n", kProgram, file.c_str(), std::strerror(errno));
+      return 1;
+    }
+    std::fclose(probe);
+  }
   CTensor<float> flow, truth;
-  // The flow reader reports unopenable files on standard output; keep the
-  // report machine-readable by moving nothing else there.
   COpticFlow::readMiddlebury(files[0].c_str(), flow);
   COpticFlow::readMiddlebury(files[1].c_str(), truth);
   if (flow.xSize != truth.xSize || flow.ySize != truth.ySize || flow.elements() == 0) {
