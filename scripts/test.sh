@@ -7,6 +7,11 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 scripts/build.sh
+
+# ctest runs one test process per core; each uses one OpenMP thread and
+# sleeps instead of spinning while it waits, so that processes do not fight
+# over the cores. Tests of thread-count independence set their own counts.
+export OMP_NUM_THREADS=1 OMP_WAIT_POLICY=passive
 ctest --test-dir build --output-on-failure -j "$(nproc)"
 
 if [ "${VEMO_SKIP_SANITIZERS:-0}" != "1" ]; then
