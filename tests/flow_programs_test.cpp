@@ -24,6 +24,7 @@ namespace {
 
 const std::string kFlow = VEMO_BINARY_DIR "/vemo-flow";
 const std::string kEval = VEMO_BINARY_DIR "/vemo-eval";
+const std::string kVemo = VEMO_BINARY_DIR "/vemo";
 constexpr int kWidth = 48, kHeight = 40;
 constexpr float kDx = 1.5f, kDy = -0.5f;
 
@@ -143,6 +144,23 @@ TEST_F(Programs, FlowRecoversTheShiftFromEveryInputFormatWithAllOutputs) {
   EXPECT_EQ(r.out.find("Wrote"), std::string::npos);
   EXPECT_NE(r.out.find("Total time = "), std::string::npos);
   EXPECT_LT(epeOf("g.flo"), 0.5);
+}
+
+TEST_F(Programs, NamedParametersReachTheMethodLikeVemosPositionalOnes) {
+  // Every parameter differs from its default and from the others, so a
+  // swapped or dropped option changes the flow.
+  NImageIO::writePPM(frame1_, path("a.ppm").c_str());
+  Result r = run(kVemo, {"a.ppm", "b.ppm", "0.5", "20", "200", "7", "0.9", "4", "8"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  r = run(kFlow, {"a.ppm", "b.ppm", "-o", "named.flo", "--sigma", "0.5", "--alpha", "20", "--beta", "200",
+                  "--gamma", "7", "--eta", "0.9", "--fixed-point-iters", "4", "--solver-iters", "8"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string positional = slurp(path("a.ppmVEMO.flo")), named = slurp(path("named.flo"));
+  ASSERT_EQ(positional.size(), 12u + 8u * kWidth * kHeight);
+  EXPECT_TRUE(positional == named) << "vemo-flow and vemo disagree for the same parameters";
+  r = run(kFlow, {"a.ppm", "b.ppm", "-o", "default.flo"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_FALSE(slurp(path("default.flo")) == named);
 }
 
 TEST_F(Programs, FlowRefusesBadInputsWithAMessageAndLeavesNoOutput) {
