@@ -1,0 +1,20 @@
+#include "gpu/extra_stages.h"
+
+#include <iostream>
+#include <string>
+
+#include "backends/cpu/cpu_extra_stages.h"
+#include "gpu/backend.h"
+
+namespace vemo {
+
+std::unique_ptr<ExtraStages> makeExtraStages(Backend& backend) {
+  const std::string name = backend.name();
+  if (name == "cpu") return std::make_unique<CpuExtraStages>();
+  const std::string message = "the SOR solver, energy evaluation and 2-D filter are not available on the " + name +
+                              " backend";
+  std::cerr << message << std::endl;
+  throw BackendError(message);
+}
+
+}  // namespace vemo

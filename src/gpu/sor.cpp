@@ -1,0 +1,133 @@
+#include "gpu/sor.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+#include <ctime>
+#include <stdexcept>
+#include <string>
+
+#include "gpu/backend_factory.h"
+#include "pixel/system_matrix.h"
+
+double sortimer = 0.0;
+
+namespace vemo {
+
+namespace {
+
+[[noreturn]] void refuse(const std::string& message) {
+  std::fprintf(stderr, "%s\n", message.c_str());
+  throw std::invalid_argument(message);
+}
+
+void checkHostSystem(const char* who, const float* matrix, const float* rhs, const float* du, const float* dv,
+                     int height, int width) {
+  if (height < 1 || width < 1)
+    refuse(std::string(who) + ": invalid size " + std::to_string(width) + "x" + std::to_string(height));
+  if (matrix == nullptr || rhs == nullptr || du == nullptr || dv == nullptr)
+    refuse(std::string(who) + ": null array");
+}
+
+// The host system uploaded into pitched backend planes: the matrix, the
+// right-hand side and one two-plane vector (du plane, then dv plane).
+struct DeviceSystem {
+  DeviceSystem(Backend& backend, const float* matrix, const float* rhs, const float* du, const float* dv, int height,
+               int width)
+      : pitch(backend.pitchFor(width)), plane(static_cast<std::size_t>(pitch) * height) {
+    A = backend.allocate(kMatrixPlanes * plane);
+    b = backend.allocate(2 * plane);
+    x = backend.allocate(2 * plane);
+    // Padding cleared: the solvers' reductions include it.
+    backend.clear(A.data(), A.floats());
+    backend.clear(b.data(), b.floats());
+    backend.clear(x.data(), x.floats());
+    backend.upload(A.data(), pitch, matrix, width, kMatrixPlanes * height);
+    backend.upload(b.data(), pitch, rhs, width, 2 * height);
+    backend.upload(x.data(), pitch, du, width, height);
+    backend.upload(x.data() + plane, pitch, dv, width, height);
+  }
+  int pitch;
+  std::size_t plane;
+  Buffer A, b, x;
+};
+
+}  // namespace
+
+void gRedBlack(ExtraStages& stages, const float* devMatrix, const float* rhs, float* du, float* dv, int height,
+               int width, int pitch, int iterations, float omega) {
+  for (int k = 0; k < iterations; ++k) {
+    stages.sorIteration(devMatrix, rhs, du, dv, height, width, 0, omega, pitch);
+    stages.sorIteration(devMatrix, rhs, du, dv, height, width, 1, omega, pitch);
+  }
+}
+
+void gRedBlack(Backend& backend, const float* devMatrix, const float* rhs, float* du, float* dv, int height,
+               int width, int pitch, int iterations, float omega) {
+  const std::unique_ptr<ExtraStages> stages = makeExtraStages(backend);
+  gRedBlack(*stages, devMatrix, rhs, du, dv, height, width, pitch, iterations, omega);
+}
+
+void SORIterations(const float* matrix, const float* rhs, float* du, float* dv, const float* initial, int height,
+                   int width, float omega, int iterations) {
+  checkHostSystem("SORIterations", matrix, rhs, du, dv, height, width);
+  if (initial == nullptr) refuse("SORIterations: null initial increment");
+  const std::clock_t start = std::clock();
+  const std::unique_ptr<Backend> backend = makeBackend();
+  const std::unique_ptr<ExtraStages> stages = makeExtraStages(*backend);
+  const std::size_t n = static_cast<std::size_t>(width) * height;
+  DeviceSystem s(*backend, matrix, rhs, initial, initial + n, height, width);
+  gRedBlack(*stages, s.A.data(), s.b.data(), s.x.data(), s.x.data() + s.plane, height, width, s.pitch, iterations,
+            omega);
+  backend->download(du, s.x.data(), s.pitch, width, height);
+  backend->download(dv, s.x.data() + s.plane, s.pitch, width, height);
+  backend->synchronize();
+  sortimer += static_cast<double>(std::clock() - start);
+}
+
+float computeResidual(const float* matrix, const float* rhs, const float* du, const float* dv, int height,
+                      int width) {
+  checkHostSystem("computeResidual", matrix, rhs, du, dv, height, width);
+  const std::unique_ptr<Backend> backend = makeBackend();
+  DeviceSystem s(*backend, matrix, rhs, du, dv, height, width);
+  Buffer r = backend->allocate(2 * s.plane);
+  backend->clear(r.data(), r.floats());
+  backend->residual(s.A.data(), s.b.data(), s.x.data(), s.x.data() + s.plane, height, width, s.pitch, r.data());
+  return std::sqrt(backend->dot(r.data(), r.data(), 2 * height, width, s.pitch));
+}
+
+void GaussSeidel(const float* matrix, const float* rhs, float* du, float* dv, int height, int width, float omega,
+                 int iterations) {
+  checkHostSystem("GaussSeidel", matrix, rhs, du, dv, height, width);
+  const int P = width * height;
+  std::printf("%d %f\n", 0, computeResidual(matrix, rhs, du, dv, height, width));
+  for (int k = 1; k <= iterations; ++k) {
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x) {
+        const int i = y * width + x;
+        float s1 = 0.0f, s2 = 0.0f;
+        if (y > 0) {
+          s1 += matrix[i + kNorth * P] * du[i - width];
+          s2 += matrix[i + kNorth * P] * dv[i - width];
+        }
+        if (x > 0) {
+          s1 += matrix[i + kWest * P] * du[i - 1];
+          s2 += matrix[i + kWest * P] * dv[i - 1];
+        }
+        if (x < width - 1) {
+          s1 += matrix[i + kEast * P] * du[i + 1];
+          s2 += matrix[i + kEast * P] * dv[i + 1];
+        }
+        if (y < height - 1) {
+          s1 += matrix[i + kSouth * P] * du[i + width];
+          s2 += matrix[i + kSouth * P] * dv[i + width];
+        }
+        const float a11 = matrix[i + kA11 * P], a12 = matrix[i + kA12Precond * P], a22 = matrix[i + kA22 * P];
+        du[i] = (1.0f - omega) * du[i] + omega * (rhs[i] - s1 - a12 * dv[i]) / a11;
+        dv[i] = (1.0f - omega) * dv[i] + omega * (rhs[i + P] - s2 - a12 * du[i]) / a22;
+      }
+    std::printf("%d %f\n", k, computeResidual(matrix, rhs, du, dv, height, width));
+  }
+}
+
+}  // namespace vemo
