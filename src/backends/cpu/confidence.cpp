@@ -1,5 +1,6 @@
 #include "backends/cpu/confidence.h"
 
+#include "backends/cpu/row_parallel.h"
 #include <string>
 #include <vector>
 
@@ -47,7 +48,7 @@ float gCompute2DSum(const float* image, int height, int width, int pitch) {
   checkPlane("gCompute2DSum", height, width, pitch);
   std::vector<float> rowsum(height);
   float* sums = rowsum.data();
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
   for (int y = 0; y < height; ++y) {
     float partial[kSumThreads];
     const float* row = image + (std::size_t)y * pitch;

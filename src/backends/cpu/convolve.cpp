@@ -1,5 +1,6 @@
 #include "backends/cpu/convolve.h"
 
+#include "backends/cpu/row_parallel.h"
 #include <cstring>
 #include <vector>
 
@@ -37,7 +38,7 @@ VEMO_CPU_CLONES void passX(float* __restrict out, const float* __restrict in, in
   const int h = length / 2;
   const int lo = h < width ? h : width;                    // first pixel with all taps inside
   const int hi = width - (length - 1 - h) > lo ? width - (length - 1 - h) : lo;  // one past the last
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
   for (int y = 0; y < height; ++y) {
     const float* row = in + (size_t)y * pitch;
     float* o = out + (size_t)y * pitch;
@@ -60,7 +61,7 @@ VEMO_CPU_CLONES void passX(float* __restrict out, const float* __restrict in, in
 VEMO_CPU_CLONES void passY(float* __restrict out, const float* __restrict in, int height, int width, int pitch,
                            const float* mask, int length, bool tiled) {
   const int h = length / 2;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
   for (int y = 0; y < height; ++y) {
     float* o = out + (size_t)y * pitch;
     if (y - h >= 0 && y + (length - 1 - h) < height) {

@@ -1,5 +1,6 @@
 #include "backends/cpu/motion_tensor.h"
 
+#include "backends/cpu/row_parallel.h"
 #include <memory>
 
 #include "backends/cpu/convolve.h"
@@ -16,7 +17,7 @@ const float kDerivativeMask5[5] = {1.0f / 12.0f, -8.0f / 12.0f, 0.0f, 8.0f / 12.
 VEMO_CPU_CLONES void makeST(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* Conf,
                             int height, int width, int pitch) {
   const size_t plane = (size_t)pitch * height;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
   for (int y = 0; y < height; ++y) {
     const size_t r = (size_t)y * pitch;
     const float* __restrict ix = Ix + r;
@@ -38,7 +39,7 @@ VEMO_CPU_CLONES void makeST(float* ST, const float* Ix, const float* Iy, const f
 VEMO_CPU_CLONES void makeST2(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
                              const float* Iyz, const float* Conf, int height, int width, int pitch) {
   const size_t plane = (size_t)pitch * height;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
   for (int y = 0; y < height; ++y) {
     const size_t r = (size_t)y * pitch;
     const float* __restrict xx = Ixx + r;

@@ -4,6 +4,7 @@
 // depend on the thread count.
 #pragma once
 
+#include "backends/cpu/row_parallel.h"
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -23,7 +24,7 @@ namespace vemo::cpu {
 
 template <class F>
 void forEachPixel(int height, int width, F&& f) {
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x) f(x, y);
 }
@@ -32,8 +33,12 @@ void forEachPixel(int height, int width, F&& f) {
 // OpenMP body is outlined from the marked function and so is compiled for
 // both targets (a lambda passed to forEachPixel is outlined from the template
 // and would get the baseline target only).
-#define VEMO_FOR_EACH_PIXEL(height, width, x, y)    \
-  _Pragma("omp parallel for schedule(static)")      \
+// Images below kParallelMinPixels run on the calling thread.
+#define VEMO_FOR_EACH_PIXEL(height, width, x, y)                                                   \
+  if (const bool vemoWorthThreads_ =                                                               \
+          static_cast<long>(height) * (width) >= ::vemo::cpu::kParallelMinPixels;                  \
+      true)                                                                                        \
+  _Pragma("omp parallel for schedule(static) if (vemoWorthThreads_)")                             \
   for (int y = 0; y < (height); ++y)                \
     for (int x = 0; x < (width); ++x)
 

@@ -1,5 +1,6 @@
 #include "backends/cpu/resample.h"
 
+#include "backends/cpu/row_parallel.h"
 #include <vector>
 
 #include "backends/cpu/pixel_loop.h"
@@ -17,7 +18,7 @@ VEMO_CPU_CLONES void downsample(const float* arr, int height, int width, int pit
   for (int x = 0; x < newwidth; ++x) columns[x] = areaSpan(width, newwidth, x);
   const AreaSpan* sx = columns.data();
   const float norm = areaNorm(height, width, newheight, newwidth);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
   for (int y = 0; y < newheight; ++y) {
     const AreaSpan sy = areaSpan(height, newheight, y);
     float* o = out + (size_t)y * newpitch;
