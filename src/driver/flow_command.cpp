@@ -7,11 +7,13 @@
 
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "backends/cuda/device_probe.h"
 #include "driver/flow_options.h"
+#include "driver/flow_stages.h"
 #include "driver/flow_picture.h"
 #include "driver/occlusion.h"
 #include "driver/optic_flow.h"
@@ -95,10 +97,13 @@ void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, con
 
 // The flow from `from` to `to` with the options' parameters; the frames
 // are copied because the pipeline presmooths its inputs in place.
-CTensor<float> flowBetween(const CTensor<float>& from, const CTensor<float>& to, const FlowOptions& o) {
+// One backend serves every pair of a run, so its buffers are reused.
+CTensor<float> flowBetween(vemo::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
+                           const FlowOptions& o) {
   CTensor<float> a = from, b = to, flow;
   StdoutSilencer silence(!o.timings);
-  runFlowGPU(a, b, flow, o.sigma, o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations);
+  runFlowOnBackend(backend, a, b, flow, o.sigma,
+                   FlowParameters{o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations});
   return flow;
 }
 
@@ -126,11 +131,11 @@ struct PairOutputs {
 
 // Computes one pair and writes its outputs; everything is computed before
 // the first file is written.
-void runPair(const CTensor<float>& frame1, const CTensor<float>& frame2, const FlowOptions& o,
+void runPair(vemo::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2, const FlowOptions& o,
              const PairOutputs& out) {
-  CTensor<float> forward = flowBetween(frame1, frame2, o);
+  CTensor<float> forward = flowBetween(backend, frame1, frame2, o);
   CTensor<float> backward;
-  if (!out.backward.empty() || !out.occlusions.empty()) backward = flowBetween(frame2, frame1, o);
+  if (!out.backward.empty() || !out.occlusions.empty()) backward = flowBetween(backend, frame2, frame1, o);
   CTensor<float> picture, mask;
   if (!out.viz.empty()) picture = flowPicture(forward, o.maxFlow, o.legend);
   if (!out.occlusions.empty()) mask = occlusionMask(forward, backward);
@@ -149,7 +154,8 @@ int runSinglePair(const FlowOptions& o, const std::string& backend) {
   NImageIO::readImage(o.frame2, frame2);
   checkFrames(frame1, frame2, o.frame1, o.frame2, o.quiet);
   const double start = seconds();
-  runPair(frame1, frame2, o, out);
+  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
+  runPair(*engine, frame1, frame2, o, out);
   if (!o.quiet) {
     std::printf("Wrote %s (%d x %d, %.2f s on the %s backend)\n", o.output.c_str(), frame1.xSize, frame1.ySize,
                 seconds() - start, backend.c_str());
@@ -179,6 +185,7 @@ int runSequence(const FlowOptions& o) {
   }
   const int pairs = static_cast<int>(frames.size()) - 1;
   CProgress progress(stderr, pairs, isatty(STDERR_FILENO) == 1);
+  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
   CTensor<float> previous;
   std::string previousName = frameName(o.sequence, frames[0]);
   NImageIO::readImage(previousName, previous);
@@ -189,7 +196,7 @@ int runSequence(const FlowOptions& o) {
     NImageIO::readImage(nextName, next);
     checkFrames(previous, next, previousName, nextName, o.quiet || p > 0);
     const int n = frames[p];
-    runPair(previous, next, o, PairOutputs{nameOf(o.output, n), nameOf(o.viz, n), nameOf(o.backward, n),
+    runPair(*engine, previous, next, o, PairOutputs{nameOf(o.output, n), nameOf(o.viz, n), nameOf(o.backward, n),
                                            nameOf(o.occlusions, n)});
     if (!o.quiet) progress.update(p + 1);
     previous = next;

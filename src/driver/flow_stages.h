@@ -31,3 +31,9 @@ void computeFlowOnBackend(const CTensor<float>& frame1, const CTensor<float>& fr
 void computeFlowOnBackend(vemo::Backend& backend, const CTensor<float>& frame1,
                           const CTensor<float>& frame2, CTensor<float>& flow,
                           const FlowParameters& params);
+
+// The whole pipeline of runFlowGPU (frame checks, presmoothing with sigma,
+// the stages above, the five timing lines) on a backend the caller keeps, so
+// that a sequence of pairs reuses the backend's buffers.
+void runFlowOnBackend(vemo::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
+                      CTensor<float>& flow, float sigma, const FlowParameters& params);

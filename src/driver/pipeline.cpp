@@ -2,10 +2,12 @@
 // stages, then the five timing lines. Timers accumulate over the process
 // lifetime, so a second run prints sums over both runs.
 #include <cstdio>
+#include <memory>
 
 #include "common/timer.h"
 #include "driver/flow_stages.h"
 #include "driver/run_flow.h"
+#include "gpu/backend_factory.h"
 #include "image/exceptions.h"
 #include "image/recursive_smooth.h"
 
@@ -39,6 +41,14 @@ void runFlowGPU(CTensor<float>& frame1, CTensor<float>& frame2, CTensor<float>& 
                 float alpha, float beta, float gamma, float eta, int fixedPointIterations,
                 int solverIterations) {
   checkFrames(frame1, frame2);
+  std::unique_ptr<vemo::Backend> backend = vemo::makeBackend();
+  runFlowOnBackend(*backend, frame1, frame2, flow, sigma,
+                   FlowParameters{alpha, beta, gamma, eta, fixedPointIterations, solverIterations});
+}
+
+void runFlowOnBackend(vemo::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
+                      CTensor<float>& flow, float sigma, const FlowParameters& params) {
+  checkFrames(frame1, frame2);
 
   vemo::stamp(start_total);
   vemo::stamp(start_filter);
@@ -50,8 +60,7 @@ void runFlowGPU(CTensor<float>& frame1, CTensor<float>& frame2, CTensor<float>& 
   }
   vemo::closeStretch(start_filter, finish_filter, timer_filter);
 
-  const FlowParameters params{alpha, beta, gamma, eta, fixedPointIterations, solverIterations};
-  computeFlowOnBackend(frame1, frame2, flow, params);
+  computeFlowOnBackend(backend, frame1, frame2, flow, params);
 
   vemo::closeStretch(start_total, finish_total, timer_total);
 

@@ -33,16 +33,29 @@ CpuBackend::CpuBackend(int pitchAlignment, int extraPitch)
          std::to_string(extraPitch));
 }
 
+CpuBackend::~CpuBackend() {
+  for (auto& entry : cache_) std::free(entry.second);
+}
+
 Buffer CpuBackend::allocate(std::size_t floats) {
   // Round up to whole alignment units; never zero bytes. One extra unit in
   // front holds the size, so that release() can account for it.
   if (floats > (static_cast<std::size_t>(-1) / 2) / sizeof(float)) fail("CpuBackend: allocation size overflows");
   const std::size_t bytes = ((floats * sizeof(float) + kAlignmentBytes - 1) / kAlignmentBytes + 1) * kAlignmentBytes;
-  void* p = std::aligned_alloc(kAlignmentBytes, bytes + kAlignmentBytes);
-  if (p == nullptr) fail("CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes");
+  void* p = nullptr;
+  auto cached = cache_.find(bytes);
+  if (cached != cache_.end()) {
+    p = cached->second;
+    cache_.erase(cached);
+    cachedBytes_ -= bytes + kAlignmentBytes;
+  } else {
+    p = std::aligned_alloc(kAlignmentBytes, bytes + kAlignmentBytes);
+    if (p == nullptr) fail("CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes");
+  }
   *static_cast<std::size_t*>(p) = bytes;
   float* data = reinterpret_cast<float*>(static_cast<char*>(p) + kAlignmentBytes);
-  // Zero-filled so that no run ever depends on leftover memory.
+  // Zero-filled, fresh or reused, so that no run ever depends on leftover
+  // memory.
   std::memset(data, 0, bytes);
   noteAllocated(bytes + kAlignmentBytes);
   return Buffer(this, data, floats);
@@ -50,7 +63,17 @@ Buffer CpuBackend::allocate(std::size_t floats) {
 
 void CpuBackend::release(float* data) noexcept {
   char* base = reinterpret_cast<char*>(data) - kAlignmentBytes;
-  noteReleased(*reinterpret_cast<std::size_t*>(base) + kAlignmentBytes);
+  const std::size_t bytes = *reinterpret_cast<std::size_t*>(base);
+  noteReleased(bytes + kAlignmentBytes);
+  if (cachedBytes_ + bytes + kAlignmentBytes <= peakBytes()) {
+    try {
+      cache_.emplace(bytes, base);
+      cachedBytes_ += bytes + kAlignmentBytes;
+      return;
+    } catch (...) {
+      // No room to remember the block: give it back instead.
+    }
+  }
   std::free(base);
 }
 
@@ -62,7 +85,8 @@ std::size_t CpuBackend::availableBytes() const {
     while (std::fgets(line, sizeof line, f) != nullptr)
       if (std::sscanf(line, "MemAvailable: %llu kB", &kib) == 1) break;
     std::fclose(f);
-    if (kib > 0) return static_cast<std::size_t>(kib) * 1024;
+    // Blocks this backend keeps for reuse are available to it as well.
+    if (kib > 0) return static_cast<std::size_t>(kib) * 1024 + cachedBytes_;
   }
   const long pages = sysconf(_SC_AVPHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
   if (pages > 0 && pageSize > 0) return static_cast<std::size_t>(pages) * static_cast<std::size_t>(pageSize);

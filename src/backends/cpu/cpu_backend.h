@@ -7,6 +7,7 @@
 // results are identical for any thread count.
 #pragma once
 
+#include <map>
 #include <vector>
 
 #include "gpu/backend.h"
@@ -19,6 +20,9 @@ class CpuBackend : public Backend {
   // `extraPitch` floats (tests use it to exercise padding that is not a
   // multiple of the vector width).
   explicit CpuBackend(int pitchAlignment = 16, int extraPitch = 0);
+  ~CpuBackend() override;
+  CpuBackend(const CpuBackend&) = delete;
+  CpuBackend& operator=(const CpuBackend&) = delete;
 
   const char* name() const override { return "cpu"; }
   std::size_t availableBytes() const override;
@@ -94,6 +98,13 @@ class CpuBackend : public Backend {
   int pitchAlignment_;
   int extraPitch_;
   std::vector<double> partials_;
+  // Released blocks kept for reuse, keyed by their size in bytes. Large
+  // fresh blocks arrive as untouched pages and pay a page fault per 4 KiB on
+  // first use; the full-size passes of a run and every later pair of a
+  // sequence ask for exactly the sizes released before. At most as many
+  // bytes are kept as the run held at its peak.
+  std::multimap<std::size_t, void*> cache_;
+  std::size_t cachedBytes_ = 0;
 };
 
 }  // namespace vemo
