@@ -5,9 +5,11 @@
 #include <exception>
 #include <new>
 
+#include "common/wait_policy.h"
 #include "driver/command_line.h"
 
 int main(int argc, char** argv) {
+  vemo::preferSleepingThreads(argv);
   int status = 1;
   try {
     status = runCommandLine(argc, argv);

@@ -4,9 +4,11 @@
 #include <exception>
 #include <new>
 
+#include "common/wait_policy.h"
 #include "driver/flow_command.h"
 
 int main(int argc, char** argv) {
+  vemo::preferSleepingThreads(argv);
   int status = 1;
   try {
     status = runFlowProgram(argc, argv);
