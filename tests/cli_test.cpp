@@ -9,74 +9,46 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "driver/optic_flow.h"
 #include "image/ppm_write.h"
 #include "image/synthetic.h"
+#include "support/process.h"
 
 namespace {
+
+using vemotest::Result;
+using vemotest::exists;
+using vemotest::quote;
+using vemotest::slurp;
 
 const std::string kVemo = VEMO_BINARY_DIR "/vemo";
 const int kWidth = 40;
 const int kHeight = 32;
-
-struct Result {
-  int status = -1;
-  std::string out, err;
-};
-
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += (c == '\'') ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-bool exists(const std::string& path) {
-  struct stat info;
-  return stat(path.c_str(), &info) == 0;
-}
 
 // A fresh directory per test holding a small synthetic pair (frame1.ppm,
 // frame2.ppm, truth.flo).
 class CommandLine : public testing::Test {
  protected:
   void SetUp() override {
-    static int counter = 0;
-    dir_ = testing::TempDir() + "vemo_cli_" + std::to_string(getpid()) + "_" +
-           std::to_string(counter++);
-    ASSERT_EQ(mkdir(dir_.c_str(), 0755), 0);
+    scratch_ = std::make_unique<vemotest::ScratchDir>("vemo_cli_");
+    dir_ = scratch_->dir();
     CTensor<float> f1, f2, truth;
     NSynthetic::makeShiftedPair(kWidth, kHeight, 1.5f, -0.5f, 7, f1, f2, truth);
     NImageIO::writePPM(f1, path("frame1.ppm").c_str());
     NImageIO::writePPM(f2, path("frame2.ppm").c_str());
     COpticFlow::writeMiddlebury(truth, path("truth.flo").c_str());
   }
-  void TearDown() override { std::system(("rm -rf " + quote(dir_)).c_str()); }
 
   std::string path(const std::string& name) const { return dir_ + "/" + name; }
 
   // Runs vemo with the given arguments from the test directory.
-  Result run(const std::vector<std::string>& args) const {
-    std::string cmd = "cd " + quote(dir_) + " && " + quote(kVemo);
-    for (const std::string& a : args) cmd += " " + quote(a);
-    cmd += " >" + quote(path("stdout.txt")) + " 2>" + quote(path("stderr.txt"));
-    Result r;
-    const int raw = std::system(cmd.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = slurp(path("stdout.txt"));
-    r.err = slurp(path("stderr.txt"));
-    std::remove(path("stdout.txt").c_str());
-    std::remove(path("stderr.txt").c_str());
-    return r;
-  }
+  Result run(const std::vector<std::string>& args) const { return scratch_->run(kVemo, args); }
 
+  std::unique_ptr<vemotest::ScratchDir> scratch_;
   std::string dir_;
 };
 

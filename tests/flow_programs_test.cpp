@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <memory>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -19,35 +20,20 @@
 #include "image/ppm_write.h"
 #include "image/read_image.h"
 #include "image/synthetic.h"
+#include "support/process.h"
 
 namespace {
+
+using vemotest::Result;
+using vemotest::exists;
+using vemotest::quote;
+using vemotest::slurp;
 
 const std::string kFlow = VEMO_BINARY_DIR "/vemo-flow";
 const std::string kEval = VEMO_BINARY_DIR "/vemo-eval";
 const std::string kVemo = VEMO_BINARY_DIR "/vemo";
 constexpr int kWidth = 48, kHeight = 40;
 constexpr float kDx = 1.5f, kDy = -0.5f;
-
-struct Result {
-  int status = -1;
-  std::string out, err;
-};
-
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += (c == '\'') ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-bool exists(const std::string& path) {
-  struct stat info;
-  return stat(path.c_str(), &info) == 0;
-}
 
 CTensor<float> grey(const CTensor<float>& colour) {
   CTensor<float> g(colour.xSize, colour.ySize, 1);
@@ -61,9 +47,8 @@ CTensor<float> grey(const CTensor<float>& colour) {
 class Programs : public testing::Test {
  protected:
   void SetUp() override {
-    static int counter = 0;
-    dir_ = testing::TempDir() + "vemo_programs_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
-    ASSERT_EQ(mkdir(dir_.c_str(), 0755), 0);
+    scratch_ = std::make_unique<vemotest::ScratchDir>("vemo_programs_");
+    dir_ = scratch_->dir();
     NSynthetic::makeShiftedPair(kWidth, kHeight, kDx, kDy, 11, frame1_, frame2_, truth_);
     NImageIO::writePNG(frame1_, path("a.png").c_str());
     NImageIO::writePNG(frame2_, path("b.png").c_str(), 16);
@@ -73,22 +58,11 @@ class Programs : public testing::Test {
     NImageIO::writePNG(grey(frame2_), path("b_grey.png").c_str());
     COpticFlow::writeMiddlebury(truth_, path("truth.flo").c_str());
   }
-  void TearDown() override { std::system(("rm -rf " + quote(dir_)).c_str()); }
 
   std::string path(const std::string& name) const { return dir_ + "/" + name; }
 
   Result run(const std::string& program, const std::vector<std::string>& args) const {
-    std::string cmd = "cd " + quote(dir_) + " && " + quote(program);
-    for (const std::string& a : args) cmd += " " + quote(a);
-    cmd += " >" + quote(path("stdout.txt")) + " 2>" + quote(path("stderr.txt"));
-    Result r;
-    const int raw = std::system(cmd.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = slurp(path("stdout.txt"));
-    r.err = slurp(path("stderr.txt"));
-    std::remove(path("stdout.txt").c_str());
-    std::remove(path("stderr.txt").c_str());
-    return r;
+    return scratch_->run(program, args);
   }
 
   // Files in the test directory whose name starts with '.': leftovers of
@@ -111,6 +85,7 @@ class Programs : public testing::Test {
   }
 
   std::string dir_;
+  std::unique_ptr<vemotest::ScratchDir> scratch_;
   CTensor<float> frame1_, frame2_, truth_;
 };
 

@@ -1,0 +1,55 @@
+#include "support/process.h"
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+namespace vemotest {
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += (c == '\'') ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+bool exists(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0;
+}
+
+ScratchDir::ScratchDir(const std::string& prefix) {
+  static int counter = 0;
+  dir_ = testing::TempDir() + prefix + std::to_string(getpid()) + "_" + std::to_string(counter++);
+  if (mkdir(dir_.c_str(), 0755) != 0) throw std::runtime_error("cannot create " + dir_);
+}
+
+ScratchDir::~ScratchDir() { std::system(("rm -rf " + quote(dir_)).c_str()); }
+
+Result ScratchDir::run(const std::string& program, const std::vector<std::string>& args) const {
+  std::string cmd = "cd " + quote(dir_) + " && " + quote(program);
+  for (const std::string& a : args) cmd += " " + quote(a);
+  cmd += " >" + quote(path("stdout.txt")) + " 2>" + quote(path("stderr.txt"));
+  Result r;
+  const int raw = std::system(cmd.c_str());
+  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  r.out = slurp(path("stdout.txt"));
+  r.err = slurp(path("stderr.txt"));
+  std::remove(path("stdout.txt").c_str());
+  std::remove(path("stderr.txt").c_str());
+  return r;
+}
+
+}  // namespace vemotest
