@@ -9,7 +9,7 @@
 #include "driver/command_line.h"
 
 int main(int argc, char** argv) {
-  vemo::preferSleepingThreads(argv);
+  flowcore::preferSleepingThreads(argv);
   int status = 1;
   try {
     status = runCommandLine(argc, argv);

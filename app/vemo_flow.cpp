@@ -8,7 +8,7 @@
 #include "driver/flow_command.h"
 
 int main(int argc, char** argv) {
-  vemo::preferSleepingThreads(argv);
+  flowcore::preferSleepingThreads(argv);
   int status = 1;
   try {
     status = runFlowProgram(argc, argv);

@@ -5,7 +5,7 @@
 
 #include <sys/time.h>
 
-namespace vemo {
+namespace flowcore {
 
 // Milliseconds between two gettimeofday stamps:
 // seconds difference * 1000 + microseconds difference * 0.001.
@@ -21,7 +21,7 @@ inline void closeStretch(const timeval& start, timeval& finish, double& accumula
   accumulator += elapsedMs(start, finish);
 }
 
-}  // namespace vemo
+}  // namespace flowcore
 
 // The pipeline driver's stretches (defined in timer.cpp).
 extern timeval start_filter, finish_filter, start_memcpy1, finish_memcpy1;

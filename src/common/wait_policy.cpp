@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-namespace vemo {
+namespace flowcore {
 
 void preferSleepingThreads(char** argv) {
   if (std::getenv("OMP_WAIT_POLICY") != nullptr || std::getenv("GOMP_SPINCOUNT") != nullptr) return;
@@ -13,4 +13,4 @@ void preferSleepingThreads(char** argv) {
   // Only reached when the re-execution failed: run on with the default.
 }
 
-}  // namespace vemo
+}  // namespace flowcore

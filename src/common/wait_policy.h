@@ -12,10 +12,10 @@
 // GOMP_SPINCOUNT from the user is left alone.
 #pragma once
 
-namespace vemo {
+namespace flowcore {
 
 // Call first in main. Returns normally when nothing had to change or the
 // re-execution was not possible.
 void preferSleepingThreads(char** argv);
 
-}  // namespace vemo
+}  // namespace flowcore

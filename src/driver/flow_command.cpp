@@ -64,11 +64,11 @@ double seconds() {
 // Tells the factory which backend to use and says when it is not the one
 // that was asked for.
 std::string selectBackend(DeviceChoice device) {
-  const bool gpu = vemo::cudaDeviceUsable();
-  vemo::requestBackend(device == DeviceChoice::Cpu    ? vemo::BackendRequest::Cpu
-                       : device == DeviceChoice::Cuda ? vemo::BackendRequest::Cuda
-                                                      : vemo::BackendRequest::Auto);
-  const std::string chosen = vemo::chosenBackendName();
+  const bool gpu = flowcore::cudaDeviceUsable();
+  flowcore::requestBackend(device == DeviceChoice::Cpu    ? flowcore::BackendRequest::Cpu
+                       : device == DeviceChoice::Cuda ? flowcore::BackendRequest::Cuda
+                                                      : flowcore::BackendRequest::Auto);
+  const std::string chosen = flowcore::chosenBackendName();
   const bool wantedCuda = device == DeviceChoice::Cuda || (device == DeviceChoice::Auto && gpu);
   if (wantedCuda && chosen != "cuda") {
     std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kProgram,
@@ -98,7 +98,7 @@ void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, con
 // The flow from `from` to `to` with the options' parameters; the frames
 // are copied because the pipeline presmooths its inputs in place.
 // One backend serves every pair of a run, so its buffers are reused.
-CTensor<float> flowBetween(vemo::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
+CTensor<float> flowBetween(flowcore::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
                            const FlowOptions& o) {
   CTensor<float> a = from, b = to, flow;
   StdoutSilencer silence(!o.timings);
@@ -131,7 +131,7 @@ struct PairOutputs {
 
 // Computes one pair and writes its outputs; everything is computed before
 // the first file is written.
-void runPair(vemo::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2, const FlowOptions& o,
+void runPair(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2, const FlowOptions& o,
              const PairOutputs& out) {
   CTensor<float> forward = flowBetween(backend, frame1, frame2, o);
   CTensor<float> backward;
@@ -154,7 +154,7 @@ int runSinglePair(const FlowOptions& o, const std::string& backend) {
   NImageIO::readImage(o.frame2, frame2);
   checkFrames(frame1, frame2, o.frame1, o.frame2, o.quiet);
   const double start = seconds();
-  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
+  std::unique_ptr<flowcore::Backend> engine = flowcore::makeBackend();
   runPair(*engine, frame1, frame2, o, out);
   if (!o.quiet) {
     std::printf("Wrote %s (%d x %d, %.2f s on the %s backend)\n", o.output.c_str(), frame1.xSize, frame1.ySize,
@@ -185,7 +185,7 @@ int runSequence(const FlowOptions& o) {
   }
   const int pairs = static_cast<int>(frames.size()) - 1;
   CProgress progress(stderr, pairs, isatty(STDERR_FILENO) == 1);
-  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
+  std::unique_ptr<flowcore::Backend> engine = flowcore::makeBackend();
   CTensor<float> previous;
   std::string previousName = frameName(o.sequence, frames[0]);
   NImageIO::readImage(previousName, previous);

@@ -41,28 +41,28 @@ void runFlowGPU(CTensor<float>& frame1, CTensor<float>& frame2, CTensor<float>& 
                 float alpha, float beta, float gamma, float eta, int fixedPointIterations,
                 int solverIterations) {
   checkFrames(frame1, frame2);
-  std::unique_ptr<vemo::Backend> backend = vemo::makeBackend();
+  std::unique_ptr<flowcore::Backend> backend = flowcore::makeBackend();
   runFlowOnBackend(*backend, frame1, frame2, flow, sigma,
                    FlowParameters{alpha, beta, gamma, eta, fixedPointIterations, solverIterations});
 }
 
-void runFlowOnBackend(vemo::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
+void runFlowOnBackend(flowcore::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
                       CTensor<float>& flow, float sigma, const FlowParameters& params) {
   checkFrames(frame1, frame2);
 
-  vemo::stamp(start_total);
-  vemo::stamp(start_filter);
+  flowcore::stamp(start_total);
+  flowcore::stamp(start_filter);
   if (sigma > 0) {
     NFilter::recursiveSmoothX(frame1, sigma);
     NFilter::recursiveSmoothY(frame1, sigma);
     NFilter::recursiveSmoothX(frame2, sigma);
     NFilter::recursiveSmoothY(frame2, sigma);
   }
-  vemo::closeStretch(start_filter, finish_filter, timer_filter);
+  flowcore::closeStretch(start_filter, finish_filter, timer_filter);
 
   computeFlowOnBackend(backend, frame1, frame2, flow, params);
 
-  vemo::closeStretch(start_total, finish_total, timer_total);
+  flowcore::closeStretch(start_total, finish_total, timer_total);
 
   std::printf("Memcpy time = %f \n", timer_memcpy1);
   std::printf("Filter time = %f \n", timer_filter);

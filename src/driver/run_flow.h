@@ -1,6 +1,4 @@
-// The flow pipeline driver. Kept apart from vemo.h because the global
-// function vemo() cannot share a translation unit with the namespace vemo
-// (timers, per-pixel arithmetic): code that needs both includes this header.
+// The flow pipeline driver.
 #pragma once
 
 #include "image/tensor.h"

@@ -1,7 +1,5 @@
 // Entry points of the flow pipeline and the error measure the command line
-// prints. The functions named vemo clash with the namespace vemo: do not
-// include this header together with common/timer.h or src/pixel headers
-// (use driver/run_flow.h there).
+// prints.
 #pragma once
 
 #include "driver/run_flow.h"

@@ -3,7 +3,7 @@
 
 #include "gpu/scratch.h"
 
-namespace vemo {
+namespace flowcore {
 
 float Backend::productDot(const float* A, const float* p, float* q, int height, int width, int pitch) {
   product(A, p, p + static_cast<std::size_t>(pitch) * height, height, width, pitch, q);
@@ -38,4 +38,4 @@ void Backend::assembleSystem(const FPtmp& fp, const float* u, const float* v, co
              u, v, fp.diffX, fp.diffY, height, width, pitch, alpha);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -21,7 +21,7 @@
 #include <string>
 #include <utility>
 
-namespace vemo {
+namespace flowcore {
 
 class Backend;
 struct FPtmp;
@@ -220,4 +220,4 @@ inline void Buffer::reset() noexcept {
   floats_ = 0;
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -2,7 +2,7 @@
 
 #include "backends/cpu/cpu_backend.h"
 
-namespace vemo {
+namespace flowcore {
 
 namespace {
 BackendRequest requested = BackendRequest::Auto;
@@ -15,4 +15,4 @@ const char* chosenBackendName() { return "cpu"; }
 
 std::unique_ptr<Backend> makeBackend() { return std::make_unique<CpuBackend>(); }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -5,7 +5,7 @@
 
 #include "gpu/backend.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Which backend later makeBackend() calls create, process-wide: Auto (the
 // default) takes CUDA when a GPU is usable and the build has that backend.
@@ -21,4 +21,4 @@ const char* chosenBackendName();
 // here once it exists.
 std::unique_ptr<Backend> makeBackend();
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-namespace vemo {
+namespace flowcore {
 
 namespace {
 // Central difference: 0.5 * (f(x + 1) - f(x - 1)).
@@ -28,4 +28,4 @@ void gDiffusivity(Backend& backend, const float* u, const float* v, const float*
   backend.normalize(diffY, height, width, pitch);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -7,7 +7,7 @@
 #include "backends/cpu/cpu_backend.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using testing::TestImage;
@@ -75,4 +75,4 @@ TEST(Diffusivity, RampWeightsUseTheRightDerivativesOfFlowPlusIncrement) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

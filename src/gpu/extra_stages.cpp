@@ -6,7 +6,7 @@
 #include "backends/cpu/cpu_extra_stages.h"
 #include "gpu/backend.h"
 
-namespace vemo {
+namespace flowcore {
 
 std::unique_ptr<ExtraStages> makeExtraStages(Backend& backend) {
   const std::string name = backend.name();
@@ -17,4 +17,4 @@ std::unique_ptr<ExtraStages> makeExtraStages(Backend& backend) {
   throw BackendError(message);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -7,7 +7,7 @@
 
 #include "pixel/gauss.h"
 
-namespace vemo {
+namespace flowcore {
 
 namespace {
 
@@ -53,4 +53,4 @@ std::vector<float> GaussianDerivativeFilterCreate(float sigma, int& length) {
   return mask;
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-namespace vemo {
+namespace flowcore {
 
 // Number of taps for a given sigma: (int)(6 sigma) rounded up to odd, so
 // 0.8 -> 5, 1.0 -> 7, 2.0 -> 13, anything below 1/6 -> 1.
@@ -21,4 +21,4 @@ std::vector<float> GaussianFilterCreate(float sigma, int& length);
 // length-1 mask is {0/0} = NaN, as that rule gives. Same sigma check.
 std::vector<float> GaussianDerivativeFilterCreate(float sigma, int& length);
 
-}  // namespace vemo
+}  // namespace flowcore

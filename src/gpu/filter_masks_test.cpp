@@ -10,10 +10,10 @@ TEST(FilterMasks, LengthRuleTruncatesSixSigmaAndRoundsUpToOdd) {
   const int lengths[] = {5, 7, 9, 13, 3, 1, 25};
   for (int k = 0; k < 7; ++k) {
     int len = -1;
-    const std::vector<float> g = vemo::GaussianFilterCreate(sigmas[k], len);
+    const std::vector<float> g = flowcore::GaussianFilterCreate(sigmas[k], len);
     EXPECT_EQ(len, lengths[k]) << sigmas[k];
     EXPECT_EQ((int)g.size(), len);
-    const std::vector<float> d = vemo::GaussianDerivativeFilterCreate(sigmas[k], len);
+    const std::vector<float> d = flowcore::GaussianDerivativeFilterCreate(sigmas[k], len);
     EXPECT_EQ(len, lengths[k]) << sigmas[k];
     EXPECT_EQ((int)d.size(), len);
   }
@@ -21,7 +21,7 @@ TEST(FilterMasks, LengthRuleTruncatesSixSigmaAndRoundsUpToOdd) {
 
 TEST(FilterMasks, SmoothingIsSymmetricUnitSumAndDerivativeIsSignedAntisymmetric) {
   int len = 0;
-  const std::vector<float> g = vemo::GaussianFilterCreate(1.5f, len);
+  const std::vector<float> g = flowcore::GaussianFilterCreate(1.5f, len);
   float sum = 0.0f;
   for (int i = 0; i < len; ++i) {
     EXPECT_EQ(g[i], g[len - 1 - i]);
@@ -31,7 +31,7 @@ TEST(FilterMasks, SmoothingIsSymmetricUnitSumAndDerivativeIsSignedAntisymmetric)
     }
   }
   EXPECT_NEAR(sum, 1.0f, 1e-6f);
-  const std::vector<float> d = vemo::GaussianDerivativeFilterCreate(1.5f, len);
+  const std::vector<float> d = flowcore::GaussianDerivativeFilterCreate(1.5f, len);
   float abs = 0.0f, response = 0.0f;
   for (int i = 0; i < len; ++i) {
     EXPECT_EQ(d[i], -d[len - 1 - i]);
@@ -48,13 +48,13 @@ TEST(FilterMasks, SmoothingIsSymmetricUnitSumAndDerivativeIsSignedAntisymmetric)
 
 TEST(FilterMasks, SingleTapMasksAndNonPositiveSigma) {
   int len = 0;
-  const std::vector<float> g = vemo::GaussianFilterCreate(0.1f, len);
+  const std::vector<float> g = flowcore::GaussianFilterCreate(0.1f, len);
   ASSERT_EQ(len, 1);
   EXPECT_EQ(g[0], 1.0f);
-  const std::vector<float> d = vemo::GaussianDerivativeFilterCreate(0.1f, len);
+  const std::vector<float> d = flowcore::GaussianDerivativeFilterCreate(0.1f, len);
   ASSERT_EQ(len, 1);
   EXPECT_TRUE(std::isnan(d[0]));  // 0 divided by a zero absolute sum
-  EXPECT_THROW(vemo::GaussianFilterCreate(0.0f, len), std::invalid_argument);
-  EXPECT_THROW(vemo::GaussianDerivativeFilterCreate(-1.0f, len), std::invalid_argument);
-  EXPECT_THROW(vemo::GaussianFilterCreate(NAN, len), std::invalid_argument);
+  EXPECT_THROW(flowcore::GaussianFilterCreate(0.0f, len), std::invalid_argument);
+  EXPECT_THROW(flowcore::GaussianDerivativeFilterCreate(-1.0f, len), std::invalid_argument);
+  EXPECT_THROW(flowcore::GaussianFilterCreate(NAN, len), std::invalid_argument);
 }

@@ -5,7 +5,7 @@
 
 #include "gpu/filter_masks.h"
 
-namespace vemo {
+namespace flowcore {
 
 void gGaussianFilter(Backend& backend, float* out, const float* in, int height, int width, int pitch, float sigma) {
   int length = 0;
@@ -33,4 +33,4 @@ void gGaussianDerivativeFilter(Backend& backend, float* out, const float* in, in
     backend.convolveY(out, out, height, width, width, mask.data(), length);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

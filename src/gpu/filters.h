@@ -4,7 +4,7 @@
 
 #include "gpu/backend.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Gaussian smoothing with the mask of GaussianFilterCreate(sigma), along x,
 // then along y, result in `out` (out == in allowed). The horizontal pass
@@ -20,4 +20,4 @@ void gGaussianFilter(Backend& backend, float* out, const float* in, int height, 
 void gGaussianDerivativeFilter(Backend& backend, float* out, const float* in, int height, int width, float sigma,
                                char dir);
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -15,7 +15,7 @@
 #include "gpu/host_entry_points.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using testing::TestImage;
@@ -135,4 +135,4 @@ TEST(HostFilterEntryPoints, MatchClampedCorrelationsAlongTheRightAxesAndRefuseBa
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

@@ -20,7 +20,7 @@
 #include "pixel/system_matrix.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using testing::TestImage;
@@ -121,4 +121,4 @@ TEST(HostSolverEntryPoints, RefuseNullArraysAndInvalidSizes) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

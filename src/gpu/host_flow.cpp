@@ -9,7 +9,7 @@
 #include "gpu/solver_timers.h"
 #include "gpu/variational_flow.h"
 
-namespace vemo {
+namespace flowcore {
 
 void variationalFlowVemo(Backend& backend, const float* frame1, const float* frame2, float* u, float* v,
                          const float* geoU, const float* geoV, const float* geoConf, int hypos, int height,
@@ -55,4 +55,4 @@ void variationalFlowVemo(Backend& backend, const float* frame1, const float* fra
   std::printf("memcpy time = %f ms\n", timer_memcpy);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -11,7 +11,7 @@
 #include <memory>
 #include <utility>
 
-namespace vemo {
+namespace flowcore {
 
 class Backend;
 class MatchingStages;
@@ -117,4 +117,4 @@ inline void IntBuffer::reset() noexcept {
 // and throws BackendError when there is none for that backend.
 std::unique_ptr<MatchingStages> makeMatchingStages(Backend& backend);
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -7,7 +7,7 @@
 #include "gpu/pcg.h"
 #include "gpu/solver_timers.h"
 
-namespace vemo {
+namespace flowcore {
 
 void gNonLinearIteration(Backend& backend, const float* frame1, const float* warped, const float* conf,
                          const float* geoU, const float* geoV, const float* geoConf, int hypos, float* u, float* v,
@@ -39,4 +39,4 @@ void gNonLinearIteration(Backend& backend, const float* frame1, const float* war
   closeStretch(start_makematrix, finish_makematrix, timer_makematrix);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -4,7 +4,7 @@
 #include "gpu/backend.h"
 #include "gpu/scratch.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Solves for the increment (du, dv) of the flow (u, v) at one level, frame 2
 // already warped towards frame 1 by (u, v), then adds it to u and v. Each of
@@ -25,4 +25,4 @@ void gNonLinearIteration(Backend& backend, const float* frame1, const float* war
                          int height, int width, int pitch, int nChan, float alpha, float beta, float gamma,
                          int fixedPointIterations, int solverIterations, const CGtmp& cg, const FPtmp& fp);
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -9,7 +9,7 @@
 #include "image/synthetic.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using testing::TestImage;
@@ -59,4 +59,4 @@ TEST(NonLinearIteration, NoIterationsKeepTheFlowAndEachCallStartsFromAZeroIncrem
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

@@ -16,7 +16,7 @@
 #include "gpu/real_level_test_util.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using testing::RealLevel;
@@ -151,4 +151,4 @@ TEST(ObjectiveValue, FallsOverTheFixedPointIterationsOfARealLevel) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

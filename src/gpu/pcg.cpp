@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <utility>
 
-namespace vemo {
+namespace flowcore {
 
 int gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, float* dv, int height, int width,
          int pitch, int iterations, const CGtmp& tmp) {
@@ -51,4 +51,4 @@ int gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, fl
   return k;
 }
 
-}  // namespace vemo
+}  // namespace flowcore

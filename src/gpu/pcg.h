@@ -5,7 +5,7 @@
 #include "gpu/backend.h"
 #include "gpu/scratch.h"
 
-namespace vemo {
+namespace flowcore {
 
 // The solver stops early once |r . z| (the preconditioned residual product)
 // falls below this absolute threshold.
@@ -21,4 +21,4 @@ constexpr double kPcgTolerance = 1e-5;
 int gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, float* dv, int height, int width,
          int pitch, int iterations, const CGtmp& tmp);
 
-}  // namespace vemo
+}  // namespace flowcore

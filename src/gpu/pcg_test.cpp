@@ -11,7 +11,7 @@
 #include "pixel/system_matrix.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using testing::TestImage;
@@ -197,4 +197,4 @@ TEST(Pcg, FusedPassesMatchTheElementaryOperationsAndSingularBlocksPassThrough) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

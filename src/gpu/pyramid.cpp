@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace vemo {
+namespace flowcore {
 
 namespace {
 
@@ -52,4 +52,4 @@ bool pyramidLevelIsDegenerate(int s, int height, int width, float eta) {
   return cur.width == prev.width && cur.height == prev.height;
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -13,7 +13,7 @@
 #include "image/tensor.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo::testing {
+namespace flowcore::testing {
 
 struct RealLevel {
   static constexpr int kChannels = 3;
@@ -66,4 +66,4 @@ struct RealLevel {
   SolverScratch scratch;
 };
 
-}  // namespace vemo::testing
+}  // namespace flowcore::testing

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <string>
 
-namespace vemo {
+namespace flowcore {
 
 namespace {
 
@@ -37,4 +37,4 @@ void refuseIfTooLarge(const Backend& backend, int height, int width, int pitch, 
   throw BackendError("frame too large for the " + std::string(backend.name()) + " backend");
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -6,7 +6,7 @@
 
 #include "gpu/backend.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Upper bound, in bytes, of what a flow run (matching and the whole
 // pyramid) holds at once on a backend for frames of height x width x
@@ -17,4 +17,4 @@ std::size_t estimateRunBytes(int height, int width, int pitch, int channels);
 // throws BackendError, when the estimate exceeds availableBytes().
 void refuseIfTooLarge(const Backend& backend, int height, int width, int pitch, int channels);
 
-}  // namespace vemo
+}  // namespace flowcore

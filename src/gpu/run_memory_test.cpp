@@ -11,7 +11,7 @@
 namespace {
 
 // A backend that pretends to have little memory.
-class SmallCpuBackend : public vemo::CpuBackend {
+class SmallCpuBackend : public flowcore::CpuBackend {
  public:
   explicit SmallCpuBackend(std::size_t bytes) : bytes_(bytes) {}
   std::size_t availableBytes() const override { return bytes_; }
@@ -28,13 +28,13 @@ TEST(RunMemory, EstimateBoundsTheRealPeakWithoutGrossWaste) {
   for (const auto& s : sizes) {
     CTensor<float> f1, f2, truth, flow;
     NSynthetic::makeShiftedPair(s[0], s[1], 2.0f, 1.0f, 5, f1, f2, truth);
-    vemo::CpuBackend backend(16, s[2]);
+    flowcore::CpuBackend backend(16, s[2]);
     testing::internal::CaptureStdout();
     computeFlowOnBackend(backend, f1, f2, flow, FlowParameters{30, 300, 5, 0.95f, 1, 1});
     testing::internal::GetCapturedStdout();
     const double peak = static_cast<double>(backend.peakBytes());
     const double estimate = static_cast<double>(
-        vemo::estimateRunBytes(s[1], s[0], backend.pitchFor(s[0]), 3));
+        flowcore::estimateRunBytes(s[1], s[0], backend.pitchFor(s[0]), 3));
     EXPECT_EQ(backend.bytesInUse(), 0u) << "buffers leaked";
     EXPECT_GE(estimate, peak) << s[0] << "x" << s[1];
     EXPECT_LE(estimate, 2.0 * peak) << s[0] << "x" << s[1];
@@ -47,7 +47,7 @@ TEST(RunMemory, FrameTooLargeIsRefusedBeforeAnyAllocation) {
   SmallCpuBackend backend(1 << 20);  // 1 MiB
   testing::internal::CaptureStderr();
   EXPECT_THROW(computeFlowOnBackend(backend, f1, f2, flow, FlowParameters{30, 300, 5, 0.95f, 1, 1}),
-               vemo::BackendError);
+               flowcore::BackendError);
   const std::string message = testing::internal::GetCapturedStderr();
   EXPECT_NE(message.find("64 x 48 frame with 3 channels needs about"), std::string::npos) << message;
   EXPECT_NE(message.find("only 1 MiB"), std::string::npos) << message;
@@ -56,5 +56,5 @@ TEST(RunMemory, FrameTooLargeIsRefusedBeforeAnyAllocation) {
 
   // A frame of 100000 x 100000 pixels needs terabytes: the estimate must not
   // overflow into a small number.
-  EXPECT_GT(vemo::estimateRunBytes(100000, 100000, 100000, 3), std::size_t(1) << 40);
+  EXPECT_GT(flowcore::estimateRunBytes(100000, 100000, 100000, 3), std::size_t(1) << 40);
 }

@@ -8,7 +8,7 @@
 
 #include "gpu/backend.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Fixed-point iteration buffers (plane counts in brackets).
 struct FPtmp {
@@ -53,4 +53,4 @@ class SolverScratch {
   CGtmp cg_;
 };
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -20,7 +20,7 @@
 #include "pixel/system_matrix.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using testing::RealLevel;
@@ -236,4 +236,4 @@ TEST(RedBlackSor, HostDriversRefuseNullArraysAndEmptyImagesAndKeepTheStartWithou
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

@@ -10,7 +10,7 @@
 #include "pixel/system_matrix.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using testing::TestImage;
@@ -179,4 +179,4 @@ TEST(RobustFactors, ClampedFormExactMatchAndUnmatchedPixels) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

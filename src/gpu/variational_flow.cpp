@@ -12,7 +12,7 @@
 #include "gpu/scratch.h"
 #include "gpu/solver_timers.h"
 
-namespace vemo {
+namespace flowcore {
 
 namespace {
 
@@ -178,4 +178,4 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   return result;
 }
 
-}  // namespace vemo
+}  // namespace flowcore

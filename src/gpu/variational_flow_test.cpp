@@ -16,7 +16,7 @@
 #include "image/synthetic.h"
 #include "support/solver_fixtures.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using testing::TestImage;
@@ -223,4 +223,4 @@ TEST(VariationalFlow, DegenerateLevelsAreSkippedAndBadArgumentsRefused) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

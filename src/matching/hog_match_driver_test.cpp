@@ -11,7 +11,7 @@
 #include "backends/cpu/cpu_matching_stages.h"
 #include "matching/match_test_util.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using match_testing::Frame;
@@ -125,4 +125,4 @@ TEST(MatchDriver, RecoversAGlobalShiftIdenticallyOnOneAndTwoThreads) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

@@ -12,7 +12,7 @@
 #include "gpu/matching_stages.h"
 #include "matching/hog_match_driver.h"
 
-namespace vemo {
+namespace flowcore {
 
 namespace {
 
@@ -70,4 +70,4 @@ void ComputeHOGGPU(const float* image, float* hog, int nChannels, int nOri, int 
   backend->synchronize();
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -14,7 +14,7 @@
 #include "image/tensor.h"
 #include "matching/hog_match_driver.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 bool exists(const std::string& path) {
@@ -96,4 +96,4 @@ TEST(MatchRealFrames, AcceptedMatchesAgreeWithTheReferenceFlow) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

@@ -8,7 +8,7 @@
 
 #include "image/synthetic.h"
 
-namespace vemo::match_testing {
+namespace flowcore::match_testing {
 
 // nPlanes planes of height x pitch floats; padding columns hold NaN so that a
 // stage reading them as data shows up.
@@ -41,4 +41,4 @@ inline Frame texturedFrame(int h, int w, int p, unsigned seed, int shiftX = 0, i
   return f;
 }
 
-}  // namespace vemo::match_testing
+}  // namespace flowcore::match_testing

@@ -6,7 +6,7 @@
 #include "backends/cpu/cpu_matching_stages.h"
 #include "gpu/backend.h"
 
-namespace vemo {
+namespace flowcore {
 
 std::unique_ptr<MatchingStages> makeMatchingStages(Backend& backend) {
   const std::string name = backend.name();
@@ -16,4 +16,4 @@ std::unique_ptr<MatchingStages> makeMatchingStages(Backend& backend) {
   throw BackendError(message);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -11,7 +11,7 @@
 
 #include "common/hd.h"
 
-namespace vemo {
+namespace flowcore {
 
 // The regularisation inside every robust weight of the method.
 constexpr double kRobustEpsilon = 1e-6;
@@ -44,4 +44,4 @@ VEMO_INLINE float inverseRobustNorm(float s) { return (float)(1.0 / ::sqrt((doub
 // normalize_kernel at one pixel: x <- 1 / sqrt(x + 1e-6).
 VEMO_INLINE void normalizePixel(float* x, int i) { x[i] = inverseRobustNorm(x[i]); }
 
-}  // namespace vemo
+}  // namespace flowcore

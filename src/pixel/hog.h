@@ -13,7 +13,7 @@
 
 #include "common/hd.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Number of orientation bins the matching uses.
 constexpr int kHogBins = 15;
@@ -87,4 +87,4 @@ VEMO_INLINE float hogEnergyAt(const float* hog, int nOri, std::size_t planeStrid
   return sum;
 }
 
-}  // namespace vemo
+}  // namespace flowcore

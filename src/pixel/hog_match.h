@@ -19,7 +19,7 @@
 
 #include "common/hd.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Half-width of the search window.
 constexpr int kMatchRadius = 80;
@@ -224,4 +224,4 @@ VEMO_INLINE void matchFoldWorker(MatchFold& f, const MatchBest& m) {
   }
 }
 
-}  // namespace vemo
+}  // namespace flowcore

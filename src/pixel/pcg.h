@@ -14,7 +14,7 @@
 #include "common/hd.h"
 #include "pixel/system_matrix.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Which of the four neighbours of a pixel exist inside the image.
 struct Neighbours {
@@ -160,4 +160,4 @@ VEMO_INLINE void scaleAndAddElement(float* acc, const float* b, float scale, int
   acc[i] = fmaf(acc[i], scale, b[i]);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -7,7 +7,7 @@
 #include "common/hd.h"
 #include "pixel/sample.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Footprint of one output index along one axis of a reduction from `size`
 // to `newsize` samples: the source interval [t0, t1) with t0 = f * pos and
@@ -122,4 +122,4 @@ VEMO_INLINE float interpolateAt(const float* src, int height, int width, int pit
   return texFetchLinear(src, height, width, pitch, texCentre(X), texCentre(Y));
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -8,7 +8,7 @@
 #include "gpu/filter_masks.h"
 #include "pixel/convolve.h"
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 namespace {
 
@@ -165,4 +165,4 @@ void Convolve2d(float* out, int out_height, int out_width, const float* in, int 
   VEMO_FOR_EACH_PIXEL(h, w, x, y) { out[y * w + x] = convolve2dClampAt(s, h, w, w, filter, filt_height, filt_width, x, y); }
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

@@ -5,7 +5,7 @@
 // refused (message on stderr, std::invalid_argument).
 #pragma once
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 // Longest mask the device filters can hold.
 constexpr int kMaxMaskLength = 4096;
@@ -35,4 +35,4 @@ void gGaussianDerivativeFilter(float* out, const float* in, int height, int widt
 void Convolve2d(float* out, int out_height, int out_width, const float* in, int in_height, int in_width,
                 const float* filter, int filt_height, int filt_width);
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

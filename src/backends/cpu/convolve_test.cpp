@@ -7,8 +7,8 @@
 #include "backends/cpu/plane_test_util.h"
 #include "gpu/filter_masks.h"
 
-using vemo::testing_util::Planes;
-using vemo::testing_util::sameBits;
+using flowcore::testing_util::Planes;
+using flowcore::testing_util::sameBits;
 
 namespace {
 
@@ -68,10 +68,10 @@ TEST(ShortMaskConvolution, BlockHaloRulesMatchTileEmulationAtBlockEdgesWithPadde
       Planes in(s[0], s[1], s[1] + 7);
       in.fillRandom(11 + m);
       Planes out(s[0], s[1], s[1] + 7), ref(s[0], s[1], s[1] + 7);
-      vemo::cpu::gConvolveX(out.ptr(), in.ptr(), in.height, in.width, in.pitch, kMasks[m], kLengths[m]);
+      flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), in.height, in.width, in.pitch, kMasks[m], kLengths[m]);
       tiledReferenceX(in, ref, kMasks[m], kLengths[m]);
       Planes inT = transpose(in, s[0] + 3), outT(s[1], s[0], s[0] + 3);
-      vemo::cpu::gConvolveY(outT.ptr(), inT.ptr(), inT.height, inT.width, inT.pitch, kMasks[m], kLengths[m]);
+      flowcore::cpu::gConvolveY(outT.ptr(), inT.ptr(), inT.height, inT.width, inT.pitch, kMasks[m], kLengths[m]);
       for (int y = 0; y < in.height; ++y)
         for (int x = 0; x < in.width; ++x) {
           ASSERT_TRUE(sameBits(out.at(x, y), ref.at(x, y))) << s[1] << "x" << s[0] << " len " << kLengths[m] << " at " << x << "," << y;
@@ -91,16 +91,16 @@ TEST(ShortMaskConvolution, RightHaloRepeatsBlockEndWhileClampPathUsesEdgeColumn)
   in.fill([](int x, int y, int) { return (float)(x + 100 * y); });
   const float last[5] = {0, 0, 0, 0, 1}, first[5] = {1, 0, 0, 0, 0};
   Planes out(2, 17, 24);
-  vemo::cpu::gConvolveX(out.ptr(), in.ptr(), 2, 17, 24, last, 5);
+  flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), 2, 17, 24, last, 5);
   EXPECT_EQ(out.at(15, 1), 115.0f);
   EXPECT_EQ(out.at(14, 1), 116.0f);
   EXPECT_EQ(out.at(16, 1), 116.0f);
-  vemo::cpu::gConvolveX(out.ptr(), in.ptr(), 2, 17, 24, first, 5);
+  flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), 2, 17, 24, first, 5);
   EXPECT_EQ(out.at(16, 0), 14.0f);
   EXPECT_EQ(out.at(0, 0), 0.0f);  // left edge replicated
   EXPECT_EQ(out.at(1, 0), 0.0f);
   Planes inplace = in;
-  vemo::cpu::gConvolveX(inplace.ptr(), inplace.ptr(), 2, 17, 24, last, 5);
+  flowcore::cpu::gConvolveX(inplace.ptr(), inplace.ptr(), 2, 17, 24, last, 5);
   EXPECT_EQ(inplace.at(15, 1), 116.0f);
   EXPECT_EQ(inplace.at(16, 1), 116.0f);
   EXPECT_EQ(inplace.at(3, 1), 105.0f);
@@ -111,11 +111,11 @@ TEST(ClampConvolution, InPlaceAndLongMasksAgreeWithDistinctBuffersAwayFromBorder
   Planes in(40, 37, 44);
   in.fillRandom(5);
   int len = 0;
-  const std::vector<float> g = vemo::GaussianFilterCreate(1.5f, len);  // 9 taps: clamp path
+  const std::vector<float> g = flowcore::GaussianFilterCreate(1.5f, len);  // 9 taps: clamp path
   ASSERT_EQ(len, 9);
   Planes a(40, 37, 44), b = in;
-  vemo::cpu::gConvolveY(a.ptr(), in.ptr(), 40, 37, 44, g.data(), len);
-  vemo::cpu::gConvolveY(b.ptr(), b.ptr(), 40, 37, 44, g.data(), len);
+  flowcore::cpu::gConvolveY(a.ptr(), in.ptr(), 40, 37, 44, g.data(), len);
+  flowcore::cpu::gConvolveY(b.ptr(), b.ptr(), 40, 37, 44, g.data(), len);
   for (int y = 0; y < 40; ++y)
     for (int x = 0; x < 37; ++x) {
       // Direct clamp-to-edge reference.
@@ -132,8 +132,8 @@ TEST(GaussianFilter, InPlaceEqualsSeparateAndIgnoresPadding) {
   Planes in(21, 19, 26);
   in.fillRandom(9);
   Planes out(21, 19, 26), same = in;
-  vemo::cpu::gGaussianFilter(out.ptr(), in.ptr(), 21, 19, 26, 2.0f);
-  vemo::cpu::gGaussianFilter(same.ptr(), same.ptr(), 21, 19, 26, 2.0f);
+  flowcore::cpu::gGaussianFilter(out.ptr(), in.ptr(), 21, 19, 26, 2.0f);
+  flowcore::cpu::gGaussianFilter(same.ptr(), same.ptr(), 21, 19, 26, 2.0f);
   for (int y = 0; y < 21; ++y)
     for (int x = 0; x < 19; ++x) {
       ASSERT_TRUE(std::isfinite(out.at(x, y))) << "padding read as data at " << x << "," << y;
@@ -143,19 +143,19 @@ TEST(GaussianFilter, InPlaceEqualsSeparateAndIgnoresPadding) {
   // A constant image stays constant (mask sums to one).
   Planes flat(21, 19, 26);
   flat.fill([](int, int, int) { return 42.0f; });
-  vemo::cpu::gGaussianFilter(flat.ptr(), flat.ptr(), 21, 19, 26, 4.0f);
+  flowcore::cpu::gGaussianFilter(flat.ptr(), flat.ptr(), 21, 19, 26, 4.0f);
   EXPECT_NEAR(flat.at(18, 20), 42.0f, 1e-3f);
 }
 
 TEST(ConvolutionArguments, RefusesMasksThatDoNotFitAndMismatchedSizes) {
   Planes in(4, 4, 4), out(4, 4, 4);
-  std::vector<float> big(vemo::cpu::kMaxMaskLength + 1, 0.0f);
-  EXPECT_THROW(vemo::cpu::gConvolveX(out.ptr(), in.ptr(), 4, 4, 4, big.data(), (int)big.size()), std::invalid_argument);
-  EXPECT_THROW(vemo::cpu::gConvolveY(out.ptr(), in.ptr(), 4, 4, 4, big.data(), 0), std::invalid_argument);
-  EXPECT_THROW(vemo::cpu::gConvolveX(out.ptr(), in.ptr(), 4, 5, 4, big.data(), 3), std::invalid_argument);
+  std::vector<float> big(flowcore::cpu::kMaxMaskLength + 1, 0.0f);
+  EXPECT_THROW(flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), 4, 4, 4, big.data(), (int)big.size()), std::invalid_argument);
+  EXPECT_THROW(flowcore::cpu::gConvolveY(out.ptr(), in.ptr(), 4, 4, 4, big.data(), 0), std::invalid_argument);
+  EXPECT_THROW(flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), 4, 5, 4, big.data(), 3), std::invalid_argument);
   const float f[9] = {0, 0, 0, 0, 1, 0, 0, 0, 0};
-  EXPECT_THROW(vemo::cpu::Convolve2d(out.ptr(), 4, 3, in.ptr(), 4, 4, f, 3, 3), std::invalid_argument);
+  EXPECT_THROW(flowcore::cpu::Convolve2d(out.ptr(), 4, 3, in.ptr(), 4, 4, f, 3, 3), std::invalid_argument);
   in.fillRandom(2);
-  vemo::cpu::Convolve2d(out.ptr(), 4, 4, in.ptr(), 4, 4, f, 3, 3);  // centre tap only: identity
+  flowcore::cpu::Convolve2d(out.ptr(), 4, 4, in.ptr(), 4, 4, f, 3, 3);  // centre tap only: identity
   EXPECT_EQ(out.data, in.data);
 }

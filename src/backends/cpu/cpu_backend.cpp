@@ -15,7 +15,7 @@
 #include "backends/cpu/row_parallel.h"
 #include "backends/cpu/warp.h"
 
-namespace vemo {
+namespace flowcore {
 
 namespace {
 constexpr std::size_t kAlignmentBytes = 64;
@@ -167,4 +167,4 @@ void CpuBackend::makeST(const float* frame1, const float* warped, float* ST, flo
   cpu::MakeST(frame1, warped, ST, ST2, conf, height, width, pitch, nChan);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

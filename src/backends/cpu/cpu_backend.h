@@ -12,7 +12,7 @@
 
 #include "gpu/backend.h"
 
-namespace vemo {
+namespace flowcore {
 
 class CpuBackend : public Backend {
  public:
@@ -107,4 +107,4 @@ class CpuBackend : public Backend {
   std::size_t cachedBytes_ = 0;
 };
 
-}  // namespace vemo
+}  // namespace flowcore

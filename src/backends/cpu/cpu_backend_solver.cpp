@@ -10,7 +10,7 @@
 #include "pixel/robust_factors.h"
 #include "pixel/system_matrix.h"
 
-namespace vemo {
+namespace flowcore {
 
 using cpu::parallelRows;
 
@@ -144,4 +144,4 @@ float CpuBackend::updatePrecondition(const float* A, float* du, const float* p, 
   return combinePartials(2 * height);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -9,7 +9,7 @@
 #include "pixel/objective.h"
 #include "pixel/sor.h"
 
-namespace vemo {
+namespace flowcore {
 
 // Each thread takes whole rows; a pass writes only pixels of one colour and
 // reads only the other colour (and the pixel itself), so the result does not
@@ -45,4 +45,4 @@ void CpuExtraStages::convolve2d(float* out, const float* in, int height, int wid
   cpu::Convolve2d(out, height, width, in, height, width, filter, filt_height, filt_width);
 }
 
-}  // namespace vemo
+}  // namespace flowcore

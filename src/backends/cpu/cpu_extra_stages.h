@@ -3,7 +3,7 @@
 
 #include "gpu/extra_stages.h"
 
-namespace vemo {
+namespace flowcore {
 
 class CpuExtraStages : public ExtraStages {
  public:
@@ -16,4 +16,4 @@ class CpuExtraStages : public ExtraStages {
                   int filt_width) override;
 };
 
-}  // namespace vemo
+}  // namespace flowcore

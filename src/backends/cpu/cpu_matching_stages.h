@@ -3,7 +3,7 @@
 
 #include "gpu/matching_stages.h"
 
-namespace vemo {
+namespace flowcore {
 
 class CpuMatchingStages : public MatchingStages {
  public:
@@ -27,4 +27,4 @@ class CpuMatchingStages : public MatchingStages {
   void releaseInts(int* data) noexcept override;
 };
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -3,7 +3,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/elementwise.h"
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 VEMO_CPU_CLONES void Scale(float* arr, int height, int width, int pitch, float scale) {
   VEMO_FOR_EACH_PIXEL(height, width, x, y) { scaleAt(arr, pitch, scale, x, y); }
@@ -21,4 +21,4 @@ VEMO_CPU_CLONES void Diff(float* c, const float* a, const float* b, int height, 
   VEMO_FOR_EACH_PIXEL(height, width, x, y) { diffAt(c, a, b, pitch, x, y); }
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

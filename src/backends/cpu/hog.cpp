@@ -7,7 +7,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/hog.h"
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 namespace {
 
@@ -62,4 +62,4 @@ void computeEnergy(const float* hog, float* Energy, int height, int width, int p
   });
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

@@ -8,7 +8,7 @@
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 namespace {
 
@@ -191,4 +191,4 @@ void HOGMatch(const float* Image1, const float* Image2, const float* HOG1, const
   for (int p = 0; p < n; ++p) matchPoint(a, p);
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

@@ -11,7 +11,7 @@
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using match_testing::Frame;
@@ -210,4 +210,4 @@ TEST(HogMatch, BatchedSearchEqualsTheOneWorkerPerColumnWalk) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

@@ -5,7 +5,7 @@
 #include "matching/match_test_util.h"
 #include "pixel/hog.h"
 
-namespace vemo {
+namespace flowcore {
 namespace {
 
 using match_testing::Frame;
@@ -75,4 +75,4 @@ TEST(HogBins, OrientationSmoothingWrapsAroundTheCircle) {
 }
 
 }  // namespace
-}  // namespace vemo
+}  // namespace flowcore

@@ -8,7 +8,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/motion_tensor.h"
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 const float kDerivativeMask5[5] = {1.0f / 12.0f, -8.0f / 12.0f, 0.0f, 8.0f / 12.0f, -1.0f / 12.0f};
 
@@ -93,4 +93,4 @@ void MakeST(const float* frame1, const float* warped, float* ST, float* ST2, con
   }
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

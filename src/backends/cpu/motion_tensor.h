@@ -2,7 +2,7 @@
 // images.
 #pragma once
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 // Fourth-order central difference (I(x-2) - 8 I(x-1) + 8 I(x+1) - I(x+2)) / 12.
 extern const float kDerivativeMask5[5];
@@ -21,4 +21,4 @@ void makeST(float* ST, const float* Ix, const float* Iy, const float* Iz, const 
 void makeST2(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
              const float* Iyz, const float* Conf, int height, int width, int pitch);
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

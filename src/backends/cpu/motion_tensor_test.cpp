@@ -6,7 +6,7 @@
 
 #include "backends/cpu/plane_test_util.h"
 
-using vemo::testing_util::Planes;
+using flowcore::testing_util::Planes;
 
 namespace {
 
@@ -17,7 +17,7 @@ struct TensorCase {
       : h(h_), w(w_), p(p_), n(n_), f1(h, w, p, n), f2(h, w, p, n), ST(h, w, p, 6), ST2(h, w, p, 6), conf(h, w, p) {
     conf.fill([](int, int, int) { return 1.0f; });
   }
-  void run() { vemo::cpu::MakeST(f1.ptr(), f2.ptr(), ST.ptr(), ST2.ptr(), conf.ptr(), h, w, p, n); }
+  void run() { flowcore::cpu::MakeST(f1.ptr(), f2.ptr(), ST.ptr(), ST2.ptr(), conf.ptr(), h, w, p, n); }
 };
 
 }  // namespace

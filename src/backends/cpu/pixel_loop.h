@@ -20,7 +20,7 @@
 #define VEMO_CPU_CLONES
 #endif
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 template <class F>
 void forEachPixel(int height, int width, F&& f) {
@@ -36,7 +36,7 @@ void forEachPixel(int height, int width, F&& f) {
 // Images below kParallelMinPixels run on the calling thread.
 #define VEMO_FOR_EACH_PIXEL(height, width, x, y)                                                   \
   if (const bool vemoWorthThreads_ =                                                               \
-          static_cast<long>(height) * (width) >= ::vemo::cpu::kParallelMinPixels;                  \
+          static_cast<long>(height) * (width) >= ::flowcore::cpu::kParallelMinPixels;                  \
       true)                                                                                        \
   _Pragma("omp parallel for schedule(static) if (vemoWorthThreads_)")                             \
   for (int y = 0; y < (height); ++y)                \
@@ -54,4 +54,4 @@ inline void checkPlane(const char* stage, int height, int width, int pitch) {
                     std::to_string(height) + " with pitch " + std::to_string(pitch));
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-namespace vemo::testing_util {
+namespace flowcore::testing_util {
 
 struct Planes {
   int height, width, pitch, count;
@@ -55,4 +55,4 @@ inline bool sameBits(float a, float b) {
   return ia == ib;
 }
 
-}  // namespace vemo::testing_util
+}  // namespace flowcore::testing_util

@@ -14,7 +14,7 @@
 #include "driver/optic_flow.h"
 #include "image/tensor.h"
 
-using vemo::testing_util::Planes;
+using flowcore::testing_util::Planes;
 
 namespace {
 
@@ -46,7 +46,7 @@ double warpError(Pair& q, float sign) {
   Planes su = q.u, sv = q.v, out(q.f1.height, q.f1.width, q.f1.pitch, 3), mask(q.f1.height, q.f1.width, q.f1.pitch);
   su.fill([&](int x, int y, int) { return sign * q.u.at(x, y); });
   sv.fill([&](int x, int y, int) { return sign * q.v.at(x, y); });
-  vemo::cpu::gWarpMotion(out.ptr(), su.ptr(), sv.ptr(), q.f2.ptr(), q.f1.ptr(), 3, mask.ptr(), q.f1.height,
+  flowcore::cpu::gWarpMotion(out.ptr(), su.ptr(), sv.ptr(), q.f2.ptr(), q.f1.ptr(), 3, mask.ptr(), q.f1.height,
                          q.f1.width, q.f1.pitch);
   double sum = 0;
   long n = 0;
@@ -94,8 +94,8 @@ TEST(RealFramesStages, PyramidRoundTripKeepsFramesAndTheBrightnessTensorShrinksW
   // scene.
   const int h2 = (int)std::ceil(0.95f * h), w2 = (int)std::ceil(0.95f * w);
   Planes small(h2, w2, w2 + 3), back(h, w, p);
-  vemo::cpu::downsample(q->f1.ptr(), h, w, p, small.ptr(), h2, w2, w2 + 3, nullptr);
-  vemo::cpu::gInterpolate(back.ptr(), h, w, p, small.ptr(), h2, w2, w2 + 3, 1.0f / 0.95f);
+  flowcore::cpu::downsample(q->f1.ptr(), h, w, p, small.ptr(), h2, w2, w2 + 3, nullptr);
+  flowcore::cpu::gInterpolate(back.ptr(), h, w, p, small.ptr(), h2, w2, w2 + 3, 1.0f / 0.95f);
   double err = 0;
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) err += std::fabs(back.at(x, y) - q->f1.at(x, y));
@@ -110,8 +110,8 @@ TEST(RealFramesStages, PyramidRoundTripKeepsFramesAndTheBrightnessTensorShrinksW
     Planes su = q->u, sv = q->v, warped(h, w, p, 3), mask(h, w, p), ST(h, w, p, 6), ST2(h, w, p, 6);
     su.fill([&](int x, int y, int) { return sign * q->u.at(x, y); });
     sv.fill([&](int x, int y, int) { return sign * q->v.at(x, y); });
-    vemo::cpu::gWarpMotion(warped.ptr(), su.ptr(), sv.ptr(), q->f2.ptr(), q->f1.ptr(), 3, mask.ptr(), h, w, p);
-    vemo::cpu::MakeST(q->f1.ptr(), warped.ptr(), ST.ptr(), ST2.ptr(), mask.ptr(), h, w, p, 3);
+    flowcore::cpu::gWarpMotion(warped.ptr(), su.ptr(), sv.ptr(), q->f2.ptr(), q->f1.ptr(), 3, mask.ptr(), h, w, p);
+    flowcore::cpu::MakeST(q->f1.ptr(), warped.ptr(), ST.ptr(), ST2.ptr(), mask.ptr(), h, w, p, 3);
     double s = 0;
     for (int y = 0; y < h; ++y)
       for (int x = 0; x < w; ++x) {

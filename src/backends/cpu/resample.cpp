@@ -6,7 +6,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/resample.h"
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 // The footprint spans depend on x alone or y alone: the column spans are
 // computed once per call and the row span once per row.
@@ -39,4 +39,4 @@ VEMO_CPU_CLONES void gInterpolate(float* outarray, int oheight, int owidth, int 
   }
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

@@ -1,7 +1,7 @@
 // Pyramid resampling of host planes laid out like device images.
 #pragma once
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 // Area-weighted reduction of one plane (height x width, pitch) into `out`
 // (newheight x newwidth, newpitch). With `conf` (same layout as `arr`), cells
@@ -16,4 +16,4 @@ void downsample(const float* arr, int height, int width, int pitch,
 void gInterpolate(float* outarray, int oheight, int owidth, int opitch,
                   const float* src, int height, int width, int pitch, float scaleFactor);
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

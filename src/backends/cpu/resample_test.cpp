@@ -8,23 +8,23 @@
 #include "backends/cpu/plane_test_util.h"
 #include "pixel/resample.h"
 
-using vemo::testing_util::Planes;
+using flowcore::testing_util::Planes;
 
 TEST(AreaDownsample, SameSizeIsIdentityAndBlocksAverage) {
   Planes in(13, 11, 18), out(13, 11, 18), conf(13, 11, 18);
   in.fillRandom(3);
   conf.fillRandom(4, 0.1f, 2.0f);
-  vemo::cpu::downsample(in.ptr(), 13, 11, 18, out.ptr(), 13, 11, 18, nullptr);
+  flowcore::cpu::downsample(in.ptr(), 13, 11, 18, out.ptr(), 13, 11, 18, nullptr);
   for (int y = 0; y < 13; ++y)
     for (int x = 0; x < 11; ++x) ASSERT_EQ(out.at(x, y), in.at(x, y));
-  vemo::cpu::downsample(in.ptr(), 13, 11, 18, out.ptr(), 13, 11, 18, conf.ptr());
+  flowcore::cpu::downsample(in.ptr(), 13, 11, 18, out.ptr(), 13, 11, 18, conf.ptr());
   for (int y = 0; y < 13; ++y)
     for (int x = 0; x < 11; ++x) ASSERT_FLOAT_EQ(out.at(x, y), in.at(x, y));
   EXPECT_TRUE(out.paddingIntact());
 
   Planes four(4, 4, 5), two(2, 2, 3);
   four.fill([](int x, int y, int) { return (float)(x + 4 * y); });
-  vemo::cpu::downsample(four.ptr(), 4, 4, 5, two.ptr(), 2, 2, 3, nullptr);
+  flowcore::cpu::downsample(four.ptr(), 4, 4, 5, two.ptr(), 2, 2, 3, nullptr);
   EXPECT_EQ(two.at(0, 0), 2.5f);
   EXPECT_EQ(two.at(1, 0), 4.5f);
   EXPECT_EQ(two.at(0, 1), 10.5f);
@@ -37,7 +37,7 @@ TEST(AreaDownsample, NonIntegerFactorsSplitStraddlingCells) {
   Planes row(1, 5, 8), out(1, 2, 4);
   const float v[5] = {1, 2, 4, 8, 16};
   row.fill([&](int x, int, int) { return v[x]; });
-  vemo::cpu::downsample(row.ptr(), 1, 5, 8, out.ptr(), 1, 2, 4, nullptr);
+  flowcore::cpu::downsample(row.ptr(), 1, 5, 8, out.ptr(), 1, 2, 4, nullptr);
   EXPECT_FLOAT_EQ(out.at(0, 0), (1 + 2 + 0.5f * 4) / 2.5f);
   EXPECT_FLOAT_EQ(out.at(1, 0), (0.5f * 4 + 8 + 16) / 2.5f);
   // A full-frame step of the default pyramid gives the exact footprint means
@@ -50,7 +50,7 @@ TEST(AreaDownsample, NonIntegerFactorsSplitStraddlingCells) {
   };
   Planes big(480, 640, 647), small(456, 608, 611);
   big.fill([](int x, int y, int) { return (float)x + 0.5f * (float)y; });
-  vemo::cpu::downsample(big.ptr(), 480, 640, 647, small.ptr(), 456, 608, 611, nullptr);
+  flowcore::cpu::downsample(big.ptr(), 480, 640, 647, small.ptr(), 456, 608, 611, nullptr);
   const double fx = 640.0 / 608.0, fy = 480.0 / 456.0;
   for (int y = 0; y < 456; y += 5)
     for (int x = 0; x < 608; x += 7) {
@@ -73,13 +73,13 @@ TEST(WeightedDownsample, EmptyFootprintsGiveNaNAndOnlyPositiveWeightsCount) {
   // Bottom-right: all weight 2 -> plain mean.
   for (int y = 2; y < 4; ++y)
     for (int x = 2; x < 4; ++x) conf.at(x, y) = 2.0f;
-  vemo::cpu::downsample(val.ptr(), 4, 4, 6, out.ptr(), 2, 2, 3, conf.ptr());
+  flowcore::cpu::downsample(val.ptr(), 4, 4, 6, out.ptr(), 2, 2, 3, conf.ptr());
   EXPECT_TRUE(std::isnan(out.at(0, 0)));
   EXPECT_EQ(out.at(1, 0), 4.0f);
   EXPECT_FLOAT_EQ(out.at(0, 1), (9.0f + 14.0f * 3.0f) / 4.0f);
   EXPECT_FLOAT_EQ(out.at(1, 1), (11.0f + 12.0f + 15.0f + 16.0f) / 4.0f);
   // The weight plane reduced by itself: sum(c^2) / sum(c).
-  vemo::cpu::downsample(conf.ptr(), 4, 4, 6, out.ptr(), 2, 2, 3, conf.ptr());
+  flowcore::cpu::downsample(conf.ptr(), 4, 4, 6, out.ptr(), 2, 2, 3, conf.ptr());
   EXPECT_TRUE(std::isnan(out.at(0, 0)));
   EXPECT_FLOAT_EQ(out.at(0, 1), (1.0f + 9.0f) / 4.0f);
   EXPECT_TRUE(out.paddingIntact());
@@ -88,7 +88,7 @@ TEST(WeightedDownsample, EmptyFootprintsGiveNaNAndOnlyPositiveWeightsCount) {
 TEST(Interpolate, UnitScaleIsIdentityAndEnlargementClampsAtTheEdges) {
   Planes src(9, 7, 12), out(9, 7, 10);
   src.fillRandom(8);
-  vemo::cpu::gInterpolate(out.ptr(), 9, 7, 10, src.ptr(), 9, 7, 12, 1.0f);
+  flowcore::cpu::gInterpolate(out.ptr(), 9, 7, 10, src.ptr(), 9, 7, 12, 1.0f);
   for (int y = 0; y < 9; ++y)
     for (int x = 0; x < 7; ++x) ASSERT_EQ(out.at(x, y), src.at(x, y)) << "padding mixed in at " << x << "," << y;
   EXPECT_TRUE(out.paddingIntact());
@@ -96,7 +96,7 @@ TEST(Interpolate, UnitScaleIsIdentityAndEnlargementClampsAtTheEdges) {
   // clamps past the last source row and column.
   Planes ramp(4, 5, 9), big(9, 11, 13);
   ramp.fill([](int x, int y, int) { return 2.0f * x + 3.0f * y; });
-  vemo::cpu::gInterpolate(big.ptr(), 9, 11, 13, ramp.ptr(), 4, 5, 9, 2.0f);
+  flowcore::cpu::gInterpolate(big.ptr(), 9, 11, 13, ramp.ptr(), 4, 5, 9, 2.0f);
   for (int y = 0; y < 9; ++y)
     for (int x = 0; x < 11; ++x) {
       const float X = std::min(x / 2.0f, 4.0f), Y = std::min(y / 2.0f, 3.0f);
@@ -113,14 +113,14 @@ TEST(AreaDownsample, CpuLoopMatchesThePerPixelFunctionsBitForBit) {
     Planes in(s[0], s[1], s[1] + 3), conf(s[0], s[1], s[1] + 3), out(s[2], s[3], s[3] + 5), wout(s[2], s[3], s[3] + 5);
     in.fillRandom(41);
     conf.fillRandom(42, -0.5f, 1.0f);
-    vemo::cpu::downsample(in.ptr(), s[0], s[1], in.pitch, out.ptr(), s[2], s[3], out.pitch, nullptr);
-    vemo::cpu::downsample(in.ptr(), s[0], s[1], in.pitch, wout.ptr(), s[2], s[3], wout.pitch, conf.ptr());
+    flowcore::cpu::downsample(in.ptr(), s[0], s[1], in.pitch, out.ptr(), s[2], s[3], out.pitch, nullptr);
+    flowcore::cpu::downsample(in.ptr(), s[0], s[1], in.pitch, wout.ptr(), s[2], s[3], wout.pitch, conf.ptr());
     for (int y = 0; y < s[2]; ++y)
       for (int x = 0; x < s[3]; ++x) {
-        const float p = vemo::downsampleAt(in.ptr(), s[0], s[1], in.pitch, s[2], s[3], x, y);
-        const float w = vemo::downsampleWeightedAt(in.ptr(), s[0], s[1], in.pitch, s[2], s[3], conf.ptr(), x, y);
-        ASSERT_TRUE(vemo::testing_util::sameBits(out.at(x, y), p)) << x << "," << y;
-        ASSERT_TRUE(vemo::testing_util::sameBits(wout.at(x, y), w)) << x << "," << y;
+        const float p = flowcore::downsampleAt(in.ptr(), s[0], s[1], in.pitch, s[2], s[3], x, y);
+        const float w = flowcore::downsampleWeightedAt(in.ptr(), s[0], s[1], in.pitch, s[2], s[3], conf.ptr(), x, y);
+        ASSERT_TRUE(flowcore::testing_util::sameBits(out.at(x, y), p)) << x << "," << y;
+        ASSERT_TRUE(flowcore::testing_util::sameBits(wout.at(x, y), w)) << x << "," << y;
       }
   }
 }

@@ -6,7 +6,7 @@
 
 #include <omp.h>
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 // Below this many pixels a loop is not worth waking the other threads.
 constexpr long kParallelMinPixels = 8192;
@@ -26,4 +26,4 @@ void parallelRows(int rows, int width, F&& f) {
   }
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

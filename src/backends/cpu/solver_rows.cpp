@@ -1,6 +1,6 @@
 #include "backends/cpu/solver_rows.h"
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 namespace base {
 void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1);
@@ -101,4 +101,4 @@ void updatePreconditionRows(const float* A, float* du, const float* p, float* r,
   VEMO_ROWS_DISPATCH(updatePreconditionRows(A, du, p, r, q, a, z, height, width, pitch, partials, y0, y1));
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

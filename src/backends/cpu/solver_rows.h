@@ -12,7 +12,7 @@
 // operations round identically in both, so they give the same bits.
 #pragma once
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch,
                    int y0, int y1);
@@ -61,4 +61,4 @@ void nextDirectionRows(const float* p, const float* z, float beta, float* pNext,
 void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
                             int height, int width, int pitch, double* partials, int y0, int y1);
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

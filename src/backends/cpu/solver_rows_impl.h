@@ -15,7 +15,7 @@
 
 #define VEMO_ROWS_FUNCTION __attribute__((flatten))
 
-namespace vemo::cpu::VEMO_ROWS_ISA {
+namespace flowcore::cpu::VEMO_ROWS_ISA {
 
 
 namespace {
@@ -191,6 +191,6 @@ void updatePreconditionRows(const float* __restrict A, float* __restrict du, con
   }
 }
 
-}  // namespace vemo::cpu::VEMO_ROWS_ISA
+}  // namespace flowcore::cpu::VEMO_ROWS_ISA
 
 #undef VEMO_ROWS_FUNCTION

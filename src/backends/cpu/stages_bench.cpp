@@ -8,7 +8,7 @@
 #include "backends/cpu/resample.h"
 #include "backends/cpu/warp.h"
 
-using vemo::testing_util::Planes;
+using flowcore::testing_util::Planes;
 
 namespace {
 
@@ -34,28 +34,28 @@ Frames& frames() {
 void BM_ConvolveXShort5(benchmark::State& st) {
   Planes out(H, W, P);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) vemo::cpu::gConvolveX(out.ptr(), in, H, W, P, vemo::cpu::kDerivativeMask5, 5);
+  for (auto _ : st) flowcore::cpu::gConvolveX(out.ptr(), in, H, W, P, flowcore::cpu::kDerivativeMask5, 5);
 }
 BENCHMARK(BM_ConvolveXShort5)->Unit(benchmark::kMillisecond);
 
 void BM_ConvolveYShort5(benchmark::State& st) {
   Planes out(H, W, P);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) vemo::cpu::gConvolveY(out.ptr(), in, H, W, P, vemo::cpu::kDerivativeMask5, 5);
+  for (auto _ : st) flowcore::cpu::gConvolveY(out.ptr(), in, H, W, P, flowcore::cpu::kDerivativeMask5, 5);
 }
 BENCHMARK(BM_ConvolveYShort5)->Unit(benchmark::kMillisecond);
 
 void BM_GaussianFilterSigma4(benchmark::State& st) {
   Planes out(H, W, P);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) vemo::cpu::gGaussianFilter(out.ptr(), in, H, W, P, 4.0f);
+  for (auto _ : st) flowcore::cpu::gGaussianFilter(out.ptr(), in, H, W, P, 4.0f);
 }
 BENCHMARK(BM_GaussianFilterSigma4)->Unit(benchmark::kMillisecond);
 
 void BM_DownsamplePlain(benchmark::State& st) {
   Planes out(H2, W2, P2);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) vemo::cpu::downsample(in, H, W, P, out.ptr(), H2, W2, P2, nullptr);
+  for (auto _ : st) flowcore::cpu::downsample(in, H, W, P, out.ptr(), H2, W2, P2, nullptr);
 }
 BENCHMARK(BM_DownsamplePlain)->Unit(benchmark::kMillisecond);
 
@@ -63,14 +63,14 @@ void BM_DownsampleWeighted(benchmark::State& st) {
   Planes out(H2, W2, P2);
   const float* in = frames().u.ptr();
   const float* conf = frames().conf.ptr();
-  for (auto _ : st) vemo::cpu::downsample(in, H, W, P, out.ptr(), H2, W2, P2, conf);
+  for (auto _ : st) flowcore::cpu::downsample(in, H, W, P, out.ptr(), H2, W2, P2, conf);
 }
 BENCHMARK(BM_DownsampleWeighted)->Unit(benchmark::kMillisecond);
 
 void BM_Interpolate(benchmark::State& st) {
   Planes src(H2, W2, P2), out(H, W, P);
   src.fillRandom(7);
-  for (auto _ : st) vemo::cpu::gInterpolate(out.ptr(), H, W, P, src.ptr(), H2, W2, P2, 1.0f / 0.95f);
+  for (auto _ : st) flowcore::cpu::gInterpolate(out.ptr(), H, W, P, src.ptr(), H2, W2, P2, 1.0f / 0.95f);
 }
 BENCHMARK(BM_Interpolate)->Unit(benchmark::kMillisecond);
 
@@ -78,7 +78,7 @@ void BM_WarpMotion3(benchmark::State& st) {
   Planes out(H, W, P, 3), mask(H, W, P);
   Frames& f = frames();
   for (auto _ : st)
-    vemo::cpu::gWarpMotion(out.ptr(), f.u.ptr(), f.v.ptr(), f.f2.ptr(), f.f1.ptr(), 3, mask.ptr(), H, W, P);
+    flowcore::cpu::gWarpMotion(out.ptr(), f.u.ptr(), f.v.ptr(), f.f2.ptr(), f.f1.ptr(), 3, mask.ptr(), H, W, P);
 }
 BENCHMARK(BM_WarpMotion3)->Unit(benchmark::kMillisecond);
 
@@ -86,7 +86,7 @@ void BM_MakeST3(benchmark::State& st) {
   Planes ST(H, W, P, 6), ST2(H, W, P, 6), ones(H, W, P);
   ones.fill([](int, int, int) { return 1.0f; });
   Frames& f = frames();
-  for (auto _ : st) vemo::cpu::MakeST(f.f1.ptr(), f.f2.ptr(), ST.ptr(), ST2.ptr(), ones.ptr(), H, W, P, 3);
+  for (auto _ : st) flowcore::cpu::MakeST(f.f1.ptr(), f.f2.ptr(), ST.ptr(), ST2.ptr(), ones.ptr(), H, W, P, 3);
 }
 BENCHMARK(BM_MakeST3)->Unit(benchmark::kMillisecond);
 

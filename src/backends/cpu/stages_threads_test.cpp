@@ -9,7 +9,7 @@
 #include "backends/cpu/resample.h"
 #include "backends/cpu/warp.h"
 
-using vemo::testing_util::Planes;
+using flowcore::testing_util::Planes;
 
 namespace {
 
@@ -26,14 +26,14 @@ std::vector<float> runAllStages(int threads) {
   Planes small(h2, w2, p2), weighted(h2, w2, p2), up(h, w, p), warped(h, w, p, 3), mask(h, w, p);
   Planes sx(h, w, p), sy(h, w, p), g(h, w, p), ST(h, w, p, 6), ST2(h, w, p, 6);
   const float m5[5] = {0.1f, 0.2f, 0.4f, 0.2f, 0.1f};
-  vemo::cpu::gConvolveX(sx.ptr(), f1.ptr(), h, w, p, m5, 5);
-  vemo::cpu::gConvolveY(sy.ptr(), f1.ptr(), h, w, p, m5, 5);
-  vemo::cpu::gGaussianFilter(g.ptr(), f1.ptr(1), h, w, p, 2.0f);
-  vemo::cpu::downsample(f1.ptr(), h, w, p, small.ptr(), h2, w2, p2, nullptr);
-  vemo::cpu::downsample(u.ptr(), h, w, p, weighted.ptr(), h2, w2, p2, conf.ptr());
-  vemo::cpu::gInterpolate(up.ptr(), h, w, p, small.ptr(), h2, w2, p2, 1.0f / 0.95f);
-  vemo::cpu::gWarpMotion(warped.ptr(), u.ptr(), v.ptr(), f2.ptr(), f1.ptr(), 3, mask.ptr(), h, w, p);
-  vemo::cpu::MakeST(f1.ptr(), warped.ptr(), ST.ptr(), ST2.ptr(), mask.ptr(), h, w, p, 3);
+  flowcore::cpu::gConvolveX(sx.ptr(), f1.ptr(), h, w, p, m5, 5);
+  flowcore::cpu::gConvolveY(sy.ptr(), f1.ptr(), h, w, p, m5, 5);
+  flowcore::cpu::gGaussianFilter(g.ptr(), f1.ptr(1), h, w, p, 2.0f);
+  flowcore::cpu::downsample(f1.ptr(), h, w, p, small.ptr(), h2, w2, p2, nullptr);
+  flowcore::cpu::downsample(u.ptr(), h, w, p, weighted.ptr(), h2, w2, p2, conf.ptr());
+  flowcore::cpu::gInterpolate(up.ptr(), h, w, p, small.ptr(), h2, w2, p2, 1.0f / 0.95f);
+  flowcore::cpu::gWarpMotion(warped.ptr(), u.ptr(), v.ptr(), f2.ptr(), f1.ptr(), 3, mask.ptr(), h, w, p);
+  flowcore::cpu::MakeST(f1.ptr(), warped.ptr(), ST.ptr(), ST2.ptr(), mask.ptr(), h, w, p, 3);
   omp_set_num_threads(prev);
   std::vector<float> all;
   for (const Planes* q : {&sx, &sy, &g, &small, &weighted, &up, &warped, &mask, &ST, &ST2})

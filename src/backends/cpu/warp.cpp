@@ -3,7 +3,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/warp.h"
 
-namespace vemo::cpu {
+namespace flowcore::cpu {
 
 VEMO_CPU_CLONES void gWarpMotion(float* outarray, const float* u, const float* v, const float* src, const float* First,
                  int nChan, float* confidence, int height, int width, int pitch) {
@@ -14,4 +14,4 @@ VEMO_CPU_CLONES void gWarpMotion(float* outarray, const float* u, const float* v
   }
 }
 
-}  // namespace vemo::cpu
+}  // namespace flowcore::cpu

@@ -3,7 +3,7 @@
 
 #include "backends/cuda/device_probe.h"
 
-namespace vemo {
+namespace flowcore {
 
 bool cudaDeviceUsable() {
   int count = 0;
@@ -16,4 +16,4 @@ bool cudaDeviceUsable() {
   return prop.major * 10 + prop.minor >= 75;
 }
 
-}  // namespace vemo
+}  // namespace flowcore

@@ -2,7 +2,7 @@
 // compute capability 7.5 or newer present.
 #pragma once
 
-namespace vemo {
+namespace flowcore {
 
 #if defined(VEMO_HAVE_CUDA)
 bool cudaDeviceUsable();
@@ -10,4 +10,4 @@ bool cudaDeviceUsable();
 inline bool cudaDeviceUsable() { return false; }
 #endif
 
-}  // namespace vemo
+}  // namespace flowcore
