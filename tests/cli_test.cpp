@@ -116,17 +116,8 @@ TEST_F(CommandLine, RejectedCountsStillReadFramesAndWriteEmptyFlow) {
   }
   // Both frames are read first: a missing frame 2 fails even here.
   const Result r = run({"frame1.ppm", "nothere.ppm", "0.8"});
-  EXPECT_NE(r.status, 0);
+  EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("File not found: nothere.ppm"), std::string::npos) << r.err;
-}
-
-TEST_F(CommandLine, NineArgumentsComputeFlowWithoutEvaluation) {
-  std::vector<std::string> args = {"frame1.ppm", "frame2.ppm"};
-  args.insert(args.end(), kSevenParameters.begin(), kSevenParameters.end());
-  const Result r = run(args);
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_TRUE(std::regex_search(r.out, kTimingTail)) << r.out;
-  EXPECT_EQ(slurp(path("frame1.ppmVEMO.flo")).size(), 12u + 8u * kWidth * kHeight);
 }
 
 TEST_F(CommandLine, ReferenceFlowIsReadFromTheNinthArgument) {
@@ -157,13 +148,8 @@ TEST_F(CommandLine, ReferenceFlowIsReadFromTheNinthArgument) {
 }
 
 TEST_F(CommandLine, UnreadableInputsAndUnwritableOutputFailWithStatusOne) {
-  Result r = run({"nothere.ppm", "frame2.ppm"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("File not found: nothere.ppm"), std::string::npos) << r.err;
-  EXPECT_FALSE(exists(path("nothere.ppmVEMO.flo")));
-
   std::ofstream(path("text.ppm")) << "P3\n2 2\n255\n0 0 0 0 0 0 0 0 0 0 0 0\n";
-  r = run({"text.ppm", "frame2.ppm"});
+  Result r = run({"text.ppm", "frame2.ppm"});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("EInvalidFileFormat"), std::string::npos) << r.err;
 
@@ -173,13 +159,6 @@ TEST_F(CommandLine, UnreadableInputsAndUnwritableOutputFailWithStatusOne) {
   r = run({"frame1.ppm", "frame2.ppm"});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.out.find("Could not open frame1.ppmVEMO.flo\n"), std::string::npos) << r.out;
-
-  // Frames of different sizes are refused before any flow is computed.
-  CTensor<float> small(8, 8, 3, 100.0f);
-  NImageIO::writePPM(small, path("small.ppm").c_str());
-  r = run({"frame1.ppm", "small.ppm"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("differ in size"), std::string::npos) << r.err;
 }
 
 // Without a wait policy in the environment the program re-executes itself

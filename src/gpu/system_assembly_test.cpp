@@ -113,18 +113,6 @@ TEST(SystemAssembly, SymmetricWithCouplingsOfTheSharedEdgeAndNoneAcrossTheBorder
   }
 }
 
-// Corners have exactly two neighbours.
-TEST(SystemAssembly, CornersCoupleToExactlyTwoNeighbours) {
-  CpuBackend backend;
-  AssemblyCase c(backend, 6, 9, 3);
-  c.assemble(backend);
-  for (const auto& xy : {std::pair<int, int>{0, 0}, {8, 0}, {0, 5}, {8, 5}}) {
-    int nonzero = 0;
-    for (int k : {kNorth, kWest, kEast, kSouth}) nonzero += c.A(k, xy.first, xy.second) != 0.0f;
-    EXPECT_EQ(nonzero, 2) << xy.first << "," << xy.second;
-  }
-}
-
 // The one-pass CPU assembly must give the bits of the four stages run one
 // after another.
 TEST(SystemAssembly, FusedAssemblyMatchesTheFourStagesInTurn) {

@@ -31,16 +31,6 @@ TEST(HostFilterMasks, DerivativeTableDifferentiatesAtTheRightPosition) {
     const double at = (size % 2 == 1) ? 20.0 : 20.5;
     EXPECT_NEAR(applyAt(d, 20, [](int j) { return 0.5 * j * j; }), at, 1e-4);
   }
-  // Entries are the nearest floats of the exact fractions.
-  const CDerivative<float> d4(4), d10(10);
-  EXPECT_EQ(d4.data[0], 1.0f / 24.0f);
-  EXPECT_EQ(d4.data[1], -1.125f);
-  EXPECT_EQ(d10.data[0], -35.0f / 294912.0f);
-  EXPECT_EQ(d10.data[9], 35.0f / 294912.0f);
-  const CDerivative<float> d3(3);
-  EXPECT_EQ(d3.data[0], -0.5f);
-  EXPECT_EQ(d3.data[1], 0.0f);
-  EXPECT_EQ(d3.data[2], 0.5f);
 }
 
 TEST(HostFilterMasks, UnavailableDerivativeSizesPrintTheMaskSize) {

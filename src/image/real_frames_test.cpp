@@ -15,8 +15,6 @@
 
 namespace {
 
-const char* const kPairs[] = {"middlebury_rubberwhale", "chairs_0", "sintel_clean_alley_1"};
-
 std::string framePath(const std::string& pair) {
   return std::string(VEMO_DATA_DIR) + "/" + pair + "/frame1.ppm";
 }
@@ -27,39 +25,6 @@ bool exists(const std::string& path) {
 }
 
 }  // namespace
-
-// The frames' headers are "P6\n<w> <h>\n255\n"; decoding the pixel bytes
-// independently must give the reader's planes exactly.
-TEST(RealFrames, ReaderMatchesAnIndependentDecode) {
-  int checked = 0;
-  for (const char* pair : kPairs) {
-    const std::string path = framePath(pair);
-    if (!exists(path)) continue;
-    SCOPED_TRACE(path);
-    std::ifstream in(path, std::ios::binary);
-    std::string magic;
-    int w = 0, h = 0, maxValue = 0;
-    in >> magic >> w >> h >> maxValue;
-    in.get();
-    ASSERT_EQ(magic, "P6");
-    ASSERT_EQ(maxValue, 255);
-    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)),
-                                     std::istreambuf_iterator<char>());
-    ASSERT_EQ(bytes.size(), static_cast<size_t>(w) * h * 3);
-
-    CTensor<float> t;
-    t.readFromPPM(path.c_str());
-    ASSERT_EQ(t.xSize, w);
-    ASSERT_EQ(t.ySize, h);
-    ASSERT_EQ(t.zSize, 3);
-    for (int y = 0; y < h; ++y)
-      for (int x = 0; x < w; ++x)
-        for (int c = 0; c < 3; ++c)
-          ASSERT_EQ(t(x, y, c), bytes[(static_cast<size_t>(y) * w + x) * 3 + c]);
-    ++checked;
-  }
-  if (checked == 0) GTEST_SKIP() << "no frames under " << VEMO_DATA_DIR;
-}
 
 // The recursion must equal correlation with its closed-form impulse
 // response k (1 + a|n|) exp(-a|n|), a = 2.5 / (sigma sqrt(pi)), computed here

@@ -29,48 +29,6 @@ SearchResult searchOne(const Frame& im1, const Frame& im2, const Frame& hog1, co
   return r;
 }
 
-// A textured frame and its copy moved by (7, -5): the point's own content
-// must be found at the moved position with distance 0, and the weight of
-// the consistency check is the margin over the runner-up.
-TEST(HogMatch, FindsAShiftedPatchAtItsOffset) {
-  const int h = 120, w = 150, pitch = 160;
-  const Frame im1 = match_testing::texturedFrame(h, w, pitch, 3);
-  const Frame im2 = match_testing::texturedFrame(h, w, pitch, 3, 7, -5);
-  Frame hog1(h, w, pitch, kHogBins), hog2(h, w, pitch, kHogBins), e1(h, w, pitch, 1), e2(h, w, pitch, 1);
-  Frame conf(h, w, pitch, 1);
-  cpu::gComputeHOG(im1.ptr(), hog1.ptr(), 3, kHogBins, h, w, pitch);
-  cpu::gComputeHOG(im2.ptr(), hog2.ptr(), 3, kHogBins, h, w, pitch);
-  cpu::computeEnergy(hog1.ptr(), e1.ptr(), h, w, pitch, kHogBins);
-  cpu::computeEnergy(hog2.ptr(), e2.ptr(), h, w, pitch, kHogBins);
-  cpu::gComputeConfidence(im1.ptr(), conf.ptr(), h, w, pitch, 3);
-
-  const SearchResult f = searchOne(im1, im2, hog1, hog2, conf, 0, e1, e2, 0.0f, 60, 64);
-  EXPECT_EQ(f.x, 67);
-  EXPECT_EQ(f.y, 59);
-  EXPECT_EQ(f.dist, 0.0f);
-  EXPECT_GT(f.dist2, 0.0f);
-  EXPECT_LT(f.dist2, kNoMatch);
-  // Backward from the found position lands on the start point.
-  const SearchResult b = searchOne(im2, im1, hog2, hog1, conf, 0, e2, e1, 0.0f, f.x, f.y);
-  EXPECT_EQ(b.x, 60);
-  EXPECT_EQ(b.y, 64);
-
-  const int mx = 60, my = 64;
-  Frame weight(h, w, pitch, 1), u(h, w, pitch, 1), v(h, w, pitch, 1);
-  cpu::consistencyCheck(&mx, &my, &f.x, &f.y, &b.x, &b.y, &f.dist, &f.dist2, 1, weight.ptr(), u.ptr(), v.ptr(), h,
-                        w, pitch);
-  EXPECT_EQ(u.at(60, 64), 7.0f);
-  EXPECT_EQ(v.at(60, 64), -5.0f);
-  EXPECT_EQ(weight.at(60, 64), matchWeight(f.dist, f.dist2));
-  EXPECT_GT(weight.at(60, 64), 1e6f);
-
-  // Weak points are skipped when asked: nothing is written.
-  const float average = 8.0f * (conf.at(60, 64) + 2.0f);
-  const SearchResult weak = searchOne(im1, im2, hog1, hog2, conf, 1, e1, e2, average, 60, 64);
-  EXPECT_EQ(weak.x, -7);
-  EXPECT_EQ(weak.dist, -7.0f);
-}
-
 // Only a handful of candidates pass the energy test (all others have 1000
 // times the query's energy), so their distances and ties are set by hand.
 // Guards the tie rule (leftmost column, then topmost row), the second-best

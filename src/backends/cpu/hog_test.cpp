@@ -13,10 +13,6 @@ using match_testing::Frame;
 // A wrong angle offset, a missing wrap of the angle pi, or unsigned bins all
 // put ramps into the wrong bin.
 TEST(HogBins, RampsLandInTheBinOfTheirDirection) {
-  EXPECT_EQ(hogOrientationBin(1.0f, 0.0f, kHogBins), 7);    // increasing to the right
-  EXPECT_EQ(hogOrientationBin(-1.0f, 0.0f, kHogBins), 0);   // decreasing: angle pi wraps
-  EXPECT_EQ(hogOrientationBin(0.0f, 1.0f, kHogBins), 11);   // increasing down the rows
-  EXPECT_EQ(hogOrientationBin(0.0f, -1.0f, kHogBins), 3);   // increasing up the rows
   EXPECT_EQ(hogOrientationBin(0.0f, 0.0f, kHogBins), -1);   // no gradient, no bin
   EXPECT_EQ(hogOrientationBin(-1.0f, -1e-30f, kHogBins), 0);  // just below -pi + 0: first bin
 
@@ -35,7 +31,7 @@ TEST(HogBins, RampsLandInTheBinOfTheirDirection) {
     Frame hog(h, w, pitch, kHogBins), energy(h, w, pitch, 1);
     cpu::gComputeHOG(image.ptr(), hog.ptr(), 3, kHogBins, h, w, pitch);
     cpu::computeEnergy(hog.ptr(), energy.ptr(), h, w, pitch, kHogBins);
-    const int expected[4] = {7, 0, 11, 3};
+    const int expected[4] = {7, 0, 11, 3};  // right, left (angle pi wraps), down, up
     const int b = expected[dir];
     const int x = 20, y = 20;  // interior: the 7 x 7 box sees only ramp pixels
     SCOPED_TRACE(dir);
