@@ -1,25 +1,22 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "driver/optic_flow.h"
 #include "image/exceptions.h"
+#include "support/process.h"
 
 namespace {
 
+using vemotest::exists;
+using vemotest::slurp;
+
 std::string tempPath(const std::string& name) {
   return testing::TempDir() + "vemo_flow_" + std::to_string(getpid()) + "_" + name;
-}
-
-std::string readBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 void writeBytes(const std::string& path, const std::string& bytes) {
@@ -31,12 +28,6 @@ std::string le32(uint32_t v) {
   std::string s(4, '\0');
   for (int i = 0; i < 4; ++i) s[i] = static_cast<char>((v >> (8 * i)) & 0xff);
   return s;
-}
-
-std::string leFloat(float f) {
-  uint32_t bits;
-  std::memcpy(&bits, &f, 4);
-  return le32(bits);
 }
 
 float fromBits(uint32_t bits) {
@@ -51,10 +42,7 @@ uint32_t bitsOf(float f) {
   return bits;
 }
 
-bool exists(const std::string& path) {
-  struct stat info;
-  return stat(path.c_str(), &info) == 0;
-}
+std::string leFloat(float f) { return le32(bitsOf(f)); }
 
 }  // namespace
 
@@ -85,7 +73,7 @@ TEST(FlowFile, LayoutIsLittleEndianInterleavedRowByRow) {
   flow.data[3] = 4;
   const std::string path = tempPath("layout.flo");
   COpticFlow::writeMiddlebury(flow, path.c_str());
-  EXPECT_EQ(readBytes(path), "PIEH" + le32(2) + le32(1) + leFloat(1) + leFloat(3) + leFloat(2) +
+  EXPECT_EQ(slurp(path), "PIEH" + le32(2) + le32(1) + leFloat(1) + leFloat(3) + leFloat(2) +
                                  leFloat(4));
 
   // Two rows: the second row's pair comes after the first row's.
@@ -95,13 +83,13 @@ TEST(FlowFile, LayoutIsLittleEndianInterleavedRowByRow) {
   column.data[2] = 7;   // v(0,0)
   column.data[3] = 8;   // v(0,1)
   COpticFlow::writeMiddlebury(column, path.c_str());
-  EXPECT_EQ(readBytes(path), "PIEH" + le32(1) + le32(2) + leFloat(5) + leFloat(7) + leFloat(6) +
+  EXPECT_EQ(slurp(path), "PIEH" + le32(1) + le32(2) + leFloat(5) + leFloat(7) + leFloat(6) +
                                  leFloat(8));
 
   // An empty tensor gives a 12-byte file that reads back as 0 x 0 x 2.
   CTensor<float> empty;
   COpticFlow::writeMiddlebury(empty, path.c_str());
-  EXPECT_EQ(readBytes(path), std::string("PIEH") + std::string(8, '\0'));
+  EXPECT_EQ(slurp(path), std::string("PIEH") + std::string(8, '\0'));
   CTensor<float> back(2, 2, 2, 0.0f);
   COpticFlow::readMiddlebury(path.c_str(), back);
   EXPECT_EQ(back.xSize, 0);
@@ -119,7 +107,7 @@ TEST(FlowFile, WrongExtensionWarnsOnStdoutButStillWrites) {
     testing::internal::CaptureStdout();
     COpticFlow::writeMiddlebury(flow, path.c_str());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), path + " should have extension '.flo'\n");
-    EXPECT_EQ(readBytes(path).size(), 20u) << name;
+    EXPECT_EQ(slurp(path).size(), 20u) << name;
     std::remove(path.c_str());
   }
   const std::string good = tempPath("good.flo");
@@ -219,7 +207,7 @@ TEST(FlowFile, RealGroundTruthFilesSurviveReadAndWriteByteForByte) {
     EXPECT_EQ(flow.ySize, frame.ySize) << set;
     const std::string copy = tempPath(std::string(set) + ".flo");
     COpticFlow::writeMiddlebury(flow, copy.c_str());
-    EXPECT_TRUE(readBytes(copy) == readBytes(truth)) << set;
+    EXPECT_TRUE(slurp(copy) == slurp(truth)) << set;
     std::remove(copy.c_str());
   }
   if (found == 0) GTEST_SKIP() << "no ground truth under " << VEMO_DATA_DIR;

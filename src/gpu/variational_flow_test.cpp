@@ -209,16 +209,14 @@ TEST(VariationalFlow, DegenerateLevelsAreSkippedAndBadArgumentsRefused) {
   for (float f : none.v) ASSERT_EQ(f, 0.0f);
 
   TestImage frame(backend, 8, 8, 3), geo(backend, 8, 8);
+  auto run = [&](int pitch, int channels, float eta) {
+    gVariationalFlowVemo(backend, frame.data(), frame.data(), geo.data(), geo.data(), geo.data(), 1, 8, 8, pitch,
+                         channels, 0, 30, 300, 5, eta, 5, 10);
+  };
   ::testing::internal::CaptureStderr();
-  EXPECT_THROW(gVariationalFlowVemo(backend, frame.data(), frame.data(), geo.data(), geo.data(), geo.data(), 1, 8, 8,
-                                    frame.pitch + 1, 3, 0, 30, 300, 5, 0.95f, 5, 10),
-               std::invalid_argument);
-  EXPECT_THROW(gVariationalFlowVemo(backend, frame.data(), frame.data(), geo.data(), geo.data(), geo.data(), 1, 8, 8,
-                                    frame.pitch, 3, 0, 30, 300, 5, 1.0f, 5, 10),
-               std::invalid_argument);
-  EXPECT_THROW(gVariationalFlowVemo(backend, frame.data(), frame.data(), geo.data(), geo.data(), geo.data(), 1, 8, 8,
-                                    frame.pitch, 0, 0, 30, 300, 5, 0.95f, 5, 10),
-               std::invalid_argument);
+  EXPECT_THROW(run(frame.pitch + 1, 3, 0.95f), std::invalid_argument);
+  EXPECT_THROW(run(frame.pitch, 3, 1.0f), std::invalid_argument);
+  EXPECT_THROW(run(frame.pitch, 0, 0.95f), std::invalid_argument);
   EXPECT_FALSE(::testing::internal::GetCapturedStderr().empty());
 }
 

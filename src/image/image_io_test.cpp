@@ -19,6 +19,7 @@
 #include "image/read_image.h"
 #include "image/synthetic.h"
 #include "image/write_error.h"
+#include "support/process.h"
 
 namespace {
 
@@ -38,10 +39,7 @@ void spit(const std::string& path, const std::vector<unsigned char>& bytes) {
   out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
-bool exists(const std::string& path) {
-  struct stat info;
-  return stat(path.c_str(), &info) == 0;
-}
+using vemotest::exists;
 
 // A ramp image with distinct values per plane, whole numbers 0..255.
 CTensor<float> ramp(int width, int height, int planes) {

@@ -12,6 +12,7 @@
 #include "image/filter.h"
 #include "image/recursive_smooth.h"
 #include "image/tensor.h"
+#include "support/process.h"
 
 namespace {
 
@@ -19,10 +20,7 @@ std::string framePath(const std::string& pair) {
   return std::string(VEMO_DATA_DIR) + "/" + pair + "/frame1.ppm";
 }
 
-bool exists(const std::string& path) {
-  std::ifstream f(path);
-  return f.good();
-}
+using vemotest::exists;
 
 }  // namespace
 

@@ -2,8 +2,6 @@
 // offsets, bins or pre-filters show up as matches that disagree with it.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <cmath>
 #include <string>
 
@@ -13,14 +11,12 @@
 #include "image/recursive_smooth.h"
 #include "image/tensor.h"
 #include "matching/hog_match_driver.h"
+#include "support/process.h"
 
 namespace flowcore {
 namespace {
 
-bool exists(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0;
-}
+using vemotest::exists;
 
 struct MatchQuality {
   int gridPoints = 0, accepted = 0, within3 = 0, large = 0, largeWithin3 = 0;

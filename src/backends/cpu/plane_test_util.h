@@ -15,11 +15,11 @@ struct Planes {
   int height, width, pitch, count;
   std::vector<float> data;
 
-  Planes(int h, int w, int p, int n = 1)
+  Planes(int h, int w, int p, int n = 1, float value = 0.0f)
       : height(h), width(w), pitch(p), count(n), data((size_t)h * p * n, std::nanf("")) {
     for (int c = 0; c < n; ++c)
       for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) at(x, y, c) = 0.0f;
+        for (int x = 0; x < w; ++x) at(x, y, c) = value;
   }
   float& at(int x, int y, int c = 0) { return data[((size_t)c * height + y) * pitch + x]; }
   float at(int x, int y, int c = 0) const { return data[((size_t)c * height + y) * pitch + x]; }
