@@ -1,0 +1,126 @@
+// The CUDA executor of the device-path stages.
+//
+// Images live in device memory laid out like the CPU backend's images. Every
+// stage is a kernel with one thread per pixel (16 x 16 blocks) calling the
+// same per-pixel function of src/pixel/ as the CPU backend, so the per-pixel
+// stages give the same values bit for bit (the build forbids contraction on
+// both sides; every fused multiply-add is explicit). Only the dot products
+// differ in summation order: see dot().
+//
+// All work runs on the default stream in issue order. A failing runtime call
+// or launch prints the file, line and runtime message and ends the process
+// with status 1; invalid arguments are refused with BackendError.
+//
+// This header needs no CUDA headers, so host code may include it.
+#pragma once
+
+#include <cstddef>
+#include <unordered_map>
+
+#include "gpu/backend.h"
+
+namespace flowcore {
+
+class CudaBackend : public Backend {
+ public:
+  // Uses the current device. The caller checks cudaDeviceUsable() first.
+  CudaBackend();
+  ~CudaBackend() override;
+  CudaBackend(const CudaBackend&) = delete;
+  CudaBackend& operator=(const CudaBackend&) = delete;
+
+  const char* name() const override { return "cuda"; }
+  std::size_t availableBytes() const override;
+
+  Buffer allocate(std::size_t floats) override;
+  int pitchFor(int width) const override;
+  void upload(float* dst, int dstPitch, const float* src, int width, int rows) override;
+  void download(float* dst, const float* src, int srcPitch, int width, int rows) override;
+  void copy(float* dst, const float* src, std::size_t floats) override;
+  void clear(float* dst, std::size_t floats) override;
+  void synchronize() override;
+
+  void scale(float* arr, int height, int width, int pitch, float scale) override;
+  void setValue(float* a, int height, int width, int pitch, float val) override;
+  void add(float* acc, const float* b, int height, int width, int pitch) override;
+
+  void convolveX(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                 int length) override;
+  void convolveY(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                 int length) override;
+  void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight, int newwidth,
+                  int newpitch, const float* conf) override;
+  void interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height, int width,
+                   int pitch, float scaleFactor) override;
+  void warpMotion(float* out, const float* u, const float* v, const float* src, const float* first, int nChan,
+                  float* confidence, int height, int width, int pitch) override;
+  void makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf, int height,
+              int width, int pitch, int nChan) override;
+
+  void gradientX(float* diffX, const float* grad, const float* channel, int height, int width,
+                 int pitch) override;
+  void gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
+                 int pitch) override;
+  void normalize(float* x, int height, int width, int pitch) override;
+
+  void dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height, int width,
+                  int pitch) override;
+  void gradientFactor(const float* ST2, const float* du, const float* dv, float* dPsiGradient, int height,
+                      int width, int pitch, float gamma) override;
+  void matchFactor(const float* u, const float* v, const float* du, const float* dv, const float* geoU,
+                   const float* geoV, const float* geoConf, float* dPsiMatch, float* matchU, float* matchV,
+                   int hypos, int height, int width, int pitch, float beta) override;
+  void makeMatrix(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
+                  const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
+                  const float* matchV, const float* u, const float* v, const float* diffX, const float* diffY,
+                  int height, int width, int pitch, float alpha) override;
+
+  void residual(const float* A, const float* rhs, const float* du, const float* dv, int height, int width,
+                int pitch, float* residual) override;
+  void product(const float* A, const float* du, const float* dv, int height, int width, int pitch,
+               float* res) override;
+  void blockJacobi(const float* A, const float* x, float* y, int height, int width, int pitch) override;
+  void saxpy2(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2, float alpha2, int height,
+              int width, int pitch) override;
+  void scaleAndAdd(float* acc, const float* b, float scale, int height, int width, int pitch) override;
+  // Deterministic two-pass reduction: one block per row sums the row's
+  // products (each rounded to float, as on the CPU) in double with a fixed
+  // tree; a single block then adds the row sums, thread t taking a fixed
+  // contiguous run of rows in order, and combines the 256 runs with a fixed
+  // tree; the double total is rounded once to float. The CPU backend also
+  // sums each row in double and rounds once, but adds within a row in four
+  // interleaved lanes and adds the rows strictly in order: the two results
+  // differ only by the double rounding of the different orders, so they are
+  // equal or one float ulp apart.
+  float dot(const float* x, const float* y, int rows, int width, int pitch) override;
+
+  void assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU, const float* geoV,
+                      const float* geoConf, int height, int width, int pitch, float alpha, float beta,
+                      float gamma) override;
+  float productDot(const float* A, const float* p, float* q, int height, int width, int pitch) override;
+  float nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext, float* q,
+                                int height, int width, int pitch) override;
+  float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
+                           int height, int width, int pitch) override;
+
+  void release(float* data) noexcept override;
+
+ private:
+  // Device scratch of at least `floats` floats in slot `slot` (grown, never
+  // shrunk; contents unspecified). Slot 0: the derivative planes of makeST;
+  // slot 1: the copy of a plane filtered in place; slot 2: a filter mask.
+  float* scratch(int slot, std::size_t floats);
+  // Device buffer for the row sums and the result of dot().
+  double* rowSums(int rows);
+
+  // Bytes behind every live allocation, for the accounting in release().
+  std::unordered_map<const float*, std::size_t> sizes_;
+  int pitchAlignment_ = 0;  // bytes, as cudaMallocPitch pads rows
+  static constexpr int kScratchSlots = 3;
+  float* scratch_[kScratchSlots] = {};
+  std::size_t scratchFloats_[kScratchSlots] = {};
+  double* rowSums_ = nullptr;
+  int rowSumCapacity_ = 0;
+};
+
+}  // namespace flowcore

@@ -1,0 +1,436 @@
+// The CUDA backend against the CPU backend: the per-pixel stages must agree
+// bit for bit (same functions, no contraction on either side); dot products
+// may differ by one float ulp (different summation order in double); a whole
+// run may drift by the accumulated effect of those ulps in the solver.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "backends/cpu/cpu_backend.h"
+#include "backends/cuda/cuda_backend_factory.h"
+#include "backends/cuda/device_probe.h"
+#include "gpu/scratch.h"
+#include "gpu/variational_flow.h"
+
+namespace flowcore {
+namespace {
+
+// Same value, NaNs of any payload counting as equal (the two processors
+// produce different default NaNs).
+bool sameValue(float a, float b) {
+  if (std::isnan(a) && std::isnan(b)) return true;
+  std::uint32_t ia, ib;
+  std::memcpy(&ia, &a, 4);
+  std::memcpy(&ib, &b, 4);
+  return ia == ib;
+}
+
+// Floats between a and b on the number line.
+std::int64_t ulpDistance(float a, float b) {
+  auto key = [](float f) {
+    std::int32_t i;
+    std::memcpy(&i, &f, 4);
+    return i < 0 ? -static_cast<std::int64_t>(i & 0x7fffffff) : static_cast<std::int64_t>(i);
+  };
+  const std::int64_t d = key(a) - key(b);
+  return d < 0 ? -d : d;
+}
+
+class CudaAgainstCpu : public ::testing::Test {
+ protected:
+  // The same data in both backends' memory, one layout.
+  struct Twin {
+    Buffer cpu, gpu;
+    std::size_t floats = 0;
+    float* c() const { return cpu.data(); }
+    float* g() const { return gpu.data(); }
+  };
+
+  void SetUp() override {
+    if (!cudaDeviceUsable()) GTEST_SKIP() << "no usable CUDA device";
+    gpu_ = makeCudaBackend();
+    ASSERT_NE(gpu_, nullptr);
+    // Rows aligned as on the device, so that both backends use one layout.
+    cpu_ = std::make_unique<CpuBackend>(gpu_->pitchFor(1));
+  }
+
+  Backend& cpu() { return *cpu_; }
+  Backend& gpu() { return *gpu_; }
+
+  Twin twin(const std::vector<float>& host) {
+    Twin t{cpu_->allocate(host.size()), gpu_->allocate(host.size()), host.size()};
+    const int n = static_cast<int>(host.size());
+    cpu_->upload(t.c(), n, host.data(), n, 1);
+    gpu_->upload(t.g(), n, host.data(), n, 1);
+    return t;
+  }
+  Twin zeros(std::size_t floats) { return twin(std::vector<float>(floats, 0.0f)); }
+
+  // `planes` planes of height x width at the shared pitch, data from f,
+  // padding zero.
+  template <class F>
+  std::vector<float> planes(int height, int width, int n, F f) {
+    const int pitch = gpu_->pitchFor(width);
+    std::vector<float> h(static_cast<std::size_t>(n) * pitch * height, 0.0f);
+    for (int k = 0; k < n; ++k)
+      for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) h[(static_cast<std::size_t>(k) * height + y) * pitch + x] = f(x, y, k);
+    return h;
+  }
+  std::vector<float> randomPlanes(int height, int width, int n, unsigned seed, float lo, float hi) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> d(lo, hi);
+    return planes(height, width, n, [&](int, int, int) { return d(rng); });
+  }
+
+  std::vector<float> fetch(Backend& b, const float* p, std::size_t floats) {
+    std::vector<float> h(floats);
+    const int n = static_cast<int>(floats);
+    b.download(h.data(), p, n, n, 1);
+    return h;
+  }
+
+  // Both copies hold the same floats (padding included).
+  void expectSame(const Twin& t, const std::string& what) {
+    const std::vector<float> a = fetch(*cpu_, t.c(), t.floats), b = fetch(*gpu_, t.g(), t.floats);
+    std::size_t bad = 0, first = 0;
+    for (std::size_t i = 0; i < a.size(); ++i)
+      if (!sameValue(a[i], b[i]) && bad++ == 0) first = i;
+    EXPECT_EQ(bad, 0u) << what << ": first difference at float " << first << ": cpu " << a[first] << " cuda "
+                       << b[first];
+  }
+
+  std::unique_ptr<Backend> gpu_;
+  std::unique_ptr<CpuBackend> cpu_;
+};
+
+// Sizes that put the line ends in every position of a 16-pixel tile, images
+// narrower than a mask's half-width, and single pixels.
+struct Size {
+  int height, width;
+};
+const Size kSizes[] = {{1, 1}, {3, 2}, {23, 37}, {16, 16}, {17, 33}, {40, 161}};
+
+TEST_F(CudaAgainstCpu, FilterTileBordersAndInPlacePassesAgreeBitForBit) {
+  const float masks[][9] = {{0.25f, 0.5f, 0.25f},
+                            {1.0f / 12, -8.0f / 12, 0.0f, 8.0f / 12, -1.0f / 12},
+                            {0.1f, 0.2f, 0.3f, 0.4f, -0.3f, 0.2f, 0.1f},
+                            {0.3f, -0.1f, 0.2f, 0.05f, 0.1f, 0.15f, 0.2f, -0.25f},
+                            {0.01f, 0.05f, 0.1f, 0.2f, 0.28f, 0.2f, 0.1f, 0.05f, 0.01f}};
+  const int lengths[] = {3, 5, 7, 8, 9};
+  unsigned seed = 1;
+  for (const Size s : kSizes) {
+    const int pitch = gpu().pitchFor(s.width);
+    const std::size_t plane = static_cast<std::size_t>(pitch) * s.height;
+    for (int m = 0; m < 5; ++m) {
+      const std::string tag = std::to_string(s.width) + "x" + std::to_string(s.height) + " mask " +
+                              std::to_string(lengths[m]);
+      Twin in = twin(randomPlanes(s.height, s.width, 1, seed++, -50.0f, 200.0f));
+      Twin out = zeros(plane);
+      cpu().convolveX(out.c(), in.c(), s.height, s.width, pitch, masks[m], lengths[m]);
+      gpu().convolveX(out.g(), in.g(), s.height, s.width, pitch, masks[m], lengths[m]);
+      expectSame(out, "convolveX " + tag);
+      cpu().convolveY(out.c(), in.c(), s.height, s.width, pitch, masks[m], lengths[m]);
+      gpu().convolveY(out.g(), in.g(), s.height, s.width, pitch, masks[m], lengths[m]);
+      expectSame(out, "convolveY " + tag);
+      // In place: the filter must read the original plane, not its own output.
+      cpu().convolveY(in.c(), in.c(), s.height, s.width, pitch, masks[m], lengths[m]);
+      gpu().convolveY(in.g(), in.g(), s.height, s.width, pitch, masks[m], lengths[m]);
+      cpu().convolveX(in.c(), in.c(), s.height, s.width, pitch, masks[m], lengths[m]);
+      gpu().convolveX(in.g(), in.g(), s.height, s.width, pitch, masks[m], lengths[m]);
+      expectSame(in, "in-place convolve " + tag);
+    }
+    // Element-wise stages over the same sizes.
+    Twin a = twin(randomPlanes(s.height, s.width, 1, seed++, -3.0f, 3.0f));
+    Twin b = twin(randomPlanes(s.height, s.width, 1, seed++, -3.0f, 3.0f));
+    for (Backend* be : {&cpu(), &gpu()}) {
+      const bool onCpu = be == &cpu();
+      be->scale(onCpu ? a.c() : a.g(), s.height, s.width, pitch, 0.7f);
+      be->add(onCpu ? a.c() : a.g(), onCpu ? b.c() : b.g(), s.height, s.width, pitch);
+      be->setValue(onCpu ? b.c() : b.g(), s.height, (s.width + 1) / 2, pitch, -1.25f);
+    }
+    expectSame(a, "scale and add");
+    expectSame(b, "setValue");
+  }
+  // An over-long mask is refused, not read past its end.
+  Twin p = zeros(gpu().pitchFor(8) * 8);
+  std::vector<float> longMask(5000, 0.0f);
+  EXPECT_THROW(gpu().convolveX(p.g(), p.g(), 8, 8, gpu().pitchFor(8), longMask.data(), 5000), BackendError);
+  EXPECT_THROW(gpu().convolveY(p.g(), p.g(), 8, 8, gpu().pitchFor(8), nullptr, 3), BackendError);
+}
+
+TEST_F(CudaAgainstCpu, ResamplingWarpingAndMotionTensorsAgreeBitForBit) {
+  const int H = 45, W = 61, pitch = gpu().pitchFor(W);
+  const std::size_t plane = static_cast<std::size_t>(pitch) * H;
+  // Downsampling by non-integer factors, with and without weights, then
+  // enlargement back.
+  Twin src = twin(randomPlanes(H, W, 1, 11, 0.0f, 255.0f));
+  Twin conf = twin(planes(H, W, 1, [](int x, int y, int) { return ((x * 7 + y * 3) % 5) / 4.0f; }));
+  const int nh = 19, nw = 26, npitch = gpu().pitchFor(nw);
+  for (const bool weighted : {false, true}) {
+    Twin small = zeros(static_cast<std::size_t>(npitch) * nh);
+    cpu().downsample(src.c(), H, W, pitch, small.c(), nh, nw, npitch, weighted ? conf.c() : nullptr);
+    gpu().downsample(src.g(), H, W, pitch, small.g(), nh, nw, npitch, weighted ? conf.g() : nullptr);
+    expectSame(small, weighted ? "weighted downsample" : "downsample");
+    Twin big = zeros(plane);
+    cpu().interpolate(big.c(), H, W, pitch, small.c(), nh, nw, npitch, static_cast<float>(W) / nw);
+    gpu().interpolate(big.g(), H, W, pitch, small.g(), nh, nw, npitch, static_cast<float>(W) / nw);
+    expectSame(big, "interpolate");
+  }
+  // Warping with flow that leaves the image on every side and lands on
+  // exact pixel positions and edges.
+  Twin frame1 = twin(randomPlanes(H, W, 3, 12, 0.0f, 255.0f));
+  Twin frame2 = twin(randomPlanes(H, W, 3, 13, 0.0f, 255.0f));
+  Twin u = twin(planes(H, W, 1, [&](int x, int y, int) { return (x % 9 == 0) ? -x - 0.5f : 0.37f * (y - H / 2); }));
+  Twin v = twin(planes(H, W, 1, [&](int x, int y, int) { return (y % 7 == 0) ? 1.0f : -0.29f * (x - W / 2); }));
+  Twin warped = zeros(3 * plane), mask = zeros(plane);
+  cpu().warpMotion(warped.c(), u.c(), v.c(), frame2.c(), frame1.c(), 3, mask.c(), H, W, pitch);
+  gpu().warpMotion(warped.g(), u.g(), v.g(), frame2.g(), frame1.g(), 3, mask.g(), H, W, pitch);
+  expectSame(warped, "warped frame");
+  expectSame(mask, "warp confidence");
+  // Tensors accumulate over the three channels into non-zero planes.
+  Twin ST = twin(randomPlanes(H, W, 6, 14, 0.0f, 1.0f));
+  Twin ST2 = twin(randomPlanes(H, W, 6, 15, 0.0f, 1.0f));
+  cpu().makeST(frame1.c(), warped.c(), ST.c(), ST2.c(), mask.c(), H, W, pitch, 3);
+  gpu().makeST(frame1.g(), warped.g(), ST.g(), ST2.g(), mask.g(), H, W, pitch, 3);
+  expectSame(ST, "brightness tensor");
+  expectSame(ST2, "gradient tensor");
+}
+
+TEST_F(CudaAgainstCpu, DiffusivityWeightsAndAssemblyAgreeBitForBit) {
+  const int H = 33, W = 47, pitch = gpu().pitchFor(W);
+  const std::size_t plane = static_cast<std::size_t>(pitch) * H;
+  std::mt19937 rng(21);
+  std::normal_distribution<float> g(0.0f, 1.0f);
+  // Tensor planes J11, J22, J33, J12, J13, J23 of w (a, b, c)(a, b, c)^T:
+  // positive semi-definite, as real motion tensors are.
+  std::vector<float> st(6 * plane, 0.0f), st2(6 * plane, 0.0f);
+  for (int y = 0; y < H; ++y)
+    for (int x = 0; x < W; ++x)
+      for (std::vector<float>* t : {&st, &st2}) {
+        const float a = g(rng), b = g(rng), c = g(rng), w = std::fabs(g(rng)) * 10.0f;
+        const float e[6] = {w * a * a, w * b * b, w * c * c, w * a * b, w * a * c, w * b * c};
+        for (int k = 0; k < 6; ++k) (*t)[k * plane + static_cast<std::size_t>(y) * pitch + x] = e[k];
+      }
+  Twin ST = twin(st), ST2 = twin(st2);
+  Twin u = twin(randomPlanes(H, W, 1, 22, -3.0f, 3.0f)), v = twin(randomPlanes(H, W, 1, 23, -3.0f, 3.0f));
+  Twin du = twin(randomPlanes(H, W, 2, 24, -0.5f, 0.5f));
+  Twin geoU = twin(randomPlanes(H, W, 2, 25, -4.0f, 4.0f)), geoV = twin(randomPlanes(H, W, 2, 26, -4.0f, 4.0f));
+  Twin geoConf = twin(planes(H, W, 2, [](int x, int y, int k) { return ((x + y + k) % 3 == 0) ? 0.0f : 0.8f; }));
+  Twin channel = twin(randomPlanes(H, W, 1, 27, 0.0f, 255.0f)), grad = twin(randomPlanes(H, W, 1, 28, -20.0f, 20.0f));
+  // Diffusivity: both edge directions accumulate, then the robust
+  // normalisation.
+  Twin diffX = zeros(plane), diffY = zeros(plane);
+  for (Backend* be : {&cpu(), &gpu()}) {
+    const bool c = be == &cpu();
+    for (int pass = 0; pass < 2; ++pass) {
+      be->gradientX(c ? diffX.c() : diffX.g(), c ? grad.c() : grad.g(), c ? channel.c() : channel.g(), H, W, pitch);
+      be->gradientY(c ? diffY.c() : diffY.g(), c ? grad.c() : grad.g(), c ? channel.c() : channel.g(), H, W, pitch);
+    }
+    be->normalize(c ? diffX.c() : diffX.g(), H, W, pitch);
+    be->normalize(c ? diffY.c() : diffY.g(), H, W, pitch);
+  }
+  expectSame(diffX, "diffusivity x");
+  expectSame(diffY, "diffusivity y");
+  // The four assembly stages one by one, two match hypotheses included.
+  Twin pd = zeros(plane), pg = zeros(plane), pm = zeros(plane), mu = zeros(plane), mv = zeros(plane);
+  Twin A = zeros(12 * plane), b = zeros(2 * plane);
+  for (Backend* be : {&cpu(), &gpu()}) {
+    const bool c = be == &cpu();
+    auto P = [c](const Twin& t) { return c ? t.c() : t.g(); };
+    be->dataFactor(P(ST), P(du), P(du) + plane, P(pd), H, W, pitch);
+    be->gradientFactor(P(ST2), P(du), P(du) + plane, P(pg), H, W, pitch, 5.0f);
+    be->matchFactor(P(u), P(v), P(du), P(du) + plane, P(geoU), P(geoV), P(geoConf), P(pm), P(mu), P(mv), 2, H, W,
+                    pitch, 300.0f);
+    be->makeMatrix(P(A), P(b), P(pd), P(pg), P(pm), P(ST), P(ST2), P(mu), P(mv), P(u), P(v), P(diffX), P(diffY), H,
+                   W, pitch, 30.0f);
+  }
+  expectSame(pd, "data weight");
+  expectSame(pg, "gradient weight");
+  expectSame(pm, "match weight");
+  expectSame(mu, "match right-hand side u");
+  expectSame(mv, "match right-hand side v");
+  expectSame(A, "system matrix");
+  expectSame(b, "right-hand side");
+  // The fused assembly gives the same system as the CPU's fused pass.
+  Twin weights = zeros(5 * plane), fA = zeros(12 * plane), fb = zeros(2 * plane);
+  for (Backend* be : {&cpu(), &gpu()}) {
+    const bool c = be == &cpu();
+    auto P = [c](const Twin& t) { return c ? t.c() : t.g(); };
+    FPtmp fp;
+    fp.du = P(du);
+    fp.ST = P(ST);
+    fp.ST2 = P(ST2);
+    fp.dPsiData = P(weights);
+    fp.dPsiGradient = P(weights) + plane;
+    fp.dPsiMatch = P(weights) + 2 * plane;
+    fp.matchU = P(weights) + 3 * plane;
+    fp.matchV = P(weights) + 4 * plane;
+    fp.diffX = P(diffX);
+    fp.diffY = P(diffY);
+    fp.devMatrix = P(fA);
+    fp.b = P(fb);
+    be->assembleSystem(fp, P(u), P(v), P(geoU), P(geoV), P(geoConf), H, W, pitch, 30.0f, 300.0f, 5.0f);
+  }
+  expectSame(fA, "fused system matrix");
+  expectSame(fb, "fused right-hand side");
+}
+
+TEST_F(CudaAgainstCpu, SolverPassesAgreeAndDotsStayWithinOneUlp) {
+  const int H = 29, W = 300, pitch = gpu().pitchFor(W);  // rows wider than a reduction block
+  const std::size_t plane = static_cast<std::size_t>(pitch) * H;
+  // A diagonally dominant matrix, with some singular 2 x 2 blocks that the
+  // preconditioner must pass through unchanged.
+  std::vector<float> a = randomPlanes(H, W, 12, 31, -1.0f, 0.0f);
+  for (int y = 0; y < H; ++y)
+    for (int x = 0; x < W; ++x) {
+      const std::size_t i = static_cast<std::size_t>(y) * pitch + x;
+      const bool singular = (x * 13 + y) % 17 == 0;
+      a[i] = singular ? 0.0f : 5.0f + a[i];
+      a[3 * plane + i] = singular ? 0.0f : 6.0f - a[3 * plane + i];
+      a[plane + i] = a[2 * plane + i] = singular ? 0.0f : 0.5f * a[plane + i];
+    }
+  Twin A = twin(a);
+  Twin rhs = twin(randomPlanes(H, W, 2, 32, -10.0f, 10.0f));
+  Twin x = twin(randomPlanes(H, W, 2, 33, -1.0f, 1.0f));
+  Twin z = twin(randomPlanes(H, W, 2, 34, -1.0f, 1.0f));
+  Twin r = zeros(2 * plane), q = zeros(2 * plane), y = zeros(2 * plane), pNext = zeros(2 * plane);
+  float dots[2][3] = {};
+  for (Backend* be : {&cpu(), &gpu()}) {
+    const int k = be == &gpu();
+    auto P = [k](const Twin& t) { return k ? t.g() : t.c(); };
+    be->residual(P(A), P(rhs), P(x), P(x) + plane, H, W, pitch, P(r));
+    be->product(P(A), P(x), P(x) + plane, H, W, pitch, P(q));
+    be->blockJacobi(P(A), P(r), P(y), H, W, pitch);
+    be->saxpy2(P(x), P(q), 0.3f, P(r), P(y), -0.7f, 2 * H, W, pitch);
+    be->scaleAndAdd(P(z), P(r), 0.9f, 2 * H, W, pitch);
+    dots[k][0] = be->nextDirectionProductDot(P(A), P(x), P(z), 0.45f, P(pNext), P(q), H, W, pitch);
+    dots[k][1] = be->updatePrecondition(P(A), P(x), P(pNext), P(r), P(q), 0.01f, P(z), H, W, pitch);
+    dots[k][2] = be->dot(P(rhs), P(z), 2 * H, W, pitch);
+  }
+  expectSame(r, "residual");
+  expectSame(q, "product");
+  expectSame(y, "block Jacobi");
+  expectSame(x, "solution after the updates");
+  expectSame(z, "preconditioned residual");
+  expectSame(pNext, "next direction");
+  for (int d = 0; d < 3; ++d)
+    EXPECT_LE(ulpDistance(dots[0][d], dots[1][d]), 1) << "dot " << d << ": cpu " << dots[0][d] << " cuda "
+                                                       << dots[1][d];
+}
+
+TEST_F(CudaAgainstCpu, DotIsRepeatableAndAccurateOnCancellingSums) {
+  // Row counts below, at and above the reduction's 256 threads; large terms
+  // that cancel, so a sum kept in float would lose every digit.
+  for (const int rows : {1, 255, 256, 257, 1500}) {
+    const int W = 129, pitch = gpu().pitchFor(W);
+    std::vector<float> xs = planes(rows, W, 1, [](int x, int y, int) { return ((x + y) % 2 ? 1e4f : -1e4f); });
+    std::vector<float> ys = planes(rows, W, 1, [](int x, int y, int) { return 1.0f + 1e-3f * ((x * 7 + y) % 11); });
+    Twin X = twin(xs), Y = twin(ys);
+    double exact = 0.0;
+    for (std::size_t i = 0; i < xs.size(); ++i) exact += static_cast<double>(xs[i] * ys[i]);
+    const float first = gpu().dot(X.g(), Y.g(), rows, W, pitch);
+    for (int again = 0; again < 5; ++again)
+      EXPECT_TRUE(sameValue(first, gpu().dot(X.g(), Y.g(), rows, W, pitch))) << rows << " rows, call " << again;
+    EXPECT_LE(ulpDistance(first, static_cast<float>(exact)), 1) << rows << " rows: " << first << " vs " << exact;
+    EXPECT_LE(ulpDistance(first, cpu().dot(X.c(), Y.c(), rows, W, pitch)), 1) << rows << " rows";
+  }
+}
+
+TEST_F(CudaAgainstCpu, MemoryAccountingPitchAndTransfersKeepRowsApart) {
+  const std::size_t before = gpu().bytesInUse();
+  {
+    Buffer a = gpu().allocate(1000);
+    Buffer b = gpu().allocate(0);  // never a null block
+    EXPECT_TRUE(a);
+    EXPECT_TRUE(b);
+    EXPECT_GE(gpu().bytesInUse(), before + 1000 * sizeof(float));
+    EXPECT_GE(gpu().peakBytes(), gpu().bytesInUse());
+  }
+  EXPECT_EQ(gpu().bytesInUse(), before) << "released blocks still counted";
+  EXPECT_GT(gpu().availableBytes(), 0u);
+  // One width, one pitch, a multiple of the device's row alignment.
+  const int align = gpu().pitchFor(1);
+  for (const int w : {1, 2, align - 1, align, align + 1, 1000}) {
+    const int p = gpu().pitchFor(w);
+    EXPECT_GE(p, w);
+    EXPECT_EQ(p % align, 0) << w;
+    EXPECT_LT(p - w, align) << w;
+  }
+  EXPECT_THROW(gpu().pitchFor(0), BackendError);
+  // Dense rows into pitched rows and back: neither the padding nor the
+  // following row is touched.
+  const int H = 5, W = align + 3, pitch = gpu().pitchFor(W);
+  std::vector<float> dense(static_cast<std::size_t>(H) * W);
+  for (std::size_t i = 0; i < dense.size(); ++i) dense[i] = static_cast<float>(i) + 0.5f;
+  Buffer img = gpu().allocate(static_cast<std::size_t>(H) * pitch);
+  gpu().clear(img.data(), img.floats());
+  gpu().upload(img.data(), pitch, dense.data(), W, H);
+  std::vector<float> back(dense.size(), -1.0f), raw(img.floats(), -1.0f);
+  gpu().download(back.data(), img.data(), pitch, W, H);
+  EXPECT_EQ(back, dense);
+  gpu().download(raw.data(), img.data(), static_cast<int>(img.floats()), static_cast<int>(img.floats()), 1);
+  for (int y = 0; y < H; ++y)
+    for (int x = W; x < pitch; ++x) ASSERT_EQ(raw[static_cast<std::size_t>(y) * pitch + x], 0.0f) << x << "," << y;
+  // copy moves whole runs, clear zeroes them.
+  Buffer other = gpu().allocate(img.floats());
+  gpu().copy(other.data(), img.data(), img.floats());
+  gpu().download(back.data(), other.data(), pitch, W, H);
+  EXPECT_EQ(back, dense);
+  gpu().clear(other.data(), img.floats());
+  gpu().download(back.data(), other.data(), pitch, W, H);
+  EXPECT_EQ(back, std::vector<float>(dense.size(), 0.0f));
+}
+
+TEST_F(CudaAgainstCpu, WholeRunFollowsTheCpuFlow) {
+  // A textured scene moving by (1.6, -0.8) pixels, no matches.
+  const int H = 72, W = 96, pitch = gpu().pitchFor(W);
+  const std::size_t plane = static_cast<std::size_t>(pitch) * H;
+  auto scene = [](float x, float y, int c) {
+    return 128.0f + 60.0f * std::sin(0.21f * x + 0.5f * c) * std::cos(0.17f * y) + 30.0f * std::sin(0.05f * x * y / 8);
+  };
+  Twin f1 = twin(planes(H, W, 3, [&](int x, int y, int c) { return scene(x, y, c); }));
+  Twin f2 = twin(planes(H, W, 3, [&](int x, int y, int c) { return scene(x - 1.6f, y + 0.8f, c); }));
+  Twin geo = zeros(plane);
+  ::testing::internal::CaptureStdout();
+  const FlowPlanes fc = gVariationalFlowVemo(cpu(), f1.c(), f2.c(), geo.c(), geo.c(), geo.c(), 1, H, W, pitch, 3,
+                                             0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+  const FlowPlanes fg = gVariationalFlowVemo(gpu(), f1.g(), f2.g(), geo.g(), geo.g(), geo.g(), 1, H, W, pitch, 3,
+                                             0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+  ::testing::internal::GetCapturedStdout();
+  ASSERT_EQ(fc.pitch, fg.pitch);
+  std::vector<float> uc(static_cast<std::size_t>(H) * W), vc(uc.size()), ug(uc.size()), vg(uc.size());
+  cpu().download(uc.data(), fc.u.data(), fc.pitch, W, H);
+  cpu().download(vc.data(), fc.v.data(), fc.pitch, W, H);
+  gpu().download(ug.data(), fg.u.data(), fg.pitch, W, H);
+  gpu().download(vg.data(), fg.v.data(), fg.pitch, W, H);
+  double meanDiff = 0.0, maxDiff = 0.0, meanU = 0.0;
+  for (std::size_t i = 0; i < uc.size(); ++i) {
+    const double d = std::hypot(uc[i] - ug[i], vc[i] - vg[i]);
+    ASSERT_TRUE(std::isfinite(ug[i]) && std::isfinite(vg[i])) << "pixel " << i;
+    meanDiff += d;
+    maxDiff = std::max(maxDiff, d);
+    meanU += ug[i];
+  }
+  meanDiff /= uc.size();
+  meanU /= uc.size();
+  std::printf("cuda vs cpu flow: mean difference %.3g px, largest %.3g px; mean u %.3f\n", meanDiff, maxDiff, meanU);
+  // The solver's dot products may differ by an ulp, which shifts its steps
+  // slightly; the flows stay within a thousandth of a pixel on average.
+  EXPECT_LT(meanDiff, 1e-3);
+  EXPECT_LT(maxDiff, 5e-2);
+  EXPECT_NEAR(meanU, 1.6, 0.3) << "the run did not recover the motion";
+}
+
+}  // namespace
+}  // namespace flowcore

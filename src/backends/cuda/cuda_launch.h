@@ -1,0 +1,36 @@
+// Launch geometry shared by the CUDA stages: one thread per pixel in square
+// blocks of kBlockSize x kBlockSize threads, a thread doing nothing outside
+// the region it covers.
+#pragma once
+
+#include <cuda_runtime.h>
+
+#include "backends/cuda/cuda_check.h"
+#include "pixel/convolve.h"
+
+namespace flowcore::cuda {
+
+inline dim3 pixelGrid(int height, int width) {
+  return dim3((width + kBlockSize - 1) / kBlockSize, (height + kBlockSize - 1) / kBlockSize);
+}
+
+inline dim3 pixelBlock() { return dim3(kBlockSize, kBlockSize); }
+
+// Calls op(x, y) for every pixel of a height x width region. `Op` is a
+// small struct of plain pointers and sizes with a device call operator.
+template <class Op>
+__global__ void pixelKernel(Op op, int height, int width) {
+  const int x = blockIdx.x * blockDim.x + threadIdx.x;
+  const int y = blockIdx.y * blockDim.y + threadIdx.y;
+  if (x < width && y < height) op(x, y);
+}
+
+// Runs op over the region on the default stream and checks the launch.
+template <class Op>
+void forEachPixel(const char* label, int height, int width, const Op& op) {
+  if (height < 1 || width < 1) return;
+  pixelKernel<<<pixelGrid(height, width), pixelBlock()>>>(op, height, width);
+  VEMO_CUDA_LAUNCHED(label);
+}
+
+}  // namespace flowcore::cuda

@@ -1,0 +1,139 @@
+// Device memory of the CUDA backend: allocation with accounting, pitches,
+// transfers and the backend's own scratch.
+#include <cuda_runtime.h>
+
+#include <cstdio>
+#include <string>
+
+#include "backends/cuda/cuda_backend.h"
+#include "backends/cuda/cuda_check.h"
+
+namespace flowcore {
+
+namespace {
+[[noreturn]] void refuse(const std::string& message) {
+  std::fprintf(stderr, "%s\n", message.c_str());
+  throw BackendError(message);
+}
+}  // namespace
+
+CudaBackend::CudaBackend() {
+  // The row alignment that cudaMallocPitch applies: the pitch it gives a
+  // one-float row.
+  void* probe = nullptr;
+  std::size_t pitchBytes = 0;
+  VEMO_CUDA_CALL(cudaMallocPitch(&probe, &pitchBytes, sizeof(float), 1));
+  VEMO_CUDA_CALL(cudaFree(probe));
+  if (pitchBytes < sizeof(float) || pitchBytes % sizeof(float) != 0)
+    refuse("CudaBackend: unexpected row alignment of " + std::to_string(pitchBytes) + " bytes");
+  pitchAlignment_ = static_cast<int>(pitchBytes);
+}
+
+CudaBackend::~CudaBackend() {
+  // No exit from a destructor: failures here are ignored.
+  for (float*& s : scratch_) {
+    if (s != nullptr) cudaFree(s);
+    s = nullptr;
+  }
+  if (rowSums_ != nullptr) cudaFree(rowSums_);
+  rowSums_ = nullptr;
+}
+
+std::size_t CudaBackend::availableBytes() const {
+  std::size_t freeBytes = 0, totalBytes = 0;
+  VEMO_CUDA_CALL(cudaMemGetInfo(&freeBytes, &totalBytes));
+  return freeBytes;
+}
+
+Buffer CudaBackend::allocate(std::size_t floats) {
+  if (floats > (static_cast<std::size_t>(-1) / 2) / sizeof(float)) refuse("CudaBackend: allocation size overflows");
+  // Never zero bytes, so that every buffer has its own address.
+  const std::size_t bytes = (floats > 0 ? floats : 1) * sizeof(float);
+  void* p = nullptr;
+  VEMO_CUDA_CALL(cudaMalloc(&p, bytes));
+  // Zero-filled, as on the CPU backend: no run depends on leftover memory.
+  VEMO_CUDA_CALL(cudaMemset(p, 0, bytes));
+  float* data = static_cast<float*>(p);
+  try {
+    sizes_.emplace(data, bytes);
+  } catch (...) {
+    cudaFree(p);
+    throw;
+  }
+  noteAllocated(bytes);
+  return Buffer(this, data, floats);
+}
+
+void CudaBackend::release(float* data) noexcept {
+  auto it = sizes_.find(data);
+  if (it == sizes_.end()) return;  // not ours: nothing to free
+  noteReleased(it->second);
+  sizes_.erase(it);
+  // cudaFree synchronises with the work that may still use the block. A
+  // failure here cannot be thrown from a destructor; it shows at the next
+  // checked call.
+  cudaFree(data);
+}
+
+int CudaBackend::pitchFor(int width) const {
+  if (width < 1) refuse("CudaBackend: invalid image width " + std::to_string(width));
+  const long long bytes = static_cast<long long>(width) * static_cast<long long>(sizeof(float));
+  const long long aligned = (bytes + pitchAlignment_ - 1) / pitchAlignment_ * pitchAlignment_;
+  const long long pitch = aligned / static_cast<long long>(sizeof(float));
+  if (pitch > 0x7fffffffLL) refuse("CudaBackend: image width " + std::to_string(width) + " too large");
+  return static_cast<int>(pitch);
+}
+
+void CudaBackend::upload(float* dst, int dstPitch, const float* src, int width, int rows) {
+  if (rows < 1 || width < 1) return;
+  if (dstPitch < width) refuse("CudaBackend::upload: pitch " + std::to_string(dstPitch) + " below width " + std::to_string(width));
+  VEMO_CUDA_CALL(cudaMemcpy2D(dst, static_cast<std::size_t>(dstPitch) * sizeof(float), src, width * sizeof(float),
+                              width * sizeof(float), rows, cudaMemcpyHostToDevice));
+}
+
+void CudaBackend::download(float* dst, const float* src, int srcPitch, int width, int rows) {
+  if (rows < 1 || width < 1) return;
+  if (srcPitch < width) refuse("CudaBackend::download: pitch " + std::to_string(srcPitch) + " below width " + std::to_string(width));
+  VEMO_CUDA_CALL(cudaMemcpy2D(dst, width * sizeof(float), src, static_cast<std::size_t>(srcPitch) * sizeof(float),
+                              width * sizeof(float), rows, cudaMemcpyDeviceToHost));
+}
+
+void CudaBackend::copy(float* dst, const float* src, std::size_t floats) {
+  if (floats > 0 && dst != src)
+    VEMO_CUDA_CALL(cudaMemcpy(dst, src, floats * sizeof(float), cudaMemcpyDeviceToDevice));
+}
+
+void CudaBackend::clear(float* dst, std::size_t floats) {
+  if (floats > 0) VEMO_CUDA_CALL(cudaMemset(dst, 0, floats * sizeof(float)));
+}
+
+void CudaBackend::synchronize() { VEMO_CUDA_CALL(cudaDeviceSynchronize()); }
+
+float* CudaBackend::scratch(int slot, std::size_t floats) {
+  if (floats > scratchFloats_[slot]) {
+    if (scratch_[slot] != nullptr) VEMO_CUDA_CALL(cudaFree(scratch_[slot]));
+    scratch_[slot] = nullptr;
+    scratchFloats_[slot] = 0;
+    void* p = nullptr;
+    VEMO_CUDA_CALL(cudaMalloc(&p, floats * sizeof(float)));
+    scratch_[slot] = static_cast<float*>(p);
+    scratchFloats_[slot] = floats;
+  }
+  return scratch_[slot];
+}
+
+double* CudaBackend::rowSums(int rows) {
+  // One extra entry holds the total.
+  if (rows + 1 > rowSumCapacity_) {
+    if (rowSums_ != nullptr) VEMO_CUDA_CALL(cudaFree(rowSums_));
+    rowSums_ = nullptr;
+    rowSumCapacity_ = 0;
+    void* p = nullptr;
+    VEMO_CUDA_CALL(cudaMalloc(&p, static_cast<std::size_t>(rows + 1) * sizeof(double)));
+    rowSums_ = static_cast<double*>(p);
+    rowSumCapacity_ = rows + 1;
+  }
+  return rowSums_;
+}
+
+}  // namespace flowcore

@@ -1,0 +1,268 @@
+// Diffusivity, robust weights, system assembly and the element passes of the
+// conjugate-gradient solver on the CUDA backend.
+#include <cuda_runtime.h>
+
+#include <cstddef>
+
+#include "backends/cuda/cuda_backend.h"
+#include "backends/cuda/cuda_check.h"
+#include "backends/cuda/cuda_launch.h"
+#include "gpu/scratch.h"
+#include "pixel/diffusivity.h"
+#include "pixel/pcg.h"
+#include "pixel/robust_factors.h"
+#include "pixel/system_matrix.h"
+
+namespace flowcore {
+
+namespace {
+
+using cuda::forEachPixel;
+
+struct GradientXOp {
+  float* diffX;
+  const float *grad, *channel;
+  int pitch;
+  __device__ void operator()(int x, int y) const { gradientXPixel(diffX, grad, channel, x, y, pitch); }
+};
+
+struct GradientYOp {
+  float* diffY;
+  const float *grad, *channel;
+  int pitch;
+  __device__ void operator()(int x, int y) const { gradientYPixel(diffY, grad, channel, x, y, pitch); }
+};
+
+struct NormalizeOp {
+  float* a;
+  int pitch;
+  __device__ void operator()(int x, int y) const { normalizePixel(a, y * pitch + x); }
+};
+
+struct DataFactorOp {
+  const float *ST, *du, *dv;
+  float* dPsiData;
+  int pitch, plane;
+  __device__ void operator()(int x, int y) const { DataFactor_kernel(ST, du, dv, dPsiData, y * pitch + x, plane); }
+};
+
+struct GradientFactorOp {
+  const float *ST2, *du, *dv;
+  float* dPsiGradient;
+  int pitch, plane;
+  float gamma;
+  __device__ void operator()(int x, int y) const {
+    GradientFactor_kernel(ST2, du, dv, dPsiGradient, y * pitch + x, plane, gamma);
+  }
+};
+
+struct MatchFactorOp {
+  const float *u, *v, *du, *dv, *geoU, *geoV, *geoConf;
+  float *dPsiMatch, *matchU, *matchV;
+  int hypos, pitch, plane;
+  float beta;
+  __device__ void operator()(int x, int y) const {
+    MatchFactor_kernel(u, v, du, dv, geoU, geoV, geoConf, dPsiMatch, matchU, matchV, hypos, y * pitch + x, plane,
+                       beta);
+  }
+};
+
+struct MakeMatrixOp {
+  float *devMatrix, *b;
+  const float *dPsiData, *dPsiGradient, *dPsiMatch, *ST, *ST2, *matchU, *matchV, *u, *v, *diffX, *diffY;
+  int height, width, pitch;
+  float alpha;
+  __device__ void operator()(int x, int y) const {
+    MakeMatrix_kernel(devMatrix, b, dPsiData, dPsiGradient, dPsiMatch, ST, ST2, matchU, matchV, u, v, diffX, diffY,
+                      x, y, height, width, pitch, alpha);
+  }
+};
+
+// The three weights of a pixel feed its matrix row straight from registers,
+// as in the CPU backend's fused pass; the weight planes are not written.
+struct AssembleOp {
+  const float *ST, *ST2, *du, *dv, *u, *v, *geoU, *geoV, *geoConf, *diffX, *diffY;
+  float *devMatrix, *b;
+  int height, width, pitch;
+  float alpha, beta, gamma;
+  __device__ void operator()(int x, int y) const {
+    const int i = y * pitch + x;
+    const int plane = pitch * height;
+    const float pd = dataWeight(ST, i, plane, du[i], dv[i]);
+    const float pg = gradientWeight(ST2, i, plane, du[i], dv[i], gamma);
+    float pm, mu, mv;
+    matchSingle(u, v, du, dv, geoU, geoV, geoConf, i, beta, pm, mu, mv);
+    const Neighbours n = neighboursOf(x, y, height, width);
+    makeMatrixAt(devMatrix, b, pd, pg, pm, mu, mv, ST, ST2, u, v, diffX, diffY, i, plane, pitch, n.north, n.west,
+                 n.east, n.south, alpha);
+  }
+};
+
+struct ResidualOp {
+  const float *A, *rhs, *du, *dv;
+  int height, width, pitch;
+  float* res;
+  __device__ void operator()(int x, int y) const {
+    residualAt(A, rhs, du, dv, y * pitch + x, pitch * height, pitch, neighboursOf(x, y, height, width), res);
+  }
+};
+
+struct ProductOp {
+  const float *A, *du, *dv;
+  int height, width, pitch;
+  float* res;
+  __device__ void operator()(int x, int y) const {
+    productPixelAt(A, du, dv, y * pitch + x, pitch * height, pitch, neighboursOf(x, y, height, width), res);
+  }
+};
+
+struct BlockJacobiOp {
+  const float *A, *in;
+  float* out;
+  int pitch, plane;
+  __device__ void operator()(int x, int y) const { blockJacobiPixel(A, in, out, y * pitch + x, plane); }
+};
+
+struct Saxpy2Op {
+  float* acc1;
+  const float* b1;
+  float alpha1;
+  float* acc2;
+  const float* b2;
+  float alpha2;
+  int pitch;
+  __device__ void operator()(int x, int y) const { saxpy2Element(acc1, b1, alpha1, acc2, b2, alpha2, y * pitch + x); }
+};
+
+struct ScaleAndAddOp {
+  float* acc;
+  const float* b;
+  float s;
+  int pitch;
+  __device__ void operator()(int x, int y) const { scaleAndAddElement(acc, b, s, y * pitch + x); }
+};
+
+struct NextDirectionOp {
+  DirectionRead next;
+  float* pNext;
+  int pitch;
+  __device__ void operator()(int x, int y) const {
+    const int i = y * pitch + x;
+    pNext[i] = next(i);
+  }
+};
+
+// du += a p and r -= a q on both planes, then z = block-Jacobi(r) at the
+// pixel: the pixel reads only its own entries of r, so one pass does both.
+struct UpdatePreconditionOp {
+  const float* A;
+  float* du;
+  const float* p;
+  float* r;
+  const float* q;
+  float a;
+  float* z;
+  int pitch, plane;
+  __device__ void operator()(int x, int y) const {
+    const int i = y * pitch + x;
+    saxpy2Element(du, p, a, r, q, -a, i);
+    saxpy2Element(du + plane, p + plane, a, r + plane, q + plane, -a, i);
+    blockJacobiPixel(A, r, z, i, plane);
+  }
+};
+
+}  // namespace
+
+void CudaBackend::gradientX(float* diffX, const float* grad, const float* channel, int height, int width,
+                            int pitch) {
+  forEachPixel("gradientX", height, width - 1, GradientXOp{diffX, grad, channel, pitch});
+}
+
+void CudaBackend::gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
+                            int pitch) {
+  forEachPixel("gradientY", height - 1, width, GradientYOp{diffY, grad, channel, pitch});
+}
+
+void CudaBackend::normalize(float* x, int height, int width, int pitch) {
+  forEachPixel("normalize", height, width, NormalizeOp{x, pitch});
+}
+
+void CudaBackend::dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height,
+                             int width, int pitch) {
+  forEachPixel("DataFactor", height, width, DataFactorOp{ST, du, dv, dPsiData, pitch, pitch * height});
+}
+
+void CudaBackend::gradientFactor(const float* ST2, const float* du, const float* dv, float* dPsiGradient,
+                                 int height, int width, int pitch, float gamma) {
+  forEachPixel("GradientFactor", height, width,
+               GradientFactorOp{ST2, du, dv, dPsiGradient, pitch, pitch * height, gamma});
+}
+
+void CudaBackend::matchFactor(const float* u, const float* v, const float* du, const float* dv, const float* geoU,
+                              const float* geoV, const float* geoConf, float* dPsiMatch, float* matchU,
+                              float* matchV, int hypos, int height, int width, int pitch, float beta) {
+  forEachPixel("MatchFactor", height, width,
+               MatchFactorOp{u, v, du, dv, geoU, geoV, geoConf, dPsiMatch, matchU, matchV, hypos, pitch,
+                             pitch * height, beta});
+}
+
+void CudaBackend::makeMatrix(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
+                             const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
+                             const float* matchV, const float* u, const float* v, const float* diffX,
+                             const float* diffY, int height, int width, int pitch, float alpha) {
+  forEachPixel("MakeMatrix", height, width,
+               MakeMatrixOp{devMatrix, b, dPsiData, dPsiGradient, dPsiMatch, ST, ST2, matchU, matchV, u, v, diffX,
+                            diffY, height, width, pitch, alpha});
+}
+
+void CudaBackend::assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
+                                 const float* geoV, const float* geoConf, int height, int width, int pitch,
+                                 float alpha, float beta, float gamma) {
+  const std::size_t plane = static_cast<std::size_t>(pitch) * height;
+  forEachPixel("Assemble", height, width,
+               AssembleOp{fp.ST, fp.ST2, fp.du, fp.du + plane, u, v, geoU, geoV, geoConf, fp.diffX, fp.diffY,
+                          fp.devMatrix, fp.b, height, width, pitch, alpha, beta, gamma});
+}
+
+void CudaBackend::residual(const float* A, const float* rhs, const float* du, const float* dv, int height, int width,
+                           int pitch, float* res) {
+  forEachPixel("Residual", height, width, ResidualOp{A, rhs, du, dv, height, width, pitch, res});
+}
+
+void CudaBackend::product(const float* A, const float* du, const float* dv, int height, int width, int pitch,
+                          float* res) {
+  forEachPixel("Product", height, width, ProductOp{A, du, dv, height, width, pitch, res});
+}
+
+void CudaBackend::blockJacobi(const float* A, const float* x, float* y, int height, int width, int pitch) {
+  forEachPixel("BlockJacobi", height, width, BlockJacobiOp{A, x, y, pitch, pitch * height});
+}
+
+void CudaBackend::saxpy2(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2, float alpha2,
+                         int height, int width, int pitch) {
+  forEachPixel("Saxpy2", height, width, Saxpy2Op{acc1, b1, alpha1, acc2, b2, alpha2, pitch});
+}
+
+void CudaBackend::scaleAndAdd(float* acc, const float* b, float s, int height, int width, int pitch) {
+  forEachPixel("ScaleAndAdd", height, width, ScaleAndAddOp{acc, b, s, pitch});
+}
+
+float CudaBackend::productDot(const float* A, const float* p, float* q, int height, int width, int pitch) {
+  product(A, p, p + static_cast<std::size_t>(pitch) * height, height, width, pitch, q);
+  return dot(p, q, 2 * height, width, pitch);
+}
+
+float CudaBackend::nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext,
+                                           float* q, int height, int width, int pitch) {
+  forEachPixel("NextDirection", 2 * height, width, NextDirectionOp{DirectionRead{p, z, beta}, pNext, pitch});
+  return productDot(A, pNext, q, height, width, pitch);
+}
+
+float CudaBackend::updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,
+                                      float* z, int height, int width, int pitch) {
+  forEachPixel("UpdatePrecondition", height, width,
+               UpdatePreconditionOp{A, du, p, r, q, a, z, pitch, pitch * height});
+  return dot(r, z, 2 * height, width, pitch);
+}
+
+}  // namespace flowcore

@@ -1,0 +1,265 @@
+// Element-wise stages, separable filters, resampling, warping and motion
+// tensors of the CUDA backend. Each kernel thread computes one pixel with the
+// per-pixel function that the CPU backend calls for it.
+#include <cuda_runtime.h>
+
+#include <cstddef>
+#include <string>
+
+#include "backends/cuda/cuda_arguments.h"
+#include "backends/cuda/cuda_backend.h"
+#include "backends/cuda/cuda_check.h"
+#include "backends/cuda/cuda_launch.h"
+#include "pixel/convolve.h"
+#include "pixel/elementwise.h"
+#include "pixel/motion_tensor.h"
+#include "pixel/resample.h"
+#include "pixel/warp.h"
+
+namespace flowcore {
+
+namespace {
+
+using cuda::checkPlane;
+using cuda::forEachPixel;
+using cuda::refuseArguments;
+
+// Longest filter mask accepted, as on the CPU backend.
+constexpr int kMaxMaskLength = 4096;
+
+// Central fourth-order derivative of the motion tensors.
+const float kDerivative5[5] = {1.0f / 12.0f, -8.0f / 12.0f, 0.0f, 8.0f / 12.0f, -1.0f / 12.0f};
+
+struct ScaleOp {
+  float* arr;
+  int pitch;
+  float s;
+  __device__ void operator()(int x, int y) const { scaleAt(arr, pitch, s, x, y); }
+};
+
+struct SetValueOp {
+  float* a;
+  int pitch;
+  float val;
+  __device__ void operator()(int x, int y) const { setValueAt(a, pitch, val, x, y); }
+};
+
+struct AddOp {
+  float* acc;
+  const float* b;
+  int pitch;
+  __device__ void operator()(int x, int y) const { addAt(acc, b, pitch, x, y); }
+};
+
+struct DiffOp {
+  float* c;
+  const float* a;
+  const float* b;
+  int pitch;
+  __device__ void operator()(int x, int y) const { diffAt(c, a, b, pitch, x, y); }
+};
+
+// Row filter. Short masks (tiled) follow the 16-pixel tile rule at the line
+// ends, longer ones clamp to the edge sample; both read `in` only.
+struct ConvolveXOp {
+  float* out;
+  const float* in;
+  int width, pitch;
+  const float* mask;
+  int length;
+  bool tiled;
+  __device__ void operator()(int x, int y) const {
+    const float* row = in + static_cast<std::size_t>(y) * pitch;
+    out[static_cast<std::size_t>(y) * pitch + x] =
+        tiled ? convolveSmallAt(row, 1, width, x, mask, length) : convolveClampAt(row, 1, width, x, mask, length);
+  }
+};
+
+struct ConvolveYOp {
+  float* out;
+  const float* in;
+  int height, pitch;
+  const float* mask;
+  int length;
+  bool tiled;
+  __device__ void operator()(int x, int y) const {
+    out[static_cast<std::size_t>(y) * pitch + x] = tiled ? convolveSmallAt(in + x, pitch, height, y, mask, length)
+                                                         : convolveClampAt(in + x, pitch, height, y, mask, length);
+  }
+};
+
+struct DownsampleOp {
+  const float* arr;
+  int height, width, pitch;
+  float* out;
+  int newheight, newwidth, newpitch;
+  const float* conf;
+  __device__ void operator()(int x, int y) const {
+    out[static_cast<std::size_t>(y) * newpitch + x] =
+        conf != nullptr ? downsampleWeightedAt(arr, height, width, pitch, newheight, newwidth, conf, x, y)
+                        : downsampleAt(arr, height, width, pitch, newheight, newwidth, x, y);
+  }
+};
+
+struct InterpolateOp {
+  float* out;
+  int opitch;
+  const float* src;
+  int height, width, pitch;
+  float scaleFactor;
+  __device__ void operator()(int x, int y) const {
+    out[static_cast<std::size_t>(y) * opitch + x] = interpolateAt(src, height, width, pitch, scaleFactor, x, y);
+  }
+};
+
+struct WarpOp {
+  float* out;
+  const float *u, *v, *src, *first;
+  int nChan;
+  float* confidence;
+  int height, width, pitch;
+  __device__ void operator()(int x, int y) const {
+    warpMotionAt(out, src, first, confidence, height, width, pitch, u, v, nChan, x, y);
+  }
+};
+
+struct BrightnessTensorOp {
+  float* ST;
+  const float *Ix, *Iy, *Iz, *conf;
+  int height, width, pitch;
+  __device__ void operator()(int x, int y) const { makeSTAt(ST, Ix, Iy, Iz, conf, height, width, pitch, x, y); }
+};
+
+struct GradientTensorOp {
+  float* ST2;
+  const float *Ixx, *Ixy, *Iyy, *Ixz, *Iyz, *conf;
+  int height, width, pitch;
+  __device__ void operator()(int x, int y) const {
+    makeST2At(ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch, x, y);
+  }
+};
+
+void checkMask(const char* stage, const float* mask, int length) {
+  if (mask == nullptr || length < 1 || length > kMaxMaskLength)
+    refuseArguments(std::string(stage) + ": mask length " + std::to_string(length) + " outside 1.." +
+                    std::to_string(kMaxMaskLength));
+}
+
+void rowPass(float* out, const float* in, int height, int width, int pitch, const float* deviceMask, int length,
+             bool tiled) {
+  forEachPixel(tiled ? "small x conv" : "x conv", height, width,
+               ConvolveXOp{out, in, width, pitch, deviceMask, length, tiled});
+}
+
+void columnPass(float* out, const float* in, int height, int width, int pitch, const float* deviceMask, int length,
+                bool tiled) {
+  forEachPixel(tiled ? "small y conv" : "y conv", height, width,
+               ConvolveYOp{out, in, height, pitch, deviceMask, length, tiled});
+}
+
+}  // namespace
+
+void CudaBackend::scale(float* arr, int height, int width, int pitch, float s) {
+  forEachPixel("Scale", height, width, ScaleOp{arr, pitch, s});
+}
+
+void CudaBackend::setValue(float* a, int height, int width, int pitch, float val) {
+  forEachPixel("setValue", height, width, SetValueOp{a, pitch, val});
+}
+
+void CudaBackend::add(float* acc, const float* b, int height, int width, int pitch) {
+  forEachPixel("Add", height, width, AddOp{acc, b, pitch});
+}
+
+// The mask is copied to device scratch first (a blocking copy on the default
+// stream, so it waits for earlier filters still reading the slot). A pass
+// that writes over its own input filters a copy of it, with the clamped rule,
+// as the CPU backend does.
+void CudaBackend::convolveX(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                            int length) {
+  checkPlane("gConvolveX", height, width, pitch);
+  checkMask("gConvolveX", mask, length);
+  float* deviceMask = scratch(2, kMaxMaskLength);
+  VEMO_CUDA_CALL(cudaMemcpy(deviceMask, mask, length * sizeof(float), cudaMemcpyHostToDevice));
+  if (out != in) {
+    rowPass(out, in, height, width, pitch, deviceMask, length, length < kSmallMaskLimit);
+    return;
+  }
+  float* source = scratch(1, static_cast<std::size_t>(pitch) * height);
+  copy(source, in, static_cast<std::size_t>(pitch) * height);
+  rowPass(out, source, height, width, pitch, deviceMask, length, false);
+}
+
+void CudaBackend::convolveY(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                            int length) {
+  checkPlane("gConvolveY", height, width, pitch);
+  checkMask("gConvolveY", mask, length);
+  float* deviceMask = scratch(2, kMaxMaskLength);
+  VEMO_CUDA_CALL(cudaMemcpy(deviceMask, mask, length * sizeof(float), cudaMemcpyHostToDevice));
+  if (out != in) {
+    columnPass(out, in, height, width, pitch, deviceMask, length, length < kSmallMaskLimit);
+    return;
+  }
+  float* source = scratch(1, static_cast<std::size_t>(pitch) * height);
+  copy(source, in, static_cast<std::size_t>(pitch) * height);
+  columnPass(out, source, height, width, pitch, deviceMask, length, false);
+}
+
+void CudaBackend::downsample(const float* arr, int height, int width, int pitch, float* out, int newheight,
+                             int newwidth, int newpitch, const float* conf) {
+  checkPlane("downsample (source)", height, width, pitch);
+  checkPlane("downsample (target)", newheight, newwidth, newpitch);
+  forEachPixel("Downsample", newheight, newwidth,
+               DownsampleOp{arr, height, width, pitch, out, newheight, newwidth, newpitch, conf});
+}
+
+void CudaBackend::interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height,
+                              int width, int pitch, float scaleFactor) {
+  checkPlane("gInterpolate (source)", height, width, pitch);
+  checkPlane("gInterpolate (target)", oheight, owidth, opitch);
+  forEachPixel("Inteprolation", oheight, owidth, InterpolateOp{out, opitch, src, height, width, pitch, scaleFactor});
+}
+
+void CudaBackend::warpMotion(float* out, const float* u, const float* v, const float* src, const float* first,
+                             int nChan, float* confidence, int height, int width, int pitch) {
+  checkPlane("gWarpMotion", height, width, pitch);
+  if (nChan < 1)
+    refuseArguments("gWarpMotion: the image needs at least one channel, got " + std::to_string(nChan));
+  forEachPixel("Warping", height, width, WarpOp{out, u, v, src, first, nChan, confidence, height, width, pitch});
+}
+
+// Per channel: the eight derivative planes (first derivatives of frame 1, the
+// difference to the warped frame 2 and their derivatives), then both tensors
+// accumulate the channel's terms.
+void CudaBackend::makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
+                         int height, int width, int pitch, int nChan) {
+  checkPlane("MakeST", height, width, pitch);
+  const std::size_t plane = static_cast<std::size_t>(pitch) * height;
+  float* Ix = scratch(0, 8 * plane);
+  float* Iy = Ix + plane;
+  float* Iz = Iy + plane;
+  float* Ixx = Iz + plane;
+  float* Ixy = Ixx + plane;
+  float* Iyy = Ixy + plane;
+  float* Ixz = Iyy + plane;
+  float* Iyz = Ixz + plane;
+  float* mask = scratch(2, kMaxMaskLength);
+  VEMO_CUDA_CALL(cudaMemcpy(mask, kDerivative5, sizeof kDerivative5, cudaMemcpyHostToDevice));
+  const bool tiled = 5 < kSmallMaskLimit;
+  for (int c = 0; c < nChan; ++c) {
+    const float* I1 = frame1 + c * plane;
+    const float* I2 = warped + c * plane;
+    rowPass(Ix, I1, height, width, pitch, mask, 5, tiled);
+    columnPass(Iy, I1, height, width, pitch, mask, 5, tiled);
+    forEachPixel("Diff", height, width, DiffOp{Iz, I2, I1, pitch});
+    rowPass(Ixx, Ix, height, width, pitch, mask, 5, tiled);
+    columnPass(Ixy, Ix, height, width, pitch, mask, 5, tiled);
+    columnPass(Iyy, Iy, height, width, pitch, mask, 5, tiled);
+    rowPass(Ixz, Iz, height, width, pitch, mask, 5, tiled);
+    columnPass(Iyz, Iz, height, width, pitch, mask, 5, tiled);
+    forEachPixel("MakeST", height, width, BrightnessTensorOp{ST, Ix, Iy, Iz, conf, height, width, pitch});
+    forEachPixel("MakeST2", height, width, GradientTensorOp{ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch});
+  }
+}
+
+}  // namespace flowcore
