@@ -2,51 +2,19 @@
 // transfers and the backend's own scratch.
 #include <cuda_runtime.h>
 
-#include <cstdio>
 #include <string>
 
+#include "backends/cuda/cuda_arguments.h"
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 
 namespace flowcore {
 
-namespace {
-[[noreturn]] void refuse(const std::string& message) {
-  std::fprintf(stderr, "%s\n", message.c_str());
-  throw BackendError(message);
-}
-}  // namespace
-
-CudaBackend::CudaBackend() {
-  // The row alignment that cudaMallocPitch applies: the pitch it gives a
-  // one-float row.
-  void* probe = nullptr;
-  std::size_t pitchBytes = 0;
-  VEMO_CUDA_CALL(cudaMallocPitch(&probe, &pitchBytes, sizeof(float), 1));
-  VEMO_CUDA_CALL(cudaFree(probe));
-  if (pitchBytes < sizeof(float) || pitchBytes % sizeof(float) != 0)
-    refuse("CudaBackend: unexpected row alignment of " + std::to_string(pitchBytes) + " bytes");
-  pitchAlignment_ = static_cast<int>(pitchBytes);
-}
-
-CudaBackend::~CudaBackend() {
-  // No exit from a destructor: failures here are ignored.
-  for (float*& s : scratch_) {
-    if (s != nullptr) cudaFree(s);
-    s = nullptr;
-  }
-  if (rowSums_ != nullptr) cudaFree(rowSums_);
-  rowSums_ = nullptr;
-}
-
-std::size_t CudaBackend::availableBytes() const {
-  std::size_t freeBytes = 0, totalBytes = 0;
-  VEMO_CUDA_CALL(cudaMemGetInfo(&freeBytes, &totalBytes));
-  return freeBytes;
-}
+using cuda::refuseArguments;
 
 Buffer CudaBackend::allocate(std::size_t floats) {
-  if (floats > (static_cast<std::size_t>(-1) / 2) / sizeof(float)) refuse("CudaBackend: allocation size overflows");
+  if (floats > (static_cast<std::size_t>(-1) / 2) / sizeof(float))
+    refuseArguments("CudaBackend: allocation size overflows");
   // Never zero bytes, so that every buffer has its own address.
   const std::size_t bytes = (floats > 0 ? floats : 1) * sizeof(float);
   void* p = nullptr;
@@ -76,24 +44,28 @@ void CudaBackend::release(float* data) noexcept {
 }
 
 int CudaBackend::pitchFor(int width) const {
-  if (width < 1) refuse("CudaBackend: invalid image width " + std::to_string(width));
+  if (width < 1) refuseArguments("CudaBackend: invalid image width " + std::to_string(width));
   const long long bytes = static_cast<long long>(width) * static_cast<long long>(sizeof(float));
   const long long aligned = (bytes + pitchAlignment_ - 1) / pitchAlignment_ * pitchAlignment_;
   const long long pitch = aligned / static_cast<long long>(sizeof(float));
-  if (pitch > 0x7fffffffLL) refuse("CudaBackend: image width " + std::to_string(width) + " too large");
+  if (pitch > 0x7fffffffLL) refuseArguments("CudaBackend: image width " + std::to_string(width) + " too large");
   return static_cast<int>(pitch);
 }
 
 void CudaBackend::upload(float* dst, int dstPitch, const float* src, int width, int rows) {
   if (rows < 1 || width < 1) return;
-  if (dstPitch < width) refuse("CudaBackend::upload: pitch " + std::to_string(dstPitch) + " below width " + std::to_string(width));
+  if (dstPitch < width)
+    refuseArguments("CudaBackend::upload: pitch " + std::to_string(dstPitch) + " below width " +
+                    std::to_string(width));
   VEMO_CUDA_CALL(cudaMemcpy2D(dst, static_cast<std::size_t>(dstPitch) * sizeof(float), src, width * sizeof(float),
                               width * sizeof(float), rows, cudaMemcpyHostToDevice));
 }
 
 void CudaBackend::download(float* dst, const float* src, int srcPitch, int width, int rows) {
   if (rows < 1 || width < 1) return;
-  if (srcPitch < width) refuse("CudaBackend::download: pitch " + std::to_string(srcPitch) + " below width " + std::to_string(width));
+  if (srcPitch < width)
+    refuseArguments("CudaBackend::download: pitch " + std::to_string(srcPitch) + " below width " +
+                    std::to_string(width));
   VEMO_CUDA_CALL(cudaMemcpy2D(dst, width * sizeof(float), src, static_cast<std::size_t>(srcPitch) * sizeof(float),
                               width * sizeof(float), rows, cudaMemcpyDeviceToHost));
 }

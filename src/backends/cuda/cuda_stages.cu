@@ -147,12 +147,15 @@ void checkMask(const char* stage, const float* mask, int length) {
 
 void rowPass(float* out, const float* in, int height, int width, int pitch, const float* deviceMask, int length,
              bool tiled) {
+  // An error left by earlier work is told apart from one of this launch.
+  VEMO_CUDA_LAUNCHED(tiled ? "small x conv begin" : "x conv begin");
   forEachPixel(tiled ? "small x conv" : "x conv", height, width,
                ConvolveXOp{out, in, width, pitch, deviceMask, length, tiled});
 }
 
 void columnPass(float* out, const float* in, int height, int width, int pitch, const float* deviceMask, int length,
                 bool tiled) {
+  VEMO_CUDA_LAUNCHED(tiled ? "small y conv begin" : "y conv begin");
   forEachPixel(tiled ? "small y conv" : "y conv", height, width,
                ConvolveYOp{out, in, height, pitch, deviceMask, length, tiled});
 }
