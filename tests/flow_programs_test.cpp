@@ -136,6 +136,10 @@ TEST_F(Programs, NamedParametersReachTheMethodLikeVemosPositionalOnes) {
   r = run(kFlow, {"a.ppm", "b.ppm", "-o", "default.flo"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_FALSE(slurp(path("default.flo")) == named);
+  // Without parameters both programs use the same defaults.
+  r = run(kVemo, {"a.ppm", "b.ppm"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(slurp(path("a.ppmVEMO.flo")) == slurp(path("default.flo"))) << "the programs' defaults differ";
 }
 
 TEST_F(Programs, FlowRefusesBadInputsWithAMessageAndLeavesNoOutput) {

@@ -82,43 +82,6 @@ TEST(VariationalFlow, RecoversASubpixelShiftOfATexturedPair) {
     EXPECT_NE(printed.find(line), std::string::npos) << line;
 }
 
-// A smooth non-rigid motion: frame 2 samples the texture at p - g(p) for a
-// smooth field g, so the flow of frame 1 at x is the p with p = x + g(p).
-TEST(VariationalFlow, RecoversASmoothNonRigidWarp) {
-  const int w = 112, h = 96;
-  const double pi = 3.14159265358979;
-  auto g = [&](double px, double py, double& gx, double& gy) {
-    gx = 1.5 + 1.0 * std::sin(2 * pi * py / 60.0);
-    gy = -0.5 + 1.0 * std::cos(2 * pi * px / 70.0);
-  };
-  NSynthetic::CTexture texture(7);
-  CTensor<float> f1(w, h, 3), f2(w, h, 3);
-  std::vector<float> tu(w * h), tv(w * h);
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      double gx, gy;
-      g(x, y, gx, gy);
-      double px = x, py = y;
-      for (int k = 0; k < 50; ++k) {
-        g(px, py, gx, gy);
-        px = x + gx;
-        py = y + gy;
-      }
-      tu[y * w + x] = static_cast<float>(px - x);
-      tv[y * w + x] = static_cast<float>(py - y);
-      g(x, y, gx, gy);
-      for (int c = 0; c < 3; ++c) {
-        f1.data[(c * h + y) * w + x] = static_cast<float>(texture.at(x, y, c));
-        f2.data[(c * h + y) * w + x] = static_cast<float>(texture.at(x - gx, y - gy, c));
-      }
-    }
-  CpuBackend backend;
-  const HostFlow flow = solve(backend, f1, f2, Parameters());
-  const double epe = meanEndPointError(flow, w, h, 8, tu, tv);
-  RecordProperty("epe", std::to_string(epe));
-  EXPECT_LT(epe, 0.1);
-}
-
 // With a side below 15 there is one scale only: every pass (level 0 and the
 // five full-size passes) restarts from zero flow on the unwarped frame with
 // an all-ones mask, so the result is that of the last pass alone, which runs
