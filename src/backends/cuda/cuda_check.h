@@ -18,14 +18,16 @@ namespace flowcore::cuda {
   std::exit(1);
 }
 
+// A launch labelled `label` left the error `err`.
+[[noreturn]] inline void failLaunch(const char* label, cudaError_t err, const char* file, int line) {
+  std::fprintf(stderr, "Cuda error: %s in file '%s' in line %i : %s.\n", label, file, line, cudaGetErrorString(err));
+  std::exit(1);
+}
+
 // The last error after (or, with a " begin" label, before) a launch.
 inline void checkLastError(const char* label, const char* file, int line) {
   const cudaError_t err = cudaGetLastError();
-  if (err != cudaSuccess) {
-    std::fprintf(stderr, "Cuda error: %s in file '%s' in line %i : %s.\n", label, file, line,
-                 cudaGetErrorString(err));
-    std::exit(1);
-  }
+  if (err != cudaSuccess) failLaunch(label, err, file, line);
 }
 
 }  // namespace flowcore::cuda
