@@ -32,12 +32,15 @@ CudaBackend::~CudaBackend() {
   }
   if (rowSums_ != nullptr) cudaFree(rowSums_);
   rowSums_ = nullptr;
+  for (auto& entry : cache_) cudaFree(entry.second);
+  cache_.clear();
 }
 
 std::size_t CudaBackend::availableBytes() const {
   std::size_t freeBytes = 0, totalBytes = 0;
   VEMO_CUDA_CALL(cudaMemGetInfo(&freeBytes, &totalBytes));
-  return freeBytes;
+  // Blocks this backend keeps for reuse are available to it as well.
+  return freeBytes + cachedBytes_;
 }
 
 }  // namespace flowcore

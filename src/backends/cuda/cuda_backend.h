@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <unordered_map>
 
 #include "gpu/backend.h"
@@ -116,6 +117,10 @@ class CudaBackend : public Backend {
 
   // Bytes behind every live allocation, for the accounting in release().
   std::unordered_map<const float*, std::size_t> sizes_;
+  // Released blocks kept for reuse by size (cudaMalloc and cudaFree are slow
+  // and cudaFree waits for the device), never more than the peak in use.
+  std::multimap<std::size_t, float*> cache_;
+  std::size_t cachedBytes_ = 0;
   int pitchAlignment_ = 0;  // bytes, as cudaMallocPitch pads rows
   static constexpr int kScratchSlots = 3;
   float* scratch_[kScratchSlots] = {};

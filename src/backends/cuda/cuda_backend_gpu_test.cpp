@@ -359,6 +359,14 @@ TEST_F(CudaAgainstCpu, MemoryAccountingPitchAndTransfersKeepRowsApart) {
   }
   EXPECT_EQ(gpu().bytesInUse(), before) << "released blocks still counted";
   EXPECT_GT(gpu().availableBytes(), 0u);
+  // A released block handed out again holds zeros, not its last contents.
+  for (int round = 0; round < 2; ++round) {
+    Buffer reused = gpu().allocate(1000);
+    std::vector<float> seen(1000, -1.0f);
+    gpu().download(seen.data(), reused.data(), 1000, 1000, 1);
+    EXPECT_EQ(seen, std::vector<float>(1000, 0.0f)) << "round " << round;
+    gpu().setValue(reused.data(), 1, 1000, 1000, 7.0f);
+  }
   // One width, one pitch, a multiple of the device's row alignment.
   const int align = gpu().pitchFor(1);
   for (const int w : {1, 2, align - 1, align, align + 1, 1000}) {

@@ -12,22 +12,38 @@ namespace flowcore {
 
 using cuda::refuseArguments;
 
+namespace {
+// Allocation granule: sizes are rounded up to it so that released blocks
+// fit later requests of nearly the same size.
+constexpr std::size_t kGranuleBytes = 256;
+}  // namespace
+
 Buffer CudaBackend::allocate(std::size_t floats) {
   if (floats > (static_cast<std::size_t>(-1) / 2) / sizeof(float))
     refuseArguments("CudaBackend: allocation size overflows");
   // Never zero bytes, so that every buffer has its own address.
-  const std::size_t bytes = (floats > 0 ? floats : 1) * sizeof(float);
-  void* p = nullptr;
-  VEMO_CUDA_CALL(cudaMalloc(&p, bytes));
-  // Zero-filled, as on the CPU backend: no run depends on leftover memory.
-  VEMO_CUDA_CALL(cudaMemset(p, 0, bytes));
-  float* data = static_cast<float*>(p);
+  const std::size_t bytes =
+      ((floats > 0 ? floats : 1) * sizeof(float) + kGranuleBytes - 1) / kGranuleBytes * kGranuleBytes;
+  float* data = nullptr;
+  auto cached = cache_.find(bytes);
+  if (cached != cache_.end()) {
+    data = cached->second;
+    cache_.erase(cached);
+    cachedBytes_ -= bytes;
+  } else {
+    void* p = nullptr;
+    VEMO_CUDA_CALL(cudaMalloc(&p, bytes));
+    data = static_cast<float*>(p);
+  }
   try {
     sizes_.emplace(data, bytes);
   } catch (...) {
-    cudaFree(p);
+    cudaFree(data);
     throw;
   }
+  // Zero-filled, fresh or reused, as on the CPU backend: no run depends on
+  // leftover memory.
+  VEMO_CUDA_CALL(cudaMemset(data, 0, bytes));
   noteAllocated(bytes);
   return Buffer(this, data, floats);
 }
@@ -35,10 +51,19 @@ Buffer CudaBackend::allocate(std::size_t floats) {
 void CudaBackend::release(float* data) noexcept {
   auto it = sizes_.find(data);
   if (it == sizes_.end()) return;  // not ours: nothing to free
-  noteReleased(it->second);
+  const std::size_t bytes = it->second;
+  noteReleased(bytes);
   sizes_.erase(it);
-  // cudaFree synchronises with the work that may still use the block. A
-  // failure here cannot be thrown from a destructor; it shows at the next
+  if (cachedBytes_ + bytes <= peakBytes()) {
+    try {
+      cache_.emplace(bytes, data);
+      cachedBytes_ += bytes;
+      return;
+    } catch (...) {
+      // No room to remember the block: give it back instead.
+    }
+  }
+  // A failure here cannot be thrown from a destructor; it shows at the next
   // checked call.
   cudaFree(data);
 }
