@@ -1,4 +1,5 @@
-// Creates the CUDA backend directly, whatever backend the factory picks.
+// Creates the CUDA backend and its extra stages directly, whatever backend
+// the factory picks.
 #pragma once
 
 #include <memory>
@@ -11,5 +12,11 @@ namespace flowcore {
 // The caller checks cudaDeviceUsable() first: without a usable device the
 // first runtime call fails and ends the process.
 std::unique_ptr<Backend> makeCudaBackend();
+
+class ExtraStages;
+// The SOR, energy and 2-D filter stages on the memory of `backend`, which
+// must be a CUDA backend (from makeCudaBackend) and outlive them; nullptr in
+// a build without CUDA.
+std::unique_ptr<ExtraStages> makeCudaExtraStages(Backend& backend);
 
 }  // namespace flowcore

@@ -19,6 +19,7 @@
 #include "backends/cpu/cpu_backend.h"
 #include "backends/cuda/cuda_backend_factory.h"
 #include "backends/cuda/device_probe.h"
+#include "gpu/extra_stages.h"
 #include "gpu/scratch.h"
 #include "gpu/variational_flow.h"
 
@@ -327,6 +328,60 @@ TEST_F(CudaAgainstCpu, SolverPassesAgreeAndDotsStayWithinOneUlp) {
   for (int d = 0; d < 3; ++d)
     EXPECT_LE(ulpDistance(dots[0][d], dots[1][d]), 1) << "dot " << d << ": cpu " << dots[0][d] << " cuda "
                                                        << dots[1][d];
+}
+
+TEST_F(CudaAgainstCpu, SorEnergyRulesAndDenseFilterAgreeBitForBit) {
+  const std::unique_ptr<ExtraStages> gx = makeCudaExtraStages(gpu());
+  const std::unique_ptr<ExtraStages> cx = makeExtraStages(cpu());
+  ASSERT_NE(gx, nullptr);
+  EXPECT_THROW(makeCudaExtraStages(cpu()), BackendError) << "host memory handed to device kernels";
+  const int H = 26, W = 35, pitch = gpu().pitchFor(W);
+  const std::size_t plane = static_cast<std::size_t>(pitch) * H;
+  // A dominant system with singular blocks; several sweeps of both colours,
+  // so that a pass reading a value updated in the same pass would show.
+  std::vector<float> a = randomPlanes(H, W, 12, 41, -1.0f, 0.0f);
+  for (std::size_t i = 0; i < plane; ++i) {
+    const bool singular = i % 23 == 0;
+    a[i] = singular ? 0.0f : 5.0f + a[i];
+    a[3 * plane + i] = singular ? 0.0f : 5.5f + a[3 * plane + i];
+    a[2 * plane + i] = singular ? 0.0f : a[2 * plane + i];
+  }
+  Twin A = twin(a), rhs = twin(randomPlanes(H, W, 2, 42, -5.0f, 5.0f));
+  Twin du = twin(randomPlanes(H, W, 1, 43, -1.0f, 1.0f)), dv = twin(randomPlanes(H, W, 1, 44, -1.0f, 1.0f));
+  for (int sweep = 0; sweep < 4; ++sweep)
+    for (int term = 0; term < 2; ++term) {
+      cx->sorIteration(A.c(), rhs.c(), du.c(), dv.c(), H, W, term, 1.8f, pitch);
+      gx->sorIteration(A.g(), rhs.g(), du.g(), dv.g(), H, W, term, 1.8f, pitch);
+    }
+  expectSame(du, "SOR du");
+  expectSame(dv, "SOR dv");
+  EXPECT_THROW(gx->sorIteration(A.g(), rhs.g(), du.g(), dv.g(), H, W, 2, 1.8f, pitch), BackendError);
+  // Element-wise energy rules, squaring in place as the energy does.
+  Twin p = twin(randomPlanes(H, W, 1, 45, -4.0f, 4.0f)), q = twin(randomPlanes(H, W, 1, 46, -4.0f, 4.0f));
+  Twin d = zeros(plane);
+  for (ExtraStages* x : {cx.get(), gx.get()}) {
+    const bool c = x == cx.get();
+    auto P = [c](const Twin& t) { return c ? t.c() : t.g(); };
+    x->diff(P(d), P(p), P(q), H, W, pitch);
+    x->mult(P(d), P(d), P(d), H, W, pitch);
+    x->psi(P(d), H, W, pitch);
+  }
+  expectSame(d, "energy rules");
+  // Dense 2-D correlation: a separable one-column mask, a full 3 x 5 mask,
+  // both in place, on a plane whose row stride is its width.
+  const float column[7] = {0.05f, 0.1f, 0.2f, 0.3f, 0.2f, 0.1f, 0.05f};
+  float full[15];
+  for (int i = 0; i < 15; ++i) full[i] = 0.01f * (i + 1) * ((i % 3) ? 1.0f : -1.0f);
+  std::vector<float> dense(static_cast<std::size_t>(H) * W);
+  for (int y = 0; y < H; ++y)
+    for (int x = 0; x < W; ++x) dense[static_cast<std::size_t>(y) * W + x] = std::fmod(37.0f * x + 11.0f * y, 255.0f);
+  Twin img = twin(dense);
+  cx->convolve2d(img.c(), img.c(), H, W, column, 7, 1);
+  gx->convolve2d(img.g(), img.g(), H, W, column, 7, 1);
+  expectSame(img, "separable 2-D correlation");
+  cx->convolve2d(img.c(), img.c(), H, W, full, 3, 5);
+  gx->convolve2d(img.g(), img.g(), H, W, full, 3, 5);
+  expectSame(img, "full 2-D correlation");
 }
 
 TEST_F(CudaAgainstCpu, DotIsRepeatableAndAccurateOnCancellingSums) {
