@@ -110,7 +110,7 @@ class CudaBackend : public Backend {
   // Device scratch of at least `floats` floats in slot `slot`, grown and
   // never shrunk, holding whatever its last user left. Slot 0: the
   // derivative planes of makeST; slot 1: the copy of a plane filtered in
-  // place; slot 2: a filter mask.
+  // place, or of an overlapping range moved by copy(); slot 2: a filter mask.
   float* scratch(int slot, std::size_t floats);
   // Device buffer for the row sums and the result of dot().
   double* rowSums(int rows);

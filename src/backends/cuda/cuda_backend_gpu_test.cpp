@@ -450,6 +450,19 @@ TEST_F(CudaAgainstCpu, MemoryAccountingPitchAndTransfersKeepRowsApart) {
   gpu().copy(other.data(), img.data(), img.floats());
   gpu().download(back.data(), other.data(), pitch, W, H);
   EXPECT_EQ(back, dense);
+  // Overlapping ranges move like memmove, in both directions.
+  std::vector<float> run(64);
+  for (int i = 0; i < 64; ++i) run[i] = static_cast<float>(i);
+  Buffer shifted = gpu().allocate(64);
+  gpu().upload(shifted.data(), 64, run.data(), 64, 1);
+  gpu().copy(shifted.data() + 8, shifted.data(), 50);
+  gpu().copy(shifted.data(), shifted.data() + 10, 40);
+  std::vector<float> expected = run;
+  std::copy_backward(expected.begin(), expected.begin() + 50, expected.begin() + 58);
+  std::copy(expected.begin() + 10, expected.begin() + 50, expected.begin());
+  std::vector<float> moved(64);
+  gpu().download(moved.data(), shifted.data(), 64, 64, 1);
+  EXPECT_EQ(moved, expected);
   gpu().clear(other.data(), img.floats());
   gpu().download(back.data(), other.data(), pitch, W, H);
   EXPECT_EQ(back, std::vector<float>(dense.size(), 0.0f));

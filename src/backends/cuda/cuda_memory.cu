@@ -95,9 +95,19 @@ void CudaBackend::download(float* dst, const float* src, int srcPitch, int width
                               width * sizeof(float), rows, cudaMemcpyDeviceToHost));
 }
 
+// cudaMemcpy leaves overlapping ranges undefined: those go through scratch,
+// so that copy() behaves like memmove as on the CPU backend.
 void CudaBackend::copy(float* dst, const float* src, std::size_t floats) {
-  if (floats > 0 && dst != src)
-    VEMO_CUDA_CALL(cudaMemcpy(dst, src, floats * sizeof(float), cudaMemcpyDeviceToDevice));
+  if (floats == 0 || dst == src) return;
+  const bool overlap = dst < src + floats && src < dst + floats;
+  const std::size_t bytes = floats * sizeof(float);
+  if (!overlap) {
+    VEMO_CUDA_CALL(cudaMemcpy(dst, src, bytes, cudaMemcpyDeviceToDevice));
+    return;
+  }
+  float* staging = scratch(1, floats);
+  VEMO_CUDA_CALL(cudaMemcpy(staging, src, bytes, cudaMemcpyDeviceToDevice));
+  VEMO_CUDA_CALL(cudaMemcpy(dst, staging, bytes, cudaMemcpyDeviceToDevice));
 }
 
 void CudaBackend::clear(float* dst, std::size_t floats) {
