@@ -92,8 +92,12 @@ TEST(SystemAssembly, SymmetricWithCouplingsOfTheSharedEdgeAndNoneAcrossTheBorder
         } else {
           ASSERT_EQ(south, 0.0f);
         }
-        if (x == 0) ASSERT_EQ(c.A(kWest, x, y), 0.0f);
-        if (y == 0) ASSERT_EQ(c.A(kNorth, x, y), 0.0f);
+        if (x == 0) {
+          ASSERT_EQ(c.A(kWest, x, y), 0.0f);
+        }
+        if (y == 0) {
+          ASSERT_EQ(c.A(kNorth, x, y), 0.0f);
+        }
         // The diagonal carries the data terms plus the edge weights: the
         // smoothness part of every row sums to zero.
         const float couplings = c.A(kNorth, x, y) + c.A(kWest, x, y) + c.A(kEast, x, y) + c.A(kSouth, x, y);
@@ -108,8 +112,9 @@ TEST(SystemAssembly, SymmetricWithCouplingsOfTheSharedEdgeAndNoneAcrossTheBorder
         const float data2 = pm + fp.ST[i + plane] * pd + fp.ST2[i + plane] * pg;
         EXPECT_NEAR(c.A(kA22, x, y) + couplings, data2, 1e-3f * std::fabs(data2) + 1e-3f);
       }
-    if (c.width == 1 && c.height == 1)
+    if (c.width == 1 && c.height == 1) {
       for (int k : {kNorth, kWest, kEast, kSouth}) EXPECT_EQ(c.A(k, 0, 0), 0.0f);
+    }
   }
 }
 
