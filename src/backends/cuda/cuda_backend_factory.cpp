@@ -6,8 +6,10 @@
 #if defined(VEMO_HAVE_CUDA)
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_extra_stages.h"
+#include "backends/cuda/cuda_matching_stages.h"
 #endif
 #include "gpu/extra_stages.h"
+#include "gpu/matching_stages.h"
 
 namespace flowcore {
 
@@ -19,15 +21,33 @@ std::unique_ptr<Backend> makeCudaBackend() {
 #endif
 }
 
+#if defined(VEMO_HAVE_CUDA)
+namespace {
+// Device kernels handed host pointers would fault: refuse other backends.
+void requireCudaMemory(const Backend& backend, const char* what) {
+  if (std::string(backend.name()) == "cuda") return;
+  const std::string message = std::string("CUDA ") + what + " cannot work on the memory of the " + backend.name() +
+                              " backend";
+  std::fprintf(stderr, "%s\n", message.c_str());
+  throw BackendError(message);
+}
+}  // namespace
+#endif
+
 std::unique_ptr<ExtraStages> makeCudaExtraStages(Backend& backend) {
 #if defined(VEMO_HAVE_CUDA)
-  if (std::string(backend.name()) != "cuda") {
-    const std::string message = std::string("CUDA extra stages cannot work on the memory of the ") + backend.name() +
-                                " backend";
-    std::fprintf(stderr, "%s\n", message.c_str());
-    throw BackendError(message);
-  }
+  requireCudaMemory(backend, "extra stages");
   return std::make_unique<CudaExtraStages>(backend);
+#else
+  (void)backend;
+  return nullptr;
+#endif
+}
+
+std::unique_ptr<MatchingStages> makeCudaMatchingStages(Backend& backend) {
+#if defined(VEMO_HAVE_CUDA)
+  requireCudaMemory(backend, "matching stages");
+  return std::make_unique<CudaMatchingStages>(backend);
 #else
   (void)backend;
   return nullptr;

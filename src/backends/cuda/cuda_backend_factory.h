@@ -1,5 +1,5 @@
-// Creates the CUDA backend and its extra stages directly, whatever backend
-// the factory picks.
+// Creates the CUDA backend and its stage executors directly, whatever
+// backend the factory picks.
 #pragma once
 
 #include <memory>
@@ -18,5 +18,10 @@ class ExtraStages;
 // must be a CUDA backend (from makeCudaBackend) and outlive them; nullptr in
 // a build without CUDA.
 std::unique_ptr<ExtraStages> makeCudaExtraStages(Backend& backend);
+
+class MatchingStages;
+// The descriptor-matching stages on the memory of `backend`, under the same
+// conditions.
+std::unique_ptr<MatchingStages> makeCudaMatchingStages(Backend& backend);
 
 }  // namespace flowcore

@@ -20,8 +20,10 @@
 #include "backends/cuda/cuda_backend_factory.h"
 #include "backends/cuda/device_probe.h"
 #include "gpu/extra_stages.h"
+#include "gpu/matching_stages.h"
 #include "gpu/scratch.h"
 #include "gpu/variational_flow.h"
+#include "pixel/hog.h"
 
 namespace flowcore {
 namespace {
@@ -109,6 +111,15 @@ class CudaAgainstCpu : public ::testing::Test {
       if (!sameValue(a[i], b[i]) && bad++ == 0) first = i;
     EXPECT_EQ(bad, 0u) << what << ": first difference at float " << first << ": cpu " << a[first] << " cuda "
                        << b[first];
+  }
+
+  // At most `maxFraction` of the floats differ (for stages whose arithmetic
+  // is not the same on both sides).
+  void expectMostlySame(const Twin& t, const std::string& what, double maxFraction) {
+    const std::vector<float> a = fetch(*cpu_, t.c(), t.floats), b = fetch(*gpu_, t.g(), t.floats);
+    std::size_t bad = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) bad += !sameValue(a[i], b[i]);
+    EXPECT_LE(static_cast<double>(bad), maxFraction * a.size()) << what << ": " << bad << " of " << a.size();
   }
 
   std::unique_ptr<Backend> gpu_;
@@ -382,6 +393,109 @@ TEST_F(CudaAgainstCpu, SorEnergyRulesAndDenseFilterAgreeBitForBit) {
   cx->convolve2d(img.c(), img.c(), H, W, full, 3, 5);
   gx->convolve2d(img.g(), img.g(), H, W, full, 3, 5);
   expectSame(img, "full 2-D correlation");
+}
+
+// Integer arrays of the matching executors, moved as raw 32-bit words
+// through the float transfers of their backend (no value conversion).
+struct IntTwin {
+  IntBuffer cpu, gpu;
+};
+
+TEST_F(CudaAgainstCpu, MatchingStagesAgreeWithTheCpu) {
+  const std::unique_ptr<MatchingStages> cm = makeMatchingStages(cpu());
+  const std::unique_ptr<MatchingStages> gm = makeCudaMatchingStages(gpu());
+  ASSERT_NE(gm, nullptr);
+  EXPECT_THROW(makeCudaMatchingStages(cpu()), BackendError) << "host memory handed to device kernels";
+  const int H = 100, W = 140, pitch = gpu().pitchFor(W), nOri = kHogBins;
+  const std::size_t plane = static_cast<std::size_t>(pitch) * H;
+  auto scene = [](float x, float y, int c) {
+    const int checker = (static_cast<int>(x) / 9 + static_cast<int>(y) / 7) % 2;
+    return 120.0f + 80.0f * std::sin(0.31f * x + c) * std::cos(0.23f * y) + checker * 40.0f;
+  };
+  Twin f1 = twin(planes(H, W, 3, [&](int x, int y, int c) { return scene(x, y, c); }));
+  Twin f2 = twin(planes(H, W, 3, [&](int x, int y, int c) { return scene(x - 6.0f, y - 3.0f, c); }));
+  Twin hog = zeros(nOri * plane), conf = zeros(plane), energy = zeros(plane);
+  cm->computeHOG(f1.c(), hog.c(), 3, nOri, H, W, pitch);
+  gm->computeHOG(f1.g(), hog.g(), 3, nOri, H, W, pitch);
+  // A gradient orientation on a bin boundary may round differently through
+  // the device's atan2 and flip one bin, spreading over a 7 x 7 box.
+  expectMostlySame(hog, "HOG", 0.01);
+  cm->computeEnergy(hog.c(), energy.c(), H, W, pitch, nOri);
+  gm->computeEnergy(hog.g(), energy.g(), H, W, pitch, nOri);
+  expectMostlySame(energy, "HOG energy", 0.01);
+  cm->computeConfidence(f1.c(), conf.c(), H, W, pitch, 3);
+  gm->computeConfidence(f1.g(), conf.g(), H, W, pitch, 3);
+  expectSame(conf, "cornerness");
+  const float sumC = cm->sum2D(conf.c(), H, W, pitch), sumG = gm->sum2D(conf.g(), H, W, pitch);
+  EXPECT_TRUE(sameValue(sumC, sumG)) << sumC << " vs " << sumG;
+
+  // The search alone, from identical inputs: the CPU's fields in both.
+  auto same = [&](const Twin& t) { return twin(fetch(cpu(), t.c(), t.floats)); };
+  Twin hog1 = same(hog), energy1 = same(energy), corner = same(conf);
+  Twin hog2 = zeros(nOri * plane), energy2 = zeros(plane);
+  cm->computeHOG(f2.c(), hog2.c(), 3, nOri, H, W, pitch);
+  cm->computeEnergy(hog2.c(), energy2.c(), H, W, pitch, nOri);
+  Twin hog2s = same(hog2), energy2s = same(energy2);
+  std::vector<int> xs, ys;
+  for (int y = 0; y < H; y += 6)
+    for (int x = 0; x < W; x += 6) {
+      xs.push_back(x);
+      ys.push_back(y);
+    }
+  const int n = static_cast<int>(xs.size());
+  auto ints = [&](const std::vector<int>& v) {
+    IntTwin t{cm->allocateInts(v.size()), gm->allocateInts(v.size())};
+    cm->uploadInts(t.cpu.data(), v.data(), v.size());
+    gm->uploadInts(t.gpu.data(), v.data(), v.size());
+    return t;
+  };
+  auto intsOf = [&](Backend& b, const int* p) {
+    std::vector<int> v(n);
+    b.download(reinterpret_cast<float*>(v.data()), reinterpret_cast<const float*>(p), n, n, 1);
+    return v;
+  };
+  const IntTwin mx = ints(xs), my = ints(ys), rx = ints(std::vector<int>(n, -7)), ry = ints(std::vector<int>(n, -7));
+  Twin d1 = twin(std::vector<float>(n, -1.0f)), d2 = twin(std::vector<float>(n, -1.0f));
+  for (const int checkCorner : {0, 1}) {
+    for (const bool onGpu : {false, true}) {
+      auto P = [onGpu](const Twin& t) { return onGpu ? t.g() : t.c(); };
+      const HogMatchInputs in{P(f1),     P(f2),  P(hog1), P(hog2s), P(corner), checkCorner, P(energy1),
+                              P(energy2s), sumC / (H * W), H, W, pitch};
+      const HogMatchResults out{onGpu ? rx.gpu.data() : rx.cpu.data(), onGpu ? ry.gpu.data() : ry.cpu.data(),
+                                P(d1), P(d2)};
+      (onGpu ? gm : cm)->hogMatch(in, onGpu ? mx.gpu.data() : mx.cpu.data(), onGpu ? my.gpu.data() : my.cpu.data(),
+                                  n, out);
+    }
+    EXPECT_EQ(intsOf(cpu(), rx.cpu.data()), intsOf(gpu(), rx.gpu.data())) << "match x, corner test " << checkCorner;
+    EXPECT_EQ(intsOf(cpu(), ry.cpu.data()), intsOf(gpu(), ry.gpu.data())) << "match y, corner test " << checkCorner;
+    expectSame(d1, "best distance");
+    expectSame(d2, "second-best distance");
+  }
+  // The consistency check writes only the points whose backward match comes
+  // back within one pixel; grid points outside the frame are refused.
+  std::vector<int> bx(n), by(n), fx(n), fy(n);
+  for (int i = 0; i < n; ++i) {
+    bx[i] = xs[i] + (i % 5) - 2;
+    by[i] = ys[i] + (i % 3) - 1;
+    fx[i] = xs[i] + 6;
+    fy[i] = ys[i] - 3;
+  }
+  const IntTwin backX = ints(bx), backY = ints(by), fwdX = ints(fx), fwdY = ints(fy);
+  Twin confOut = zeros(plane), u = zeros(plane), v = zeros(plane);
+  Twin fd = twin(planes(1, n, 1, [](int i, int, int) { return 10.0f + i % 4; }));
+  Twin fd2 = twin(planes(1, n, 1, [](int i, int, int) { return i % 7 == 0 ? 2e9f : 12.5f + i % 3; }));
+  cm->consistencyCheck(mx.cpu.data(), my.cpu.data(), fwdX.cpu.data(), fwdY.cpu.data(), backX.cpu.data(),
+                       backY.cpu.data(), fd.c(), fd2.c(), n, confOut.c(), u.c(), v.c(), H, W, pitch);
+  gm->consistencyCheck(mx.gpu.data(), my.gpu.data(), fwdX.gpu.data(), fwdY.gpu.data(), backX.gpu.data(),
+                       backY.gpu.data(), fd.g(), fd2.g(), n, confOut.g(), u.g(), v.g(), H, W, pitch);
+  expectSame(confOut, "match weights");
+  expectSame(u, "match u");
+  expectSame(v, "match v");
+  EXPECT_THROW(gm->consistencyCheck(fwdX.gpu.data(), fwdY.gpu.data(), fwdX.gpu.data(), fwdY.gpu.data(),
+                                    backX.gpu.data(), backY.gpu.data(), fd.g(), fd2.g(), n, confOut.g(), u.g(),
+                                    v.g(), H, W, pitch),
+               BackendError)
+      << "grid points shifted past the right edge";
 }
 
 TEST_F(CudaAgainstCpu, DotIsRepeatableAndAccurateOnCancellingSums) {

@@ -1,0 +1,283 @@
+#include "backends/cuda/cuda_matching_stages.h"
+
+#include <cuda_runtime.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "backends/cuda/cuda_arguments.h"
+#include "backends/cuda/cuda_check.h"
+#include "backends/cuda/cuda_launch.h"
+#include "gpu/backend.h"
+#include "gpu/filter_masks.h"
+#include "pixel/confidence.h"
+#include "pixel/hog.h"
+#include "pixel/hog_match.h"
+
+namespace flowcore {
+
+namespace {
+
+using cuda::checkPlane;
+using cuda::forEachPixel;
+using cuda::refuseArguments;
+
+// Standard deviation of the Gaussian that integrates the structure tensor.
+constexpr float kTensorSigma = 4.0f;
+
+void checkBins(const char* stage, int nOri) {
+  if (nOri < 1) refuseArguments(std::string(stage) + ": the number of orientation bins must be positive");
+}
+
+struct AccumulateOp {
+  const float *dx, *dy;
+  float* field;
+  int nOri, pitch;
+  std::size_t plane;
+  __device__ void operator()(int x, int y) const {
+    hogAccumulateAt(dx, dy, field, nOri, plane, static_cast<std::size_t>(y) * pitch + x);
+  }
+};
+
+// The three smoothing taps travel with the launch: the host's constant
+// table is not visible to device code.
+struct SmoothBinsOp {
+  const float* field;
+  float* hog;
+  int nOri, pitch;
+  std::size_t plane;
+  float f0, f1, f2;
+  __device__ void operator()(int x, int y) const {
+    hogSmoothBinsAt(field, hog, nOri, plane, static_cast<std::size_t>(y) * pitch + x, f0, f1, f2);
+  }
+};
+
+struct EnergyOp {
+  const float* hog;
+  float* energy;
+  int nOri, pitch;
+  std::size_t plane;
+  __device__ void operator()(int x, int y) const {
+    const std::size_t i = static_cast<std::size_t>(y) * pitch + x;
+    energy[i] = hogEnergyAt(hog, nOri, plane, i);
+  }
+};
+
+struct TensorOp {
+  const float *dx, *dy;
+  float *xx, *xy, *yy, *mag;
+  int nChannels, pitch;
+  std::size_t plane;
+  __device__ void operator()(int x, int y) const {
+    structureTensorAt(dx, dy, xx, xy, yy, mag, nChannels, plane, static_cast<std::size_t>(y) * pitch + x);
+  }
+};
+
+struct CornernessOp {
+  const float *xx, *xy, *yy, *mag;
+  float* conf;
+  int pitch;
+  __device__ void operator()(int x, int y) const {
+    const std::size_t i = static_cast<std::size_t>(y) * pitch + x;
+    conf[i] = cornernessFromTensor(xx[i], xy[i], yy[i], mag[i]);
+  }
+};
+
+// Block y sums row y: thread t the columns t, t + 256, ..., then the fixed
+// halving tree, as the CPU executor emulates it.
+__global__ void rowSumKernel(const float* image, int width, int pitch, float* rowSums) {
+  __shared__ float partial[kSumThreads];
+  const float* row = image + static_cast<std::size_t>(blockIdx.x) * pitch;
+  partial[threadIdx.x] = rowPartialSum(row, width, threadIdx.x);
+  __syncthreads();
+  if (threadIdx.x == 0) rowSums[blockIdx.x] = treeSum256(partial);
+}
+
+struct MatchArgs {
+  HogMatchInputs in;
+  const int *mx, *my;
+  HogMatchResults out;
+};
+
+// Block p searches point p; worker c owns window column c and walks it top
+// to bottom; worker 0 then folds the columns in order.
+__global__ void hogMatchKernel(MatchArgs a) {
+  __shared__ float desc[kHogCells * kHogBins];
+  __shared__ MatchBest column[kMatchWorkers];
+  const int p = blockIdx.x;
+  const int c = threadIdx.x;
+  const int ax = a.mx[p], ay = a.my[p];
+  const int pitch = a.in.pitch;
+  if (!hogDescriptorInside(ax, ay, a.in.height, a.in.width)) return;
+  const std::size_t query = static_cast<std::size_t>(ay) * pitch + ax;
+  if (a.in.checkCorner != 0 && matchCornerRejects(a.in.Cornerness[query], a.in.average)) return;
+  if (ax == 0 || ay == 0) return;
+  const std::size_t plane = static_cast<std::size_t>(pitch) * a.in.height;
+  if (c < kHogBins) hogLoadDescriptorBin(a.in.HOG1, plane, pitch, kHogBins, ax, ay, c, desc);
+  __syncthreads();
+  const float e1 = a.in.Energy1[query];
+  const MatchWindow w = matchSearchWindow(ax, ay, a.in.height, a.in.width);
+  const int columns = w.x1 >= w.x0 ? w.x1 - w.x0 + 1 : 0;
+  MatchBest m = matchBestInit();
+  if (c < columns)
+    for (int y = w.y0; y <= w.y1; ++y)
+      matchCandidate(m, desc, e1, a.in.Image1, a.in.Image2, a.in.Energy2, a.in.HOG2, plane, pitch, kHogBins, query,
+                     w.x0 + c, y);
+  column[c] = m;
+  __syncthreads();
+  if (c != 0) return;
+  float best = kNoMatch;
+  for (int k = 0; k < columns; ++k)
+    if (column[k].d1 < best) best = column[k].d1;
+  MatchFold fold = matchFoldInit(best);
+  for (int k = 0; k < columns; ++k) matchFoldWorker(fold, column[k]);
+  a.out.match_x[p] = fold.x;
+  a.out.match_y[p] = fold.y;
+  a.out.match_dist[p] = fold.best;
+  a.out.match_dist2[p] = fold.second;
+}
+
+__global__ void consistencyKernel(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
+                                  const int* backward_x, const int* backward_y, const float* forward_dist,
+                                  const float* forward_nextdist, int n, float* Confidence, float* u, float* v,
+                                  int pitch) {
+  const int i = blockIdx.x * blockDim.x + threadIdx.x;
+  if (i < n)
+    consistencyCheckAt(m_x, m_y, forward_x, forward_y, backward_x, backward_y, forward_dist, forward_nextdist,
+                       Confidence, u, v, pitch, i);
+}
+
+}  // namespace
+
+IntBuffer CudaMatchingStages::allocateInts(std::size_t count) {
+  void* p = nullptr;
+  VEMO_CUDA_CALL(cudaMalloc(&p, (count == 0 ? 1 : count) * sizeof(int)));
+  return IntBuffer(this, static_cast<int*>(p), count);
+}
+
+void CudaMatchingStages::uploadInts(int* dst, const int* src, std::size_t count) {
+  if (count > 0) VEMO_CUDA_CALL(cudaMemcpy(dst, src, count * sizeof(int), cudaMemcpyHostToDevice));
+}
+
+void CudaMatchingStages::clearInts(int* dst, std::size_t count) {
+  if (count > 0) VEMO_CUDA_CALL(cudaMemset(dst, 0, count * sizeof(int)));
+}
+
+void CudaMatchingStages::releaseInts(int* data) noexcept { cudaFree(data); }
+
+// Per channel the central gradients (3-tap tiled filters) add their
+// magnitudes to the orientation bins; the bins are smoothed across
+// orientations, then every bin gets the 7 x 7 box mean (x, then y).
+void CudaMatchingStages::computeHOG(const float* image, float* hog, int nChannels, int nOri, int height, int width,
+                                    int pitch) {
+  checkPlane("gComputeHOG", height, width, pitch);
+  checkBins("gComputeHOG", nOri);
+  if (nChannels < 1) refuseArguments("gComputeHOG: an image needs at least one channel");
+  const std::size_t plane = static_cast<std::size_t>(pitch) * height;
+  Buffer scratch = backend_.allocate((2 + static_cast<std::size_t>(nOri)) * plane);  // zero-filled
+  float* dx = scratch.data();
+  float* dy = dx + plane;
+  float* field = dy + plane;
+  for (int c = 0; c < nChannels; ++c) {
+    backend_.convolveX(dx, image + c * plane, height, width, pitch, kHogGradientMask, 3);
+    backend_.convolveY(dy, image + c * plane, height, width, pitch, kHogGradientMask, 3);
+    forEachPixel("HOG bins", height, width, AccumulateOp{dx, dy, field, nOri, pitch, plane});
+  }
+  forEachPixel("HOG smoothing", height, width,
+               SmoothBinsOp{field, hog, nOri, pitch, plane, kHogBinSmoothing[0], kHogBinSmoothing[1],
+                            kHogBinSmoothing[2]});
+  float box[kHogPoolLength];
+  for (float& tap : box) tap = kHogPoolTap;
+  for (int b = 0; b < nOri; ++b) {
+    backend_.convolveX(field + b * plane, hog + b * plane, height, width, pitch, box, kHogPoolLength);
+    backend_.convolveY(hog + b * plane, field + b * plane, height, width, pitch, box, kHogPoolLength);
+  }
+}
+
+// Structure tensor of the central gradients summed over the channels, each
+// entry smoothed by a Gaussian with clamped borders, then the cornerness.
+void CudaMatchingStages::computeConfidence(const float* image, float* conf, int height, int width, int pitch,
+                                           int nChannels) {
+  checkPlane("gComputeConfidence", height, width, pitch);
+  if (nChannels < 1) refuseArguments("gComputeConfidence: an image needs at least one channel");
+  const std::size_t plane = static_cast<std::size_t>(pitch) * height;
+  Buffer scratch = backend_.allocate((2 * static_cast<std::size_t>(nChannels) + 5) * plane);
+  float* dx = scratch.data();
+  float* dy = dx + nChannels * plane;
+  float* xx = dy + nChannels * plane;
+  float* xy = xx + plane;
+  float* yy = xy + plane;
+  float* mag = yy + plane;
+  float* tmp = mag + plane;
+  for (int c = 0; c < nChannels; ++c) {
+    backend_.convolveX(dx + c * plane, image + c * plane, height, width, pitch, kHogGradientMask, 3);
+    backend_.convolveY(dy + c * plane, image + c * plane, height, width, pitch, kHogGradientMask, 3);
+  }
+  forEachPixel("structure tensor", height, width, TensorOp{dx, dy, xx, xy, yy, mag, nChannels, pitch, plane});
+  int length = 0;
+  const std::vector<float> mask = GaussianFilterCreate(kTensorSigma, length);
+  // In-place passes take the clamped border rule whatever the mask length,
+  // as the host's Gaussian filter of backend images does.
+  for (float* entry : {xx, xy, yy}) {
+    backend_.copy(tmp, entry, plane);
+    backend_.convolveX(tmp, tmp, height, width, pitch, mask.data(), length);
+    backend_.copy(entry, tmp, plane);
+    backend_.convolveY(entry, entry, height, width, pitch, mask.data(), length);
+  }
+  forEachPixel("cornerness", height, width, CornernessOp{xx, xy, yy, mag, conf, pitch});
+}
+
+void CudaMatchingStages::computeEnergy(const float* hog, float* energy, int height, int width, int pitch, int nOri) {
+  checkPlane("computeEnergy", height, width, pitch);
+  checkBins("computeEnergy", nOri);
+  forEachPixel("HOG energy", height, width,
+               EnergyOp{hog, energy, nOri, pitch, static_cast<std::size_t>(pitch) * height});
+}
+
+// Row sums on the device, added on the host in row order in single
+// precision.
+float CudaMatchingStages::sum2D(const float* image, int height, int width, int pitch) {
+  checkPlane("gCompute2DSum", height, width, pitch);
+  Buffer sums = backend_.allocate(static_cast<std::size_t>(height));
+  rowSumKernel<<<height, kSumThreads>>>(image, width, pitch, sums.data());
+  VEMO_CUDA_LAUNCHED("Sum2D");
+  std::vector<float> rows(height);
+  VEMO_CUDA_CALL(cudaMemcpy(rows.data(), sums.data(), height * sizeof(float), cudaMemcpyDeviceToHost));
+  float total = 0.0f;
+  for (float r : rows) total += r;
+  return total;
+}
+
+void CudaMatchingStages::hogMatch(const HogMatchInputs& in, const int* mx, const int* my, int n,
+                                  const HogMatchResults& out) {
+  checkPlane("HOGMatch", in.height, in.width, in.pitch);
+  if (n < 0) refuseArguments("HOGMatch: negative point count");
+  if (n == 0) return;
+  hogMatchKernel<<<n, kMatchWorkers>>>(MatchArgs{in, mx, my, out});
+  VEMO_CUDA_LAUNCHED("HOGMatch");
+}
+
+void CudaMatchingStages::consistencyCheck(const int* m_x, const int* m_y, const int* forward_x,
+                                          const int* forward_y, const int* backward_x, const int* backward_y,
+                                          const float* forward_dist, const float* forward_nextdist, int n,
+                                          float* Confidence, float* u, float* v, int height, int width, int pitch) {
+  checkPlane("consistencyCheck", height, width, pitch);
+  if (n <= 0) return;
+  // The grid points address the planes: each is checked before any write.
+  std::vector<int> xs(n), ys(n);
+  VEMO_CUDA_CALL(cudaMemcpy(xs.data(), m_x, n * sizeof(int), cudaMemcpyDeviceToHost));
+  VEMO_CUDA_CALL(cudaMemcpy(ys.data(), m_y, n * sizeof(int), cudaMemcpyDeviceToHost));
+  for (int i = 0; i < n; ++i)
+    if (xs[i] < 0 || xs[i] >= width || ys[i] < 0 || ys[i] >= height)
+      refuseArguments("consistencyCheck: grid point " + std::to_string(i) + " (" + std::to_string(xs[i]) + ", " +
+                      std::to_string(ys[i]) + ") lies outside the " + std::to_string(width) + "x" +
+                      std::to_string(height) + " frame");
+  const int threads = 256;
+  consistencyKernel<<<(n + threads - 1) / threads, threads>>>(m_x, m_y, forward_x, forward_y, backward_x, backward_y,
+                                                             forward_dist, forward_nextdist, n, Confidence, u, v,
+                                                             pitch);
+  VEMO_CUDA_LAUNCHED("consistency check");
+}
+
+}  // namespace flowcore
