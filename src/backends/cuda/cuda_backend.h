@@ -4,8 +4,14 @@
 // stage is a kernel with one thread per pixel (16 x 16 blocks) calling the
 // same per-pixel function of src/pixel/ as the CPU backend, so the per-pixel
 // stages give the same values bit for bit (the build forbids contraction on
-// both sides; every fused multiply-add is explicit). Only the dot products
-// differ in summation order: see dot().
+// both sides; every fused multiply-add is explicit; division and square root
+// are correctly rounded on both). Only the dot products differ in summation
+// order: see dot(). Bilinear and clamped reads use plain loads with exact
+// weights (pixel/sample.h), not the texture unit, for the same reason.
+//
+// The matching and extra stages have their own executors
+// (cuda_matching_stages.h, cuda_extra_stages.h), made by
+// cuda_backend_factory.h.
 //
 // All work runs on the default stream in issue order. A failing runtime call
 // or launch prints the file, line and runtime message and ends the process
@@ -92,7 +98,9 @@ class CudaBackend : public Backend {
   // sums each row in double and rounds once, but adds within a row in four
   // interleaved lanes and adds the rows strictly in order: the two results
   // differ only by the double rounding of the different orders, so they are
-  // equal or one float ulp apart.
+  // equal or one float ulp apart unless the terms cancel so far that the
+  // double error (about 1e-16 times the sum of magnitudes per addition)
+  // reaches half a float ulp of the result.
   float dot(const float* x, const float* y, int rows, int width, int pitch) override;
 
   void assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU, const float* geoV,
