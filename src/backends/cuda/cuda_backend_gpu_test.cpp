@@ -23,6 +23,7 @@
 #include "gpu/matching_stages.h"
 #include "gpu/scratch.h"
 #include "gpu/variational_flow.h"
+#include "matching/hog_match_driver.h"
 #include "pixel/hog.h"
 
 namespace flowcore {
@@ -620,6 +621,57 @@ TEST_F(CudaAgainstCpu, WholeRunFollowsTheCpuFlow) {
   EXPECT_LT(meanDiff, 1e-3);
   EXPECT_LT(maxDiff, 5e-2);
   EXPECT_NEAR(meanU, 1.6, 0.3) << "the run did not recover the motion";
+}
+
+TEST_F(CudaAgainstCpu, WholeMethodWithMatchingFollowsTheCpu) {
+  // A textured square moving by (14, 9) over a still textured background:
+  // too far for the variational term alone, so the matches carry it.
+  const int H = 120, W = 160, pitch = gpu().pitchFor(W);
+  const std::size_t plane = static_cast<std::size_t>(pitch) * H;
+  auto inSquare = [](int x, int y) { return x >= 50 && x < 100 && y >= 35 && y < 80; };
+  auto texture = [](int x, int y, int c, float f) {
+    return 128.0f + 70.0f * std::sin(f * x + 0.7f * c) * std::cos(1.3f * f * y) + ((x / 5 + y / 4) % 2) * 30.0f;
+  };
+  Twin f1 = twin(planes(H, W, 3, [&](int x, int y, int c) {
+    return inSquare(x, y) ? texture(x, y, c, 0.45f) : texture(x, y, c, 0.21f);
+  }));
+  Twin f2 = twin(planes(H, W, 3, [&](int x, int y, int c) {
+    return inSquare(x - 14, y - 9) ? texture(x - 14, y - 9, c, 0.45f) : texture(x, y, c, 0.21f);
+  }));
+  Twin geoU = zeros(plane), geoV = zeros(plane), geoConf = zeros(plane);
+  ::testing::internal::CaptureStdout();
+  const std::unique_ptr<MatchingStages> gm = makeCudaMatchingStages(gpu());
+  gCreateAndMatchHOG(cpu(), f1.c(), f2.c(), geoU.c(), geoV.c(), geoConf.c(), H, W, pitch, 3);
+  gCreateAndMatchHOG(gpu(), *gm, f1.g(), f2.g(), geoU.g(), geoV.g(), geoConf.g(), H, W, pitch, 3);
+  // Matches rest on HOG fields that may differ at rare bin boundaries.
+  expectMostlySame(geoU, "match u", 0.002);
+  expectMostlySame(geoConf, "match weights", 0.002);
+  const FlowPlanes fc = gVariationalFlowVemo(cpu(), f1.c(), f2.c(), geoU.c(), geoV.c(), geoConf.c(), 1, H, W, pitch,
+                                             3, 0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+  const FlowPlanes fg = gVariationalFlowVemo(gpu(), f1.g(), f2.g(), geoU.g(), geoV.g(), geoConf.g(), 1, H, W, pitch,
+                                             3, 0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+  ::testing::internal::GetCapturedStdout();
+  std::vector<float> uc(static_cast<std::size_t>(H) * W), vc(uc.size()), ug(uc.size()), vg(uc.size());
+  cpu().download(uc.data(), fc.u.data(), fc.pitch, W, H);
+  cpu().download(vc.data(), fc.v.data(), fc.pitch, W, H);
+  gpu().download(ug.data(), fg.u.data(), fg.pitch, W, H);
+  gpu().download(vg.data(), fg.v.data(), fg.pitch, W, H);
+  double meanDiff = 0.0, squareU = 0.0;
+  int squarePixels = 0;
+  for (int y = 0; y < H; ++y)
+    for (int x = 0; x < W; ++x) {
+      const std::size_t i = static_cast<std::size_t>(y) * W + x;
+      meanDiff += std::hypot(uc[i] - ug[i], vc[i] - vg[i]);
+      if (inSquare(x - 14, y - 9) && inSquare(x, y)) {
+        squareU += ug[i];
+        ++squarePixels;
+      }
+    }
+  meanDiff /= uc.size();
+  std::printf("cuda vs cpu flow with matching: mean difference %.3g px\n", meanDiff);
+  EXPECT_LT(meanDiff, 0.01);
+  ASSERT_GT(squarePixels, 0);
+  EXPECT_NEAR(squareU / squarePixels, 14.0, 3.0) << "the matches did not carry the square";
 }
 
 }  // namespace
