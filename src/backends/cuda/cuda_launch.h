@@ -5,6 +5,9 @@
 
 #include <cuda_runtime.h>
 
+#include <string>
+
+#include "backends/cuda/cuda_arguments.h"
 #include "backends/cuda/cuda_check.h"
 #include "pixel/convolve.h"
 
@@ -29,6 +32,9 @@ __global__ void pixelKernel(Op op, int height, int width) {
 template <class Op>
 void forEachPixel(const char* label, int height, int width, const Op& op) {
   if (height < 1 || width < 1) return;
+  // The grid's second dimension holds at most 65535 blocks.
+  if ((height + kBlockSize - 1) / kBlockSize > 65535)
+    refuseArguments(std::string(label) + ": " + std::to_string(height) + " rows exceed the launch grid");
   pixelKernel<<<pixelGrid(height, width), pixelBlock()>>>(op, height, width);
   VEMO_CUDA_LAUNCHED(label);
 }
