@@ -133,9 +133,15 @@ class Backend {
   // Backward warp of `src` by (u, v) with the in-image mask `confidence`.
   virtual void warpMotion(float* out, const float* u, const float* v, const float* src, const float* first,
                           int nChan, float* confidence, int height, int width, int pitch) = 0;
-  // Adds the brightness and gradient constancy tensors (six planes each).
-  virtual void makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
-                      int height, int width, int pitch, int nChan) = 0;
+  // c = a - b.
+  virtual void diff(float* c, const float* a, const float* b, int height, int width, int pitch) = 0;
+  // Adds one channel's brightness-constancy tensor (six planes) from its
+  // derivatives Ix, Iy and Iz, weighted by the in-image mask.
+  virtual void brightnessTensor(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* conf,
+                                int height, int width, int pitch) = 0;
+  // Adds one channel's gradient-constancy tensor from Ixx, Ixy, Iyy, Ixz, Iyz.
+  virtual void gradientTensor(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
+                              const float* Iyz, const float* conf, int height, int width, int pitch) = 0;
 
   // ---- diffusivity --------------------------------------------------------
   // diffX(x, y) += squared gradient of `channel` on the edge to (x + 1, y);

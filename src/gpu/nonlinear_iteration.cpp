@@ -1,3 +1,4 @@
+#include "gpu/motion_tensors.h"
 #include "gpu/nonlinear_iteration.h"
 
 #include <cstddef>
@@ -22,7 +23,7 @@ void gNonLinearIteration(Backend& backend, const float* frame1, const float* war
   backend.clear(dv, plane);
   backend.clear(fp.ST, 6 * plane);
   backend.clear(fp.ST2, 6 * plane);
-  backend.makeST(frame1, warped, fp.ST, fp.ST2, conf, height, width, pitch, nChan);
+  MakeST(backend, frame1, warped, fp.ST, fp.ST2, conf, fp.derivatives, height, width, pitch, nChan);
 
   for (int k = 0; k < fixedPointIterations; ++k) {
     gDiffusivity(backend, u, v, du, dv, fp.diffX, fp.diffY, height, width, pitch, fp.flowSum, fp.flowDerivative);

@@ -9,6 +9,7 @@
 
 #include "gpu/backend.h"
 #include "gpu/diffusivity.h"
+#include "gpu/motion_tensors.h"
 #include "gpu/scratch.h"
 #include "image/tensor.h"
 #include "support/solver_fixtures.h"
@@ -53,7 +54,8 @@ struct RealLevel {
     backend.clear(fp.du, 2 * plane());
     backend.clear(fp.ST, 6 * plane());
     backend.clear(fp.ST2, 6 * plane());
-    backend.makeST(frame1.data(), frame2.data(), fp.ST, fp.ST2, conf.data(), height, width, pitch, kChannels);
+    MakeST(backend, frame1.data(), frame2.data(), fp.ST, fp.ST2, conf.data(), fp.derivatives, height, width, pitch,
+           kChannels);
     gDiffusivity(backend, u.data(), v.data(), fp.du, fp.du + plane(), fp.diffX, fp.diffY, height, width, pitch,
                  fp.flowSum, fp.flowDerivative);
     backend.assembleSystem(fp, u.data(), v.data(), zero.data(), zero.data(), zero.data(), height, width, pitch,

@@ -26,6 +26,7 @@ struct FPtmp {
   float* b = nullptr;             // [2] right-hand side
   float* flowSum = nullptr;       // [1] u + du (or v + dv) for the diffusivity
   float* flowDerivative = nullptr;  // [1] its central derivative
+  float* derivatives = nullptr;   // [8] one channel's Ix, Iy, Iz, Ixx, Ixy, Iyy, Ixz, Iyz
 };
 
 // Conjugate-gradient buffers, each a two-plane vector over (du, dv).

@@ -162,9 +162,18 @@ void CpuBackend::warpMotion(float* out, const float* u, const float* v, const fl
   cpu::gWarpMotion(out, u, v, src, first, nChan, confidence, height, width, pitch);
 }
 
-void CpuBackend::makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
-                        int height, int width, int pitch, int nChan) {
-  cpu::MakeST(frame1, warped, ST, ST2, conf, height, width, pitch, nChan);
+void CpuBackend::diff(float* c, const float* a, const float* b, int height, int width, int pitch) {
+  cpu::Diff(c, a, b, height, width, pitch);
+}
+
+void CpuBackend::brightnessTensor(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* conf,
+                                  int height, int width, int pitch) {
+  cpu::makeST(ST, Ix, Iy, Iz, conf, height, width, pitch);
+}
+
+void CpuBackend::gradientTensor(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
+                                const float* Iyz, const float* conf, int height, int width, int pitch) {
+  cpu::makeST2(ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch);
 }
 
 }  // namespace flowcore

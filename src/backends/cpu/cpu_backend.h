@@ -49,8 +49,11 @@ class CpuBackend : public Backend {
                    int pitch, float scaleFactor) override;
   void warpMotion(float* out, const float* u, const float* v, const float* src, const float* first, int nChan,
                   float* confidence, int height, int width, int pitch) override;
-  void makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf, int height,
-              int width, int pitch, int nChan) override;
+  void diff(float* c, const float* a, const float* b, int height, int width, int pitch) override;
+  void brightnessTensor(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* conf, int height,
+                        int width, int pitch) override;
+  void gradientTensor(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
+                      const float* Iyz, const float* conf, int height, int width, int pitch) override;
 
   void gradientX(float* diffX, const float* grad, const float* channel, int height, int width,
                  int pitch) override;

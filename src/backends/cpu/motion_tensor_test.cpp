@@ -1,8 +1,11 @@
-#include "backends/cpu/motion_tensor.h"
+#include "gpu/motion_tensors.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <vector>
+
+#include "backends/cpu/cpu_backend.h"
 
 #include "backends/cpu/plane_test_util.h"
 
@@ -17,7 +20,11 @@ struct TensorCase {
       : h(h_), w(w_), p(p_), n(n_), f1(h, w, p, n), f2(h, w, p, n), ST(h, w, p, 6), ST2(h, w, p, 6), conf(h, w, p) {
     conf.fill([](int, int, int) { return 1.0f; });
   }
-  void run() { flowcore::cpu::MakeST(f1.ptr(), f2.ptr(), ST.ptr(), ST2.ptr(), conf.ptr(), h, w, p, n); }
+  void run() {
+    flowcore::CpuBackend backend;
+    std::vector<float> derivatives(8 * static_cast<size_t>(p) * h);
+    flowcore::MakeST(backend, f1.ptr(), f2.ptr(), ST.ptr(), ST2.ptr(), conf.ptr(), derivatives.data(), h, w, p, n);
+  }
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "gpu/motion_tensors.h"
 #include "backends/cpu/cpu_backend.h"
 #include "gpu/diffusivity.h"
 #include "gpu/host_flow.h"
@@ -42,7 +43,7 @@ struct Level {
     backend.clear(fp.du, 2 * plane);
     backend.clear(fp.ST, 6 * plane);
     backend.clear(fp.ST2, 6 * plane);
-    backend.makeST(frame1.data(), frame2.data(), fp.ST, fp.ST2, conf.data(), H, W, pitch, 3);
+    flowcore::MakeST(backend, frame1.data(), frame2.data(), fp.ST, fp.ST2, conf.data(), fp.derivatives, H, W, pitch, 3);
     diffusivity();
     assemble();
   }
@@ -66,7 +67,8 @@ void BM_MakeST(benchmark::State& state) {
   Level& l = level();
   const flowcore::FPtmp& fp = l.scratch.fp();
   for (auto _ : state)
-    l.backend.makeST(l.frame1.data(), l.frame2.data(), fp.ST, fp.ST2, l.conf.data(), H, W, l.pitch, 3);
+    flowcore::MakeST(l.backend, l.frame1.data(), l.frame2.data(), fp.ST, fp.ST2, l.conf.data(), fp.derivatives, H, W,
+                     l.pitch, 3);
 }
 BENCHMARK(BM_MakeST)->Unit(benchmark::kMillisecond);
 

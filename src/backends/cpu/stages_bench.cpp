@@ -2,6 +2,7 @@
 // pipeline uses them), on a padded pitch as the device layout has.
 #include <benchmark/benchmark.h>
 
+#include "gpu/motion_tensors.h"
 #include "backends/cpu/convolve.h"
 #include "backends/cpu/motion_tensor.h"
 #include "backends/cpu/plane_test_util.h"
@@ -34,14 +35,14 @@ Frames& frames() {
 void BM_ConvolveXShort5(benchmark::State& st) {
   Planes out(H, W, P);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) flowcore::cpu::gConvolveX(out.ptr(), in, H, W, P, flowcore::cpu::kDerivativeMask5, 5);
+  for (auto _ : st) flowcore::cpu::gConvolveX(out.ptr(), in, H, W, P, flowcore::kDerivativeMask5, 5);
 }
 BENCHMARK(BM_ConvolveXShort5)->Unit(benchmark::kMillisecond);
 
 void BM_ConvolveYShort5(benchmark::State& st) {
   Planes out(H, W, P);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) flowcore::cpu::gConvolveY(out.ptr(), in, H, W, P, flowcore::cpu::kDerivativeMask5, 5);
+  for (auto _ : st) flowcore::cpu::gConvolveY(out.ptr(), in, H, W, P, flowcore::kDerivativeMask5, 5);
 }
 BENCHMARK(BM_ConvolveYShort5)->Unit(benchmark::kMillisecond);
 
@@ -82,12 +83,5 @@ void BM_WarpMotion3(benchmark::State& st) {
 }
 BENCHMARK(BM_WarpMotion3)->Unit(benchmark::kMillisecond);
 
-void BM_MakeST3(benchmark::State& st) {
-  Planes ST(H, W, P, 6), ST2(H, W, P, 6), ones(H, W, P);
-  ones.fill([](int, int, int) { return 1.0f; });
-  Frames& f = frames();
-  for (auto _ : st) flowcore::cpu::MakeST(f.f1.ptr(), f.f2.ptr(), ST.ptr(), ST2.ptr(), ones.ptr(), H, W, P, 3);
-}
-BENCHMARK(BM_MakeST3)->Unit(benchmark::kMillisecond);
 
 }  // namespace

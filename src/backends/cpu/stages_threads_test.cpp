@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include "backends/cpu/cpu_backend.h"
+#include "gpu/motion_tensors.h"
 #include "backends/cpu/convolve.h"
 #include "backends/cpu/motion_tensor.h"
 #include "backends/cpu/plane_test_util.h"
@@ -33,7 +35,9 @@ std::vector<float> runAllStages(int threads) {
   flowcore::cpu::downsample(u.ptr(), h, w, p, weighted.ptr(), h2, w2, p2, conf.ptr());
   flowcore::cpu::gInterpolate(up.ptr(), h, w, p, small.ptr(), h2, w2, p2, 1.0f / 0.95f);
   flowcore::cpu::gWarpMotion(warped.ptr(), u.ptr(), v.ptr(), f2.ptr(), f1.ptr(), 3, mask.ptr(), h, w, p);
-  flowcore::cpu::MakeST(f1.ptr(), warped.ptr(), ST.ptr(), ST2.ptr(), mask.ptr(), h, w, p, 3);
+  flowcore::CpuBackend backend;
+  std::vector<float> derivatives(8 * static_cast<size_t>(p) * h);
+  flowcore::MakeST(backend, f1.ptr(), warped.ptr(), ST.ptr(), ST2.ptr(), mask.ptr(), derivatives.data(), h, w, p, 3);
   omp_set_num_threads(prev);
   std::vector<float> all;
   for (const Planes* q : {&sx, &sy, &g, &small, &weighted, &up, &warped, &mask, &ST, &ST2})

@@ -61,8 +61,11 @@ class CudaBackend : public Backend {
                    int pitch, float scaleFactor) override;
   void warpMotion(float* out, const float* u, const float* v, const float* src, const float* first, int nChan,
                   float* confidence, int height, int width, int pitch) override;
-  void makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf, int height,
-              int width, int pitch, int nChan) override;
+  void diff(float* c, const float* a, const float* b, int height, int width, int pitch) override;
+  void brightnessTensor(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* conf, int height,
+                        int width, int pitch) override;
+  void gradientTensor(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
+                      const float* Iyz, const float* conf, int height, int width, int pitch) override;
 
   void gradientX(float* diffX, const float* grad, const float* channel, int height, int width,
                  int pitch) override;
@@ -116,9 +119,9 @@ class CudaBackend : public Backend {
 
  private:
   // Device scratch of at least `floats` floats in slot `slot`, grown and
-  // never shrunk, holding whatever its last user left. Slot 0: the
-  // derivative planes of makeST; slot 1: the copy of a plane filtered in
-  // place, or of an overlapping range moved by copy(); slot 2: a filter mask.
+  // never shrunk, holding whatever its last user left. Slot 0: unused;
+  // slot 1: the copy of a plane filtered in place, or of an overlapping range
+  // moved by copy(); slot 2: a filter mask.
   float* scratch(int slot, std::size_t floats);
   // Device buffer for the row sums and the result of dot().
   double* rowSums(int rows);

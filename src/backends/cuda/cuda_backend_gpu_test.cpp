@@ -2,6 +2,7 @@
 // bit for bit (same functions, no contraction on either side); dot products
 // may differ by one float ulp (different summation order in double); a whole
 // run may drift by the accumulated effect of those ulps in the solver.
+#include "gpu/motion_tensors.h"
 #include "backends/cuda/cuda_gpu_test_fixture.h"
 
 namespace flowcore {
@@ -98,8 +99,9 @@ TEST_F(CudaAgainstCpu, ResamplingWarpingAndMotionTensorsAgreeBitForBit) {
   // Tensors accumulate over the three channels into non-zero planes.
   Twin ST = twin(randomPlanes(H, W, 6, 14, 0.0f, 1.0f));
   Twin ST2 = twin(randomPlanes(H, W, 6, 15, 0.0f, 1.0f));
-  cpu().makeST(frame1.c(), warped.c(), ST.c(), ST2.c(), mask.c(), H, W, pitch, 3);
-  gpu().makeST(frame1.g(), warped.g(), ST.g(), ST2.g(), mask.g(), H, W, pitch, 3);
+  Twin derivatives = twin(randomPlanes(H, W, 8, 16, 0.0f, 1.0f));
+  MakeST(cpu(), frame1.c(), warped.c(), ST.c(), ST2.c(), mask.c(), derivatives.c(), H, W, pitch, 3);
+  MakeST(gpu(), frame1.g(), warped.g(), ST.g(), ST2.g(), mask.g(), derivatives.g(), H, W, pitch, 3);
   expectSame(ST, "brightness tensor");
   expectSame(ST2, "gradient tensor");
 }

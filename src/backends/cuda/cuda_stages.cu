@@ -27,9 +27,6 @@ using cuda::refuseArguments;
 // Longest filter mask accepted, as on the CPU backend.
 constexpr int kMaxMaskLength = 4096;
 
-// Central fourth-order derivative of the motion tensors.
-const float kDerivative5[5] = {1.0f / 12.0f, -8.0f / 12.0f, 0.0f, 8.0f / 12.0f, -1.0f / 12.0f};
-
 struct ScaleOp {
   float* arr;
   int pitch;
@@ -231,38 +228,21 @@ void CudaBackend::warpMotion(float* out, const float* u, const float* v, const f
   forEachPixel("Warping", height, width, WarpOp{out, u, v, src, first, nChan, confidence, height, width, pitch});
 }
 
-// Per channel: the eight derivative planes (first derivatives of frame 1, the
-// difference to the warped frame 2 and their derivatives), then both tensors
-// accumulate the channel's terms.
-void CudaBackend::makeST(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
-                         int height, int width, int pitch, int nChan) {
+void CudaBackend::diff(float* c, const float* a, const float* b, int height, int width, int pitch) {
+  checkPlane("Diff", height, width, pitch);
+  forEachPixel("Diff", height, width, DiffOp{c, a, b, pitch});
+}
+
+void CudaBackend::brightnessTensor(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* conf,
+                                   int height, int width, int pitch) {
   checkPlane("MakeST", height, width, pitch);
-  const std::size_t plane = static_cast<std::size_t>(pitch) * height;
-  float* Ix = scratch(0, 8 * plane);
-  float* Iy = Ix + plane;
-  float* Iz = Iy + plane;
-  float* Ixx = Iz + plane;
-  float* Ixy = Ixx + plane;
-  float* Iyy = Ixy + plane;
-  float* Ixz = Iyy + plane;
-  float* Iyz = Ixz + plane;
-  float* mask = scratch(2, kMaxMaskLength);
-  VEMO_CUDA_CALL(cudaMemcpy(mask, kDerivative5, sizeof kDerivative5, cudaMemcpyHostToDevice));
-  const bool tiled = 5 < kSmallMaskLimit;
-  for (int c = 0; c < nChan; ++c) {
-    const float* I1 = frame1 + c * plane;
-    const float* I2 = warped + c * plane;
-    rowPass(Ix, I1, height, width, pitch, mask, 5, tiled);
-    columnPass(Iy, I1, height, width, pitch, mask, 5, tiled);
-    forEachPixel("Diff", height, width, DiffOp{Iz, I2, I1, pitch});
-    rowPass(Ixx, Ix, height, width, pitch, mask, 5, tiled);
-    columnPass(Ixy, Ix, height, width, pitch, mask, 5, tiled);
-    columnPass(Iyy, Iy, height, width, pitch, mask, 5, tiled);
-    rowPass(Ixz, Iz, height, width, pitch, mask, 5, tiled);
-    columnPass(Iyz, Iz, height, width, pitch, mask, 5, tiled);
-    forEachPixel("MakeST", height, width, BrightnessTensorOp{ST, Ix, Iy, Iz, conf, height, width, pitch});
-    forEachPixel("MakeST2", height, width, GradientTensorOp{ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch});
-  }
+  forEachPixel("MakeST", height, width, BrightnessTensorOp{ST, Ix, Iy, Iz, conf, height, width, pitch});
+}
+
+void CudaBackend::gradientTensor(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
+                                 const float* Iyz, const float* conf, int height, int width, int pitch) {
+  checkPlane("MakeST2", height, width, pitch);
+  forEachPixel("MakeST2", height, width, GradientTensorOp{ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch});
 }
 
 }  // namespace flowcore
