@@ -25,8 +25,8 @@ class ExtraStages {
   virtual void sorIteration(const float* devMatrix, const float* rhs, float* du, float* dv, int height, int width,
                             int term, float omega, int pitch) = 0;
 
-  // c = a - b, c = a * b and x <- sqrt(x + 1e-6) over height x width.
-  virtual void diff(float* c, const float* a, const float* b, int height, int width, int pitch) = 0;
+  // c = a * b and x <- sqrt(x + 1e-6) over height x width (the difference is
+  // Backend::diff).
   virtual void mult(float* c, const float* a, const float* b, int height, int width, int pitch) = 0;
   virtual void psi(float* x, int height, int width, int pitch) = 0;
 

@@ -7,6 +7,10 @@
 
 namespace flowcore {
 
+// Longest mask (all taps of a 2-D one) that the filters of either backend
+// accept: the size of the device's mask store.
+constexpr int kMaxMaskLength = 4096;
+
 // Number of taps for a given sigma: (int)(6 sigma) rounded up to odd, so
 // 0.8 -> 5, 1.0 -> 7, 2.0 -> 13, anything below 1/6 -> 1.
 int gaussianMaskLength(float sigma);

@@ -70,7 +70,7 @@ float gObjectiveValue(Backend& backend, ExtraStages& stages, const float* frame1
   float* VY = VX + P;
 
   backend.warpMotion(warped, u, v, frame2, frame1, kChannels, mask, height, width, pitch);
-  stages.diff(D, warped, frame1, rows, width, pitch);
+  backend.diff(D, warped, frame1, rows, width, pitch);
   const float gradSum = gradientTerm(backend, stages, D, GX, GY, rows, width, pitch);
 
   stages.mult(D, D, D, rows, width, pitch);

@@ -5,10 +5,11 @@
 // refused (message on stderr, std::invalid_argument).
 #pragma once
 
+#include "gpu/filter_masks.h"
+
 namespace flowcore::cpu {
 
-// Longest mask the device filters can hold.
-constexpr int kMaxMaskLength = 4096;
+using ::flowcore::kMaxMaskLength;
 
 // Horizontal pass. Distinct buffers and length < 8: the tiled short-mask rule
 // (borders depend on the 16-column blocks). Otherwise, including out == in:

@@ -25,11 +25,6 @@ void CpuExtraStages::sorIteration(const float* devMatrix, const float* rhs, floa
   });
 }
 
-void CpuExtraStages::diff(float* c, const float* a, const float* b, int height, int width, int pitch) {
-  cpu::checkPlane("diff", height, width, pitch);
-  cpu::forEachPixel(height, width, [&](int x, int y) { diffAt(c, a, b, pitch, x, y); });
-}
-
 void CpuExtraStages::mult(float* c, const float* a, const float* b, int height, int width, int pitch) {
   cpu::checkPlane("mult", height, width, pitch);
   cpu::forEachPixel(height, width, [&](int x, int y) { Mult_kernel(c, a, b, pitch, x, y); });

@@ -8,6 +8,7 @@
 #include "backends/cuda/cuda_arguments.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
+#include "gpu/filter_masks.h"
 #include "gpu/backend.h"
 #include "pixel/convolve.h"
 #include "pixel/elementwise.h"
@@ -22,9 +23,6 @@ using cuda::checkPlane;
 using cuda::forEachPixel;
 using cuda::refuseArguments;
 
-// Longest mask (all taps of a 2-D one) accepted, as on the CPU.
-constexpr int kMaxMaskLength = 4096;
-
 // One colour of red-black SOR. A thread per pixel of the row; pixels of the
 // other colour do nothing. A pass reads only the other colour (and the pixel
 // itself), so the result does not depend on the order of the threads.
@@ -37,13 +35,6 @@ struct SorOp {
   __device__ void operator()(int x, int y) const {
     if (((x + y) & 1) == term) SORiteration_mem_opt_kernel(A, rhs, du, dv, height, width, omega, pitch, x, y);
   }
-};
-
-struct DiffOp {
-  float* c;
-  const float *a, *b;
-  int pitch;
-  __device__ void operator()(int x, int y) const { diffAt(c, a, b, pitch, x, y); }
 };
 
 struct MultOp {
@@ -92,11 +83,6 @@ void CudaExtraStages::sorIteration(const float* devMatrix, const float* rhs, flo
   checkPlane("sorIteration", height, width, pitch);
   if (term != 0 && term != 1) refuseArguments("sorIteration: colour must be 0 or 1, got " + std::to_string(term));
   forEachPixel("SOR", height, width, SorOp{devMatrix, rhs, du, dv, height, width, term, omega, pitch});
-}
-
-void CudaExtraStages::diff(float* c, const float* a, const float* b, int height, int width, int pitch) {
-  checkPlane("diff", height, width, pitch);
-  forEachPixel("Diff", height, width, DiffOp{c, a, b, pitch});
 }
 
 void CudaExtraStages::mult(float* c, const float* a, const float* b, int height, int width, int pitch) {

@@ -42,7 +42,7 @@ TEST_F(CudaAgainstCpu, SorEnergyRulesAndDenseFilterAgreeBitForBit) {
   for (ExtraStages* x : {cx.get(), gx.get()}) {
     const bool c = x == cx.get();
     auto P = [c](const Twin& t) { return c ? t.c() : t.g(); };
-    x->diff(P(d), P(p), P(q), H, W, pitch);
+    (c ? cpu() : gpu()).diff(P(d), P(p), P(q), H, W, pitch);
     x->mult(P(d), P(d), P(d), H, W, pitch);
     x->psi(P(d), H, W, pitch);
   }

@@ -10,6 +10,7 @@
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
+#include "gpu/filter_masks.h"
 #include "pixel/convolve.h"
 #include "pixel/elementwise.h"
 #include "pixel/motion_tensor.h"
@@ -23,9 +24,6 @@ namespace {
 using cuda::checkPlane;
 using cuda::forEachPixel;
 using cuda::refuseArguments;
-
-// Longest filter mask accepted, as on the CPU backend.
-constexpr int kMaxMaskLength = 4096;
 
 struct ScaleOp {
   float* arr;
