@@ -8,21 +8,17 @@
 
 #include "driver/flow_picture.h"
 #include "image/exceptions.h"
+#include "support/flow_fields.h"
 
 namespace {
 
-CTensor<float> field(int width, int height, float u, float v) {
-  CTensor<float> flow(width, height, 2);
-  for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width; ++x) flow(x, y, 0) = u, flow(x, y, 1) = v;
-  return flow;
-}
+using vemotest::constantFlow;
 
 }  // namespace
 
 TEST(FlowMetrics, UnknownTruthIsLeftOutAndBandsFollowTheTrueMotion) {
   // Four pixels of 2 x 2, truth lengths 5, 20, 50 and unknown.
-  CTensor<float> truth = field(2, 2, 0.0f, 0.0f);
+  CTensor<float> truth = constantFlow(2, 2, 0.0f, 0.0f);
   truth(0, 0, 0) = 3.0f, truth(0, 0, 1) = 4.0f;   // |t| = 5: band < 10
   truth(1, 0, 0) = 20.0f;                          // band 10..40
   truth(0, 1, 1) = -50.0f;                         // band > 40
@@ -62,8 +58,8 @@ TEST(FlowMetrics, UnknownTruthIsLeftOutAndBandsFollowTheTrueMotion) {
 }
 
 TEST(FlowMetrics, EmptyBandsAndAllUnknownGiveNullNotGarbageAndSizesMustMatch) {
-  const CTensor<float> truth = field(3, 2, 1e9f, 0.0f);
-  const FlowMetrics m = evaluateFlow(field(3, 2, 1.0f, 1.0f), truth);
+  const CTensor<float> truth = constantFlow(3, 2, 1e9f, 0.0f);
+  const FlowMetrics m = evaluateFlow(constantFlow(3, 2, 1.0f, 1.0f), truth);
   EXPECT_EQ(m.known, 0u);
   EXPECT_TRUE(std::isnan(m.epe));
   const std::string json = metricsJson(m);
@@ -73,12 +69,12 @@ TEST(FlowMetrics, EmptyBandsAndAllUnknownGiveNullNotGarbageAndSizesMustMatch) {
   EXPECT_NE(metricsText(m).find("n/a"), std::string::npos);
 
   testing::internal::CaptureStderr();
-  EXPECT_THROW(evaluateFlow(field(3, 2, 0, 0), field(2, 3, 0, 0)), ETensorIncompatibleSize);
+  EXPECT_THROW(evaluateFlow(constantFlow(3, 2, 0, 0), constantFlow(2, 3, 0, 0)), ETensorIncompatibleSize);
   testing::internal::GetCapturedStderr();
 }
 
 TEST(FlowPicture, MaxFlowSetsFullBrightnessAndUnknownVectorsAreBlack) {
-  CTensor<float> flow = field(3, 1, 0.0f, 0.0f);
+  CTensor<float> flow = constantFlow(3, 1, 0.0f, 0.0f);
   flow(0, 0, 0) = 4.0f;                   // right, length 4
   flow(1, 0, 0) = 2.0f;                   // half as long
   flow(2, 0, 0) = 1e9f;                   // unknown
@@ -95,7 +91,7 @@ TEST(FlowPicture, MaxFlowSetsFullBrightnessAndUnknownVectorsAreBlack) {
 
   // The legend adds a square panel on the right whose centre is black (no
   // motion) and whose corners are white background.
-  const CTensor<float> tall = field(10, 40, 1.0f, 0.0f);
+  const CTensor<float> tall = constantFlow(10, 40, 1.0f, 0.0f);
   picture = flowPicture(tall, 1.0f, true);
   EXPECT_EQ(picture.xSize, 50);
   EXPECT_EQ(picture.ySize, 40);

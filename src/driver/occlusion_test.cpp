@@ -7,15 +7,11 @@
 #include <limits>
 
 #include "image/exceptions.h"
+#include "support/flow_fields.h"
 
 namespace {
 
-CTensor<float> constantFlow(int width, int height, float u, float v) {
-  CTensor<float> flow(width, height, 2);
-  for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width; ++x) flow(x, y, 0) = u, flow(x, y, 1) = v;
-  return flow;
-}
+using vemotest::constantFlow;
 
 }  // namespace
 
