@@ -64,15 +64,15 @@ double seconds() {
 // Tells the factory which backend to use and says when it is not the one
 // that was asked for.
 std::string selectBackend(DeviceChoice device) {
-  const bool gpu = flowcore::cudaDeviceUsable();
+  const flowcore::CudaProbe& probe = flowcore::probeCudaDevice();
   flowcore::requestBackend(device == DeviceChoice::Cpu    ? flowcore::BackendRequest::Cpu
                        : device == DeviceChoice::Cuda ? flowcore::BackendRequest::Cuda
                                                       : flowcore::BackendRequest::Auto);
   const std::string chosen = flowcore::chosenBackendName();
-  const bool wantedCuda = device == DeviceChoice::Cuda || (device == DeviceChoice::Auto && gpu);
-  if (wantedCuda && chosen != "cuda") {
-    std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kProgram,
-                 gpu ? "this build has no CUDA backend" : "no usable CUDA GPU was found", chosen.c_str());
+  if (device == DeviceChoice::Cuda && chosen != "cuda") {
+    const std::string why = probe.present ? probe.reason : "no usable CUDA GPU was found";
+    std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kProgram, why.c_str(),
+                 chosen.c_str());
   }
   return chosen;
 }

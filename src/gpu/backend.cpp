@@ -24,6 +24,28 @@ float Backend::updatePrecondition(const float* A, float* du, const float* p, flo
   return dot(r, z, 2 * height, width, pitch);
 }
 
+void Backend::cgBegin(const float* r, const float* z, int height, int width, int pitch) {
+  cgStart(cg_, dot(r, z, 2 * height, width, pitch));
+}
+
+bool Backend::cgActive() { return cg_.active != 0; }
+
+void Backend::cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) {
+  if (cg_.active != 0) cgStep(cg_, productDot(A, p, q, height, width, pitch));
+}
+
+void Backend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
+                            int width, int pitch) {
+  if (cg_.active != 0) cgStep(cg_, nextDirectionProductDot(A, p, z, cg_.beta, pNext, q, height, width, pitch));
+}
+
+void Backend::cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,
+                       int width, int pitch) {
+  if (cg_.active != 0) cgFinish(cg_, updatePrecondition(A, du, p, r, q, cg_.alpha, z, height, width, pitch));
+}
+
+int Backend::cgIterations() { return cg_.iterations; }
+
 void Backend::assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
                                     const float* geoV, const float* geoConf, int height, int width, int pitch,
                                     float alpha, float beta, float gamma) {

@@ -21,6 +21,8 @@
 #include <string>
 #include <utility>
 
+#include "pixel/cg_scalars.h"
+
 namespace flowcore {
 
 class Backend;
@@ -211,12 +213,35 @@ class Backend {
   virtual float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,
                                    float* z, int height, int width, int pitch);
 
+  // The steps of one conjugate-gradient solve (gPCG), on scalars that the
+  // backend keeps (CgScalars). Each step does nothing once the solve has
+  // converged, so a backend may run them without waiting to learn whether it
+  // has; the defaults compose the fused passes above on host scalars.
+  //
+  // rz = r . z; the solve goes on unless |rz| is below the tolerance.
+  virtual void cgBegin(const float* r, const float* z, int height, int width, int pitch);
+  // Whether the solve may still be going on. A backend that would have to
+  // wait for the answer may say true: the steps then do nothing.
+  virtual bool cgActive();
+  // q = A p; alpha = rz / (p . q).
+  virtual void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch);
+  // pNext = beta p + z; q = A pNext; alpha = rz / (pNext . q).
+  virtual void cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
+                             int width, int pitch);
+  // du += alpha p, r -= alpha q, z = block-Jacobi(r); then beta and rz from
+  // the new r . z, and one more iteration counted.
+  virtual void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,
+                        int width, int pitch);
+  // Updates applied by the solve (waits for it to finish).
+  virtual int cgIterations();
+
   // Called by Buffer: frees memory that allocate() returned. Never throws.
   virtual void release(float* data) noexcept = 0;
 
  private:
   std::size_t bytesInUse_ = 0;
   std::size_t peakBytes_ = 0;
+  CgScalars cg_;
 };
 
 inline void Buffer::reset() noexcept {

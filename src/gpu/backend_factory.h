@@ -17,8 +17,10 @@ void requestBackend(BackendRequest request);
 // request that cannot be met is reported rather than silently replaced.
 const char* chosenBackendName();
 
-// The backend of this build: the CPU backend for now; a GPU backend joins
-// here once it exists.
+// The backend under the current request: CUDA when asked for or left to the
+// factory and a usable GPU is present, the CPU backend otherwise. Left to the
+// factory, the environment variable VEMO_DEVICE (cpu or cuda) decides; a GPU
+// that is present but unusable is reported once on standard error.
 std::unique_ptr<Backend> makeBackend();
 
 }  // namespace flowcore

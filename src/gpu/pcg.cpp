@@ -14,7 +14,6 @@ int gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, fl
     std::fprintf(stderr, "gPCG: dv must start one plane (%zu floats) after du\n", plane);
     throw BackendError("gPCG: du and dv are not consecutive planes");
   }
-  const int rows = 2 * height;
   backend.clear(tmp.r, 2 * plane);
   backend.clear(tmp.z, 2 * plane);
   backend.clear(tmp.p, 2 * plane);
@@ -24,31 +23,24 @@ int gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, fl
   backend.blockJacobi(devMatrix, tmp.r, tmp.z, height, width, pitch);
   backend.copy(tmp.p, tmp.z, 2 * plane);
 
-  // r . z of the current residual. The update pass returns the next one, so
-  // each iteration needs two reductions: p . q and the new r . z. The
-  // convergence test comes before the product, which is not needed once the
-  // solver stops. The direction update p <- beta p + z of one iteration is
-  // done by the product pass of the next, into the other direction buffer.
+  // Each iteration needs two reductions: p . q and the new r . z, both
+  // consumed where the backend keeps the solver's scalars. The convergence
+  // test comes before the product, which is not needed once the solver stops.
+  // The direction update p <- beta p + z of one iteration is done by the
+  // product pass of the next, into the other direction buffer.
   float* p = tmp.p;
   float* pOther = tmp.pNext;
-  float rz = backend.dot(tmp.r, tmp.z, rows, width, pitch);
-  float beta = 0.0f;
-  int k = 0;
-  for (; k < iterations; ++k) {
-    if (std::fabs(static_cast<double>(rz)) < kPcgTolerance) break;
-    float pq;
+  backend.cgBegin(tmp.r, tmp.z, height, width, pitch);
+  for (int k = 0; k < iterations && backend.cgActive(); ++k) {
     if (k == 0) {
-      pq = backend.productDot(devMatrix, p, tmp.q, height, width, pitch);
+      backend.cgFirstProduct(devMatrix, p, tmp.q, height, width, pitch);
     } else {
-      pq = backend.nextDirectionProductDot(devMatrix, p, tmp.z, beta, pOther, tmp.q, height, width, pitch);
+      backend.cgNextProduct(devMatrix, p, tmp.z, pOther, tmp.q, height, width, pitch);
       std::swap(p, pOther);
     }
-    const float a = rz / pq;
-    const float rzNext = backend.updatePrecondition(devMatrix, du, p, tmp.r, tmp.q, a, tmp.z, height, width, pitch);
-    beta = rzNext / rz;
-    rz = rzNext;
+    backend.cgUpdate(devMatrix, du, p, tmp.r, tmp.q, tmp.z, height, width, pitch);
   }
-  return k;
+  return backend.cgIterations();
 }
 
 }  // namespace flowcore

@@ -4,12 +4,9 @@
 
 #include "gpu/backend.h"
 #include "gpu/scratch.h"
+#include "pixel/cg_scalars.h"
 
 namespace flowcore {
-
-// The solver stops early once |r . z| (the preconditioned residual product)
-// falls below this absolute threshold.
-constexpr double kPcgTolerance = 1e-5;
 
 // Refines (du, dv) in place, warm-starting from the values given, with at most
 // `iterations` updates. du and dv must be consecutive planes (dv = du +

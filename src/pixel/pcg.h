@@ -96,35 +96,43 @@ VEMO_INLINE void productPixel(const float* A, const float* du, const float* dv, 
 }
 
 // computeResidual_opt_kernel at index i: residual = rhs - A (du, dv), the
-// block subtracted first, then each neighbour term in turn.
-VEMO_INLINE void residualAt(const float* A, const float* rhs, const float* du, const float* dv, int i, int plane,
-                            int pitch, Neighbours n, float* residual) {
+// block subtracted first, then each neighbour term in turn; the components
+// read through `du` and `dv` as in productAtWith.
+template <class ReadU, class ReadV>
+VEMO_INLINE void residualAtWith(const float* A, const float* rhs, ReadU du, ReadV dv, int i, int plane, int pitch,
+                                Neighbours n, float* residual) {
   const float a11 = A[i + kA11 * plane], a22 = A[i + kA22 * plane];
-  const float u0 = du[i], v0 = dv[i];
+  const float u0 = du(i), v0 = dv(i);
   float ru = rhs[i] - fmaf(A[i + kA12Product * plane], v0, a11 * u0);
   float rv = rhs[i + plane] - fmaf(a22, v0, A[i + kA12Precond * plane] * u0);
   if (n.north) {
     const float c = A[i + kNorth * plane];
-    ru = fmaf(-c, du[i - pitch], ru);
-    rv = fmaf(-c, dv[i - pitch], rv);
+    ru = fmaf(-c, du(i - pitch), ru);
+    rv = fmaf(-c, dv(i - pitch), rv);
   }
   if (n.west) {
     const float c = A[i + kWest * plane];
-    ru = fmaf(-c, du[i - 1], ru);
-    rv = fmaf(-c, dv[i - 1], rv);
+    ru = fmaf(-c, du(i - 1), ru);
+    rv = fmaf(-c, dv(i - 1), rv);
   }
   if (n.east) {
     const float c = A[i + kEast * plane];
-    ru = fmaf(-c, du[i + 1], ru);
-    rv = fmaf(-c, dv[i + 1], rv);
+    ru = fmaf(-c, du(i + 1), ru);
+    rv = fmaf(-c, dv(i + 1), rv);
   }
   if (n.south) {
     const float c = A[i + kSouth * plane];
-    ru = fmaf(-c, du[i + pitch], ru);
-    rv = fmaf(-c, dv[i + pitch], rv);
+    ru = fmaf(-c, du(i + pitch), ru);
+    rv = fmaf(-c, dv(i + pitch), rv);
   }
   residual[i] = ru;
   residual[i + plane] = rv;
+}
+
+// The residual at index i from stored vectors.
+VEMO_INLINE void residualAt(const float* A, const float* rhs, const float* du, const float* dv, int i, int plane,
+                            int pitch, Neighbours n, float* residual) {
+  residualAtWith(A, rhs, VectorRead{du}, VectorRead{dv}, i, plane, pitch, n, residual);
 }
 
 // computeResidual_opt_kernel at pixel (x, y).

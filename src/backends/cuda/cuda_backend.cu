@@ -32,6 +32,8 @@ CudaBackend::~CudaBackend() {
   }
   if (rowSums_ != nullptr) cudaFree(rowSums_);
   rowSums_ = nullptr;
+  if (cgScalars_ != nullptr) cudaFree(cgScalars_);
+  cgScalars_ = nullptr;
   for (auto& entry : cache_) cudaFree(entry.second);
   cache_.clear();
 }

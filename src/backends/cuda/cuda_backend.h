@@ -115,9 +115,31 @@ class CudaBackend : public Backend {
   float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
                            int height, int width, int pitch) override;
 
+  // The solver scalars stay on the device: the reductions of the conjugate
+  // gradient write them and the next passes read them, so a solve is issued
+  // without any wait; cgIterations() is its only transfer to the host.
+  void cgBegin(const float* r, const float* z, int height, int width, int pitch) override;
+  bool cgActive() override;
+  void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) override;
+  void cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height, int width,
+                     int pitch) override;
+  void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height, int width,
+                int pitch) override;
+  int cgIterations() override;
+
   void release(float* data) noexcept override;
 
+  // Where a reduction's total goes: back to the host (dot()), or into the
+  // solver scalars as the first r . z, a p . q, or a new r . z.
+  enum class DotUse { Host, Start, Step, Finish };
+
  private:
+  // Issues the two kernels of a dot product; the double total lands in
+  // rowSums(rows)[rows] and, unless `use` is Host, in the solver scalars.
+  void reduce(const float* x, const float* y, int rows, int width, int pitch, DotUse use);
+  // The device copy of the current solve's scalars.
+  CgScalars* cgScalars();
+
   // Device scratch of at least `floats` floats in slot `slot`, grown and
   // never shrunk, holding whatever its last user left. Slot 0: unused;
   // slot 1: the copy of a plane filtered in place, or of an overlapping range
@@ -138,6 +160,7 @@ class CudaBackend : public Backend {
   std::size_t scratchFloats_[kScratchSlots] = {};
   double* rowSums_ = nullptr;
   int rowSumCapacity_ = 0;
+  CgScalars* cgScalars_ = nullptr;
 };
 
 }  // namespace flowcore

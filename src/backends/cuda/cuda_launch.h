@@ -19,6 +19,14 @@ inline dim3 pixelGrid(int height, int width) {
 
 inline dim3 pixelBlock() { return dim3(kBlockSize, kBlockSize); }
 
+// pixelGrid() for a launch labelled `label`, refusing a region whose rows
+// exceed the grid's second dimension (at most 65535 blocks).
+inline dim3 checkedPixelGrid(const char* label, int height, int width) {
+  if ((height + kBlockSize - 1) / kBlockSize > 65535)
+    refuseArguments(std::string(label) + ": " + std::to_string(height) + " rows exceed the launch grid");
+  return pixelGrid(height, width);
+}
+
 // Calls op(x, y) for every pixel of a height x width region. `Op` is a
 // small struct of plain pointers and sizes with a device call operator.
 template <class Op>
@@ -32,10 +40,7 @@ __global__ void pixelKernel(Op op, int height, int width) {
 template <class Op>
 void forEachPixel(const char* label, int height, int width, const Op& op) {
   if (height < 1 || width < 1) return;
-  // The grid's second dimension holds at most 65535 blocks.
-  if ((height + kBlockSize - 1) / kBlockSize > 65535)
-    refuseArguments(std::string(label) + ": " + std::to_string(height) + " rows exceed the launch grid");
-  pixelKernel<<<pixelGrid(height, width), pixelBlock()>>>(op, height, width);
+  pixelKernel<<<checkedPixelGrid(label, height, width), pixelBlock()>>>(op, height, width);
   VEMO_CUDA_LAUNCHED(label);
 }
 

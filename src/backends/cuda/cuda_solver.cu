@@ -98,24 +98,6 @@ struct AssembleOp {
   }
 };
 
-struct ResidualOp {
-  const float *A, *rhs, *du, *dv;
-  int height, width, pitch;
-  float* res;
-  __device__ void operator()(int x, int y) const {
-    residualAt(A, rhs, du, dv, y * pitch + x, pitch * height, pitch, neighboursOf(x, y, height, width), res);
-  }
-};
-
-struct ProductOp {
-  const float *A, *du, *dv;
-  int height, width, pitch;
-  float* res;
-  __device__ void operator()(int x, int y) const {
-    productPixelAt(A, du, dv, y * pitch + x, pitch * height, pitch, neighboursOf(x, y, height, width), res);
-  }
-};
-
 struct BlockJacobiOp {
   const float *A, *in;
   float* out;
@@ -142,34 +124,128 @@ struct ScaleAndAddOp {
   __device__ void operator()(int x, int y) const { scaleAndAddElement(acc, b, s, y * pitch + x); }
 };
 
-struct NextDirectionOp {
-  DirectionRead next;
-  float* pNext;
-  int pitch;
-  __device__ void operator()(int x, int y) const {
-    const int i = y * pitch + x;
-    pNext[i] = next(i);
+// ---- tiled product and residual --------------------------------------
+//
+// A block stages the two planes of the vector it multiplies in shared memory:
+// 18 x 18 tiles (its 16 x 16 pixels and a one-pixel halo), filled
+// cooperatively, zero outside the image. Each pixel then reads its four
+// neighbours from the tiles. The per-pixel functions only read neighbours
+// that exist, so the values are those of the plain loads.
+constexpr int kTile = kBlockSize + 2;
+
+// Reads a vector component from a tile: `i0` is the plane index of the
+// thread's pixel and `t0` its tile index; the solver rows only ask for i0 and
+// its four neighbours.
+struct TileRead {
+  const float* tile;
+  int i0, t0, pitch;
+  __device__ float operator()(int j) const {
+    const int d = j - i0;
+    return tile[t0 + (d == pitch ? kTile : d == -pitch ? -kTile : d)];
   }
 };
 
+// Cell (tx, ty) of the tiles takes the two components of pixel
+// (16 bx + tx - 1, 16 by + ty - 1), or 0 outside the image.
+template <class ReadU, class ReadV>
+__device__ void fillTiles(float* tu, float* tv, ReadU readU, ReadV readV, int height, int width, int pitch) {
+  for (int ty = threadIdx.y; ty < kTile; ty += kBlockSize) {
+    for (int tx = threadIdx.x; tx < kTile; tx += kBlockSize) {
+      const int gx = static_cast<int>(blockIdx.x) * kBlockSize + tx - 1;
+      const int gy = static_cast<int>(blockIdx.y) * kBlockSize + ty - 1;
+      const bool inside = gx >= 0 && gy >= 0 && gx < width && gy < height;
+      const int j = gy * pitch + gx;
+      tu[ty * kTile + tx] = inside ? readU(j) : 0.0f;
+      tv[ty * kTile + tx] = inside ? readV(j) : 0.0f;
+    }
+  }
+  __syncthreads();
+}
+
+// q = A (du, dv), or with `z` given: pNext = beta p + z and q = A pNext, p
+// and z being two consecutive planes (du, dv = du + plane). With `gate`
+// given, beta comes from the solver scalars and nothing is done once the
+// solve stopped.
+__global__ void tiledProductKernel(const float* A, const float* du, const float* dv, const float* z, float beta,
+                                   float* pNext, float* q, const CgScalars* gate, int height, int width, int pitch) {
+  if (gate != nullptr) {
+    if (gate->active == 0) return;
+    beta = gate->beta;
+  }
+  __shared__ float tu[kTile * kTile];
+  __shared__ float tv[kTile * kTile];
+  const int plane = pitch * height;
+  if (z != nullptr)
+    fillTiles(tu, tv, DirectionRead{du, z, beta}, DirectionRead{du + plane, z + plane, beta}, height, width, pitch);
+  else
+    fillTiles(tu, tv, VectorRead{du}, VectorRead{dv}, height, width, pitch);
+  const int x = blockIdx.x * kBlockSize + threadIdx.x;
+  const int y = blockIdx.y * kBlockSize + threadIdx.y;
+  if (x >= width || y >= height) return;
+  const int i = y * pitch + x;
+  const int t0 = (threadIdx.y + 1) * kTile + threadIdx.x + 1;
+  if (z != nullptr) {
+    pNext[i] = tu[t0];
+    pNext[i + plane] = tv[t0];
+  }
+  float ru, rv;
+  productAtWith(A, TileRead{tu, i, t0, pitch}, TileRead{tv, i, t0, pitch}, i, plane, pitch,
+                neighboursOf(x, y, height, width), ru, rv);
+  q[i] = ru;
+  q[i + plane] = rv;
+}
+
+__global__ void tiledResidualKernel(const float* A, const float* rhs, const float* du, const float* dv, float* res,
+                                    int height, int width, int pitch) {
+  __shared__ float tu[kTile * kTile];
+  __shared__ float tv[kTile * kTile];
+  const int plane = pitch * height;
+  fillTiles(tu, tv, VectorRead{du}, VectorRead{dv}, height, width, pitch);
+  const int x = blockIdx.x * kBlockSize + threadIdx.x;
+  const int y = blockIdx.y * kBlockSize + threadIdx.y;
+  if (x >= width || y >= height) return;
+  const int i = y * pitch + x;
+  const int t0 = (threadIdx.y + 1) * kTile + threadIdx.x + 1;
+  residualAtWith(A, rhs, TileRead{tu, i, t0, pitch}, TileRead{tv, i, t0, pitch}, i, plane, pitch,
+                 neighboursOf(x, y, height, width), res);
+}
+
 // du += a p and r -= a q on both planes, then z = block-Jacobi(r) at the
 // pixel: the pixel reads only its own entries of r, so one pass does both.
-struct UpdatePreconditionOp {
-  const float* A;
-  float* du;
-  const float* p;
-  float* r;
-  const float* q;
-  float a;
-  float* z;
-  int pitch, plane;
-  __device__ void operator()(int x, int y) const {
-    const int i = y * pitch + x;
-    saxpy2Element(du, p, a, r, q, -a, i);
-    saxpy2Element(du + plane, p + plane, a, r + plane, q + plane, -a, i);
-    blockJacobiPixel(A, r, z, i, plane);
+// With `gate` given, a comes from the solver scalars and nothing is done once
+// the solve stopped.
+__global__ void updatePreconditionKernel(const float* A, float* du, const float* p, float* r, const float* q,
+                                         float a, float* z, const CgScalars* gate, int height, int width,
+                                         int pitch) {
+  if (gate != nullptr) {
+    if (gate->active == 0) return;
+    a = gate->alpha;
   }
-};
+  const int x = blockIdx.x * kBlockSize + threadIdx.x;
+  const int y = blockIdx.y * kBlockSize + threadIdx.y;
+  if (x >= width || y >= height) return;
+  const int i = y * pitch + x;
+  const int plane = pitch * height;
+  saxpy2Element(du, p, a, r, q, -a, i);
+  saxpy2Element(du + plane, p + plane, a, r + plane, q + plane, -a, i);
+  blockJacobiPixel(A, r, z, i, plane);
+}
+
+void launchProduct(const char* label, const float* A, const float* du, const float* dv, const float* z, float beta,
+                   float* pNext, float* q, const CgScalars* gate, int height, int width, int pitch) {
+  if (height < 1 || width < 1) return;
+  tiledProductKernel<<<cuda::checkedPixelGrid(label, height, width), cuda::pixelBlock()>>>(A, du, dv, z, beta, pNext, q, gate,
+                                                                             height, width, pitch);
+  VEMO_CUDA_LAUNCHED(label);
+}
+
+void launchUpdate(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
+                  const CgScalars* gate, int height, int width, int pitch) {
+  if (height < 1 || width < 1) return;
+  updatePreconditionKernel<<<cuda::checkedPixelGrid("UpdatePrecondition", height, width), cuda::pixelBlock()>>>(A, du, p, r, q, a, z, gate,
+                                                                                   height, width, pitch);
+  VEMO_CUDA_LAUNCHED("UpdatePrecondition");
+}
 
 }  // namespace
 
@@ -226,12 +302,15 @@ void CudaBackend::assembleSystem(const FPtmp& fp, const float* u, const float* v
 
 void CudaBackend::residual(const float* A, const float* rhs, const float* du, const float* dv, int height, int width,
                            int pitch, float* res) {
-  forEachPixel("Residual", height, width, ResidualOp{A, rhs, du, dv, height, width, pitch, res});
+  if (height < 1 || width < 1) return;
+  tiledResidualKernel<<<cuda::checkedPixelGrid("Residual", height, width), cuda::pixelBlock()>>>(A, rhs, du, dv, res, height, width,
+                                                                              pitch);
+  VEMO_CUDA_LAUNCHED("Residual");
 }
 
 void CudaBackend::product(const float* A, const float* du, const float* dv, int height, int width, int pitch,
                           float* res) {
-  forEachPixel("Product", height, width, ProductOp{A, du, dv, height, width, pitch, res});
+  launchProduct("Product", A, du, dv, nullptr, 0.0f, nullptr, res, nullptr, height, width, pitch);
 }
 
 void CudaBackend::blockJacobi(const float* A, const float* x, float* y, int height, int width, int pitch) {
@@ -248,21 +327,39 @@ void CudaBackend::scaleAndAdd(float* acc, const float* b, float s, int height, i
 }
 
 float CudaBackend::productDot(const float* A, const float* p, float* q, int height, int width, int pitch) {
-  product(A, p, p + static_cast<std::size_t>(pitch) * height, height, width, pitch, q);
+  const float* pv = p + static_cast<std::size_t>(pitch) * height;
+  launchProduct("Product", A, p, pv, nullptr, 0.0f, nullptr, q, nullptr, height, width, pitch);
   return dot(p, q, 2 * height, width, pitch);
 }
 
 float CudaBackend::nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext,
                                            float* q, int height, int width, int pitch) {
-  forEachPixel("NextDirection", 2 * height, width, NextDirectionOp{DirectionRead{p, z, beta}, pNext, pitch});
-  return productDot(A, pNext, q, height, width, pitch);
+  launchProduct("NextDirectionProduct", A, p, nullptr, z, beta, pNext, q, nullptr, height, width, pitch);
+  return dot(pNext, q, 2 * height, width, pitch);
 }
 
 float CudaBackend::updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,
                                       float* z, int height, int width, int pitch) {
-  forEachPixel("UpdatePrecondition", height, width,
-               UpdatePreconditionOp{A, du, p, r, q, a, z, pitch, pitch * height});
+  launchUpdate(A, du, p, r, q, a, z, nullptr, height, width, pitch);
   return dot(r, z, 2 * height, width, pitch);
+}
+
+void CudaBackend::cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) {
+  const float* pv = p + static_cast<std::size_t>(pitch) * height;
+  launchProduct("Product", A, p, pv, nullptr, 0.0f, nullptr, q, cgScalars(), height, width, pitch);
+  if (height >= 1 && width >= 1) reduce(p, q, 2 * height, width, pitch, DotUse::Step);
+}
+
+void CudaBackend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
+                                int width, int pitch) {
+  launchProduct("NextDirectionProduct", A, p, nullptr, z, 0.0f, pNext, q, cgScalars(), height, width, pitch);
+  if (height >= 1 && width >= 1) reduce(pNext, q, 2 * height, width, pitch, DotUse::Step);
+}
+
+void CudaBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,
+                           int width, int pitch) {
+  launchUpdate(A, du, p, r, q, 0.0f, z, cgScalars(), height, width, pitch);
+  if (height >= 1 && width >= 1) reduce(r, z, 2 * height, width, pitch, DotUse::Finish);
 }
 
 }  // namespace flowcore
