@@ -60,16 +60,31 @@ VEMO_INLINE float convolveSmallAt(const float* line, int step, int n, int pos,
   return sum;
 }
 
+// Correlation at line position `pos` with samples taken through `sample`
+// (a functor of the line position, which applies the border rule).
+template <class Sample>
+VEMO_INLINE float convolveTapsAt(Sample sample, int pos, const float* mask, int length) {
+  const int h = length / 2;
+  float sum = 0.0f;
+  for (int j = 0; j < length; ++j) sum = fmaf(mask[j], sample(pos + j - h), sum);
+  return sum;
+}
+
+// Samples of one line with clamp addressing: positions outside the line take
+// the nearest edge sample, as a texture with clamp addressing and point
+// filtering returns them.
+struct ClampedLine {
+  const float* line;
+  int step, n;
+  VEMO_INLINE float operator()(int p) const { return line[clampIndex(p, n) * step]; }
+};
+
 // Texture-path correlation at line position `pos`: samples outside the line
 // take the nearest edge sample (clamp addressing). Tap j weights offset
 // j - length/2; for even lengths only the `length` given taps are used.
 VEMO_INLINE float convolveClampAt(const float* line, int step, int n, int pos,
                                   const float* mask, int length) {
-  const int h = length / 2;
-  float sum = 0.0f;
-  for (int j = 0; j < length; ++j)
-    sum = fmaf(mask[j], line[clampIndex(pos + j - h, n) * step], sum);
-  return sum;
+  return convolveTapsAt(ClampedLine{line, step, n}, pos, mask, length);
 }
 
 // Full two-dimensional correlation at (x, y) with a row-major mask of

@@ -1,6 +1,6 @@
 // Set-up and tear-down of the CUDA backend. The stages live in
-// cuda_stages.cu and cuda_solver.cu, memory in cuda_memory.cu and the dot
-// product in cuda_reduce.cu.
+// cuda_stages.cu, cuda_convolve.cu and cuda_solver.cu, memory in
+// cuda_memory.cu and the dot product in cuda_reduce.cu.
 #include <cuda_runtime.h>
 
 #include <cstdio>
@@ -22,10 +22,17 @@ CudaBackend::CudaBackend() {
   if (pitchBytes < sizeof(float) || pitchBytes % sizeof(float) != 0)
     cuda::refuseArguments("CudaBackend: unexpected row alignment of " + std::to_string(pitchBytes) + " bytes");
   pitchAlignment_ = static_cast<int>(pitchBytes);
+  int device = 0;
+  VEMO_CUDA_CALL(cudaGetDevice(&device));
+  VEMO_CUDA_CALL(cudaDeviceGetAttribute(&maxTextureWidth_, cudaDevAttrMaxTexture2DWidth, device));
+  VEMO_CUDA_CALL(cudaDeviceGetAttribute(&maxTextureHeight_, cudaDevAttrMaxTexture2DHeight, device));
 }
 
 CudaBackend::~CudaBackend() {
   // No exit from a destructor: failures here are ignored.
+  releaseTexture();
+  for (auto& entry : masks_) cudaFree(entry.second);
+  masks_.clear();
   for (float*& s : scratch_) {
     if (s != nullptr) cudaFree(s);
     s = nullptr;

@@ -6,8 +6,11 @@
 // stages give the same values bit for bit (the build forbids contraction on
 // both sides; every fused multiply-add is explicit; division and square root
 // are correctly rounded on both). Only the dot products differ in summation
-// order: see dot(). Bilinear and clamped reads use plain loads with exact
-// weights (pixel/sample.h), not the texture unit, for the same reason.
+// order: see dot(). Bilinear reads (enlargement, warping) use plain loads with
+// exact weights (pixel/sample.h), not the texture unit's linear filtering,
+// whose weights are rounded to 1/256, for the same reason; the filters'
+// clamped reads go through textures with point filtering, which return
+// texels unchanged.
 //
 // The matching and extra stages have their own executors
 // (cuda_matching_stages.h, cuda_extra_stages.h), made by
@@ -23,6 +26,7 @@
 #include <cstddef>
 #include <map>
 #include <unordered_map>
+#include <vector>
 
 #include "gpu/backend.h"
 
@@ -139,11 +143,20 @@ class CudaBackend : public Backend {
   void reduce(const float* x, const float* y, int rows, int width, int pitch, DotUse use);
   // The device copy of the current solve's scalars.
   CgScalars* cgScalars();
+  // One filter pass (cuda_convolve.cu).
+  void convolve(bool alongX, float* out, const float* in, int height, int width, int pitch, const float* mask,
+                int length);
+  // The device copy of a host mask, uploaded on first use.
+  const float* deviceMask(const float* mask, int length);
+  // A texture object (point filtering, clamp addressing) over a CUDA array
+  // holding a copy of the plane `in`; the array is kept while the size stays.
+  unsigned long long textureOf(const float* in, int height, int width, int pitch);
+  void releaseTexture() noexcept;
 
   // Device scratch of at least `floats` floats in slot `slot`, grown and
-  // never shrunk, holding whatever its last user left. Slot 0: unused;
-  // slot 1: the copy of a plane filtered in place, or of an overlapping range
-  // moved by copy(); slot 2: a filter mask.
+  // never shrunk, holding whatever its last user left. Slot 1: the copy of
+  // an overlapping range moved by copy(), or of a plane filtered without a
+  // texture; slots 0 and 2: unused.
   float* scratch(int slot, std::size_t floats);
   // Device buffer for the row sums and the result of dot().
   double* rowSums(int rows);
@@ -161,6 +174,14 @@ class CudaBackend : public Backend {
   double* rowSums_ = nullptr;
   int rowSumCapacity_ = 0;
   CgScalars* cgScalars_ = nullptr;
+  static constexpr std::size_t kMaxStoredMasks = 64;
+  std::map<std::vector<float>, float*> masks_;
+  // The filter texture: a cudaArray_t and a cudaTextureObject_t, held
+  // opaquely so that host code needs no CUDA headers.
+  void* textureArray_ = nullptr;
+  unsigned long long texture_ = 0;
+  int textureWidth_ = 0, textureHeight_ = 0;
+  int maxTextureWidth_ = 0, maxTextureHeight_ = 0;
 };
 
 }  // namespace flowcore

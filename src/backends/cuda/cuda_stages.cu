@@ -1,6 +1,6 @@
-// Element-wise stages, separable filters, resampling, warping and motion
-// tensors of the CUDA backend. Each kernel thread computes one pixel with the
-// per-pixel function that the CPU backend calls for it.
+// Element-wise stages, resampling, warping and motion tensors of the CUDA
+// backend (the filters are in cuda_convolve.cu). Each kernel thread computes
+// one pixel with the per-pixel function that the CPU backend calls for it.
 #include <cuda_runtime.h>
 
 #include <cstddef>
@@ -10,8 +10,6 @@
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
-#include "gpu/filter_masks.h"
-#include "pixel/convolve.h"
 #include "pixel/elementwise.h"
 #include "pixel/motion_tensor.h"
 #include "pixel/resample.h"
@@ -52,35 +50,6 @@ struct DiffOp {
   const float* b;
   int pitch;
   __device__ void operator()(int x, int y) const { diffAt(c, a, b, pitch, x, y); }
-};
-
-// Row filter. Short masks (tiled) follow the 16-pixel tile rule at the line
-// ends, longer ones clamp to the edge sample; both read `in` only.
-struct ConvolveXOp {
-  float* out;
-  const float* in;
-  int width, pitch;
-  const float* mask;
-  int length;
-  bool tiled;
-  __device__ void operator()(int x, int y) const {
-    const float* row = in + static_cast<std::size_t>(y) * pitch;
-    out[static_cast<std::size_t>(y) * pitch + x] =
-        tiled ? convolveSmallAt(row, 1, width, x, mask, length) : convolveClampAt(row, 1, width, x, mask, length);
-  }
-};
-
-struct ConvolveYOp {
-  float* out;
-  const float* in;
-  int height, pitch;
-  const float* mask;
-  int length;
-  bool tiled;
-  __device__ void operator()(int x, int y) const {
-    out[static_cast<std::size_t>(y) * pitch + x] = tiled ? convolveSmallAt(in + x, pitch, height, y, mask, length)
-                                                         : convolveClampAt(in + x, pitch, height, y, mask, length);
-  }
 };
 
 struct DownsampleOp {
@@ -134,27 +103,6 @@ struct GradientTensorOp {
   }
 };
 
-void checkMask(const char* stage, const float* mask, int length) {
-  if (mask == nullptr || length < 1 || length > kMaxMaskLength)
-    refuseArguments(std::string(stage) + ": mask length " + std::to_string(length) + " outside 1.." +
-                    std::to_string(kMaxMaskLength));
-}
-
-void rowPass(float* out, const float* in, int height, int width, int pitch, const float* deviceMask, int length,
-             bool tiled) {
-  // An error left by earlier work is told apart from one of this launch.
-  VEMO_CUDA_LAUNCHED(tiled ? "small x conv begin" : "x conv begin");
-  forEachPixel(tiled ? "small x conv" : "x conv", height, width,
-               ConvolveXOp{out, in, width, pitch, deviceMask, length, tiled});
-}
-
-void columnPass(float* out, const float* in, int height, int width, int pitch, const float* deviceMask, int length,
-                bool tiled) {
-  VEMO_CUDA_LAUNCHED(tiled ? "small y conv begin" : "y conv begin");
-  forEachPixel(tiled ? "small y conv" : "y conv", height, width,
-               ConvolveYOp{out, in, height, pitch, deviceMask, length, tiled});
-}
-
 }  // namespace
 
 void CudaBackend::scale(float* arr, int height, int width, int pitch, float s) {
@@ -167,40 +115,6 @@ void CudaBackend::setValue(float* a, int height, int width, int pitch, float val
 
 void CudaBackend::add(float* acc, const float* b, int height, int width, int pitch) {
   forEachPixel("Add", height, width, AddOp{acc, b, pitch});
-}
-
-// The mask is copied to device scratch first (a blocking copy on the default
-// stream, so it waits for earlier filters still reading the slot). A pass
-// that writes over its own input filters a copy of it, with the clamped rule,
-// as the CPU backend does.
-void CudaBackend::convolveX(float* out, const float* in, int height, int width, int pitch, const float* mask,
-                            int length) {
-  checkPlane("gConvolveX", height, width, pitch);
-  checkMask("gConvolveX", mask, length);
-  float* deviceMask = scratch(2, kMaxMaskLength);
-  VEMO_CUDA_CALL(cudaMemcpy(deviceMask, mask, length * sizeof(float), cudaMemcpyHostToDevice));
-  if (out != in) {
-    rowPass(out, in, height, width, pitch, deviceMask, length, length < kSmallMaskLimit);
-    return;
-  }
-  float* source = scratch(1, static_cast<std::size_t>(pitch) * height);
-  copy(source, in, static_cast<std::size_t>(pitch) * height);
-  rowPass(out, source, height, width, pitch, deviceMask, length, false);
-}
-
-void CudaBackend::convolveY(float* out, const float* in, int height, int width, int pitch, const float* mask,
-                            int length) {
-  checkPlane("gConvolveY", height, width, pitch);
-  checkMask("gConvolveY", mask, length);
-  float* deviceMask = scratch(2, kMaxMaskLength);
-  VEMO_CUDA_CALL(cudaMemcpy(deviceMask, mask, length * sizeof(float), cudaMemcpyHostToDevice));
-  if (out != in) {
-    columnPass(out, in, height, width, pitch, deviceMask, length, length < kSmallMaskLimit);
-    return;
-  }
-  float* source = scratch(1, static_cast<std::size_t>(pitch) * height);
-  copy(source, in, static_cast<std::size_t>(pitch) * height);
-  columnPass(out, source, height, width, pitch, deviceMask, length, false);
 }
 
 void CudaBackend::downsample(const float* arr, int height, int width, int pitch, float* out, int newheight,
