@@ -37,8 +37,8 @@ using cuda::refuseArguments;
 // positions of 16 lines, and line l of the block keeps its tile of
 // 16 + 2h entries at tile + l * span.
 template <bool kAlongX>
-__global__ void smallConvolveKernel(float* out, const float* in, int height, int width, int pitch,
-                                    const float* mask, int length) {
+__device__ void convolveSmall(float* out, const float* in, int height, int width, int pitch, const float* mask,
+                              int length) {
   extern __shared__ float tile[];
   const int h = length / 2;
   const int span = kBlockSize + 2 * h;
@@ -61,6 +61,16 @@ __global__ void smallConvolveKernel(float* out, const float* in, int height, int
   out[static_cast<std::size_t>(y) * pitch + x] = sum;
 }
 
+__global__ void convolveXsmall_kernel(float* out, const float* in, int height, int width, int pitch,
+                                      const float* mask, int length) {
+  convolveSmall<true>(out, in, height, width, pitch, mask, length);
+}
+
+__global__ void convolveYsmall_kernel(float* out, const float* in, int height, int width, int pitch,
+                                      const float* mask, int length) {
+  convolveSmall<false>(out, in, height, width, pitch, mask, length);
+}
+
 // Samples of the texture along row y or column x: texel (c, r) sits at
 // (c + 0.5, r + 0.5); clamp addressing does the border rule.
 struct TextureRow {
@@ -75,7 +85,7 @@ struct TextureColumn {
   __device__ float operator()(int p) const { return tex2D<float>(tex, x, static_cast<float>(p) + 0.5f); }
 };
 
-__global__ void textureConvolveKernel(float* out, cudaTextureObject_t tex, int height, int width, int pitch,
+__global__ void Convolve2dSep_kernel(float* out, cudaTextureObject_t tex, int height, int width, int pitch,
                                       const float* mask, int length, bool alongX) {
   const int x = blockIdx.x * kBlockSize + threadIdx.x;
   const int y = blockIdx.y * kBlockSize + threadIdx.y;
@@ -181,9 +191,9 @@ void CudaBackend::convolve(bool alongX, float* out, const float* in, int height,
     VEMO_CUDA_LAUNCHED(alongX ? "small x conv begin" : "small y conv begin");
     const std::size_t shared = static_cast<std::size_t>(kBlockSize) * (kBlockSize + 2 * (length / 2)) * sizeof(float);
     if (alongX)
-      smallConvolveKernel<true><<<grid, cuda::pixelBlock(), shared>>>(out, in, height, width, pitch, taps, length);
+      convolveXsmall_kernel<<<grid, cuda::pixelBlock(), shared>>>(out, in, height, width, pitch, taps, length);
     else
-      smallConvolveKernel<false><<<grid, cuda::pixelBlock(), shared>>>(out, in, height, width, pitch, taps, length);
+      convolveYsmall_kernel<<<grid, cuda::pixelBlock(), shared>>>(out, in, height, width, pitch, taps, length);
     VEMO_CUDA_LAUNCHED(alongX ? "small x conv" : "small y conv");
     return;
   }
@@ -196,7 +206,7 @@ void CudaBackend::convolve(bool alongX, float* out, const float* in, int height,
     return;
   }
   const cudaTextureObject_t tex = textureOf(in, height, width, pitch);
-  textureConvolveKernel<<<grid, cuda::pixelBlock()>>>(out, tex, height, width, pitch, taps, length, alongX);
+  Convolve2dSep_kernel<<<grid, cuda::pixelBlock()>>>(out, tex, height, width, pitch, taps, length, alongX);
   VEMO_CUDA_LAUNCHED(alongX ? "x conv" : "y conv");
 }
 

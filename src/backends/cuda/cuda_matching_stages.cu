@@ -86,7 +86,7 @@ struct CornernessOp {
 
 // Block y sums row y: thread t the columns t, t + 256, ..., then the fixed
 // halving tree, as the CPU executor emulates it.
-__global__ void rowSumKernel(const float* image, int width, int pitch, float* rowSums) {
+__global__ void compute2DSum_kernel(const float* image, int width, int pitch, float* rowSums) {
   __shared__ float partial[kSumThreads];
   const float* row = image + static_cast<std::size_t>(blockIdx.x) * pitch;
   partial[threadIdx.x] = rowPartialSum(row, width, threadIdx.x);
@@ -102,7 +102,7 @@ struct MatchArgs {
 
 // Block p searches point p; worker c owns window column c and walks it top
 // to bottom; worker 0 then folds the columns in order.
-__global__ void hogMatchKernel(MatchArgs a) {
+__global__ void HOGMatch_kernel(MatchArgs a) {
   __shared__ float desc[kHogCells * kHogBins];
   __shared__ MatchBest column[kMatchWorkers];
   const int p = blockIdx.x;
@@ -138,7 +138,7 @@ __global__ void hogMatchKernel(MatchArgs a) {
   a.out.match_dist2[p] = fold.second;
 }
 
-__global__ void consistencyKernel(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
+__global__ void consistencyCheck_kernel(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
                                   const int* backward_x, const int* backward_y, const float* forward_dist,
                                   const float* forward_nextdist, int n, float* Confidence, float* u, float* v,
                                   int pitch) {
@@ -240,7 +240,7 @@ void CudaMatchingStages::computeEnergy(const float* hog, float* energy, int heig
 float CudaMatchingStages::sum2D(const float* image, int height, int width, int pitch) {
   checkPlane("gCompute2DSum", height, width, pitch);
   Buffer sums = backend_.allocate(static_cast<std::size_t>(height));
-  rowSumKernel<<<height, kSumThreads>>>(image, width, pitch, sums.data());
+  compute2DSum_kernel<<<height, kSumThreads>>>(image, width, pitch, sums.data());
   VEMO_CUDA_LAUNCHED("Sum2D");
   std::vector<float> rows(height);
   VEMO_CUDA_CALL(cudaMemcpy(rows.data(), sums.data(), height * sizeof(float), cudaMemcpyDeviceToHost));
@@ -254,7 +254,7 @@ void CudaMatchingStages::hogMatch(const HogMatchInputs& in, const int* mx, const
   checkPlane("HOGMatch", in.height, in.width, in.pitch);
   if (n < 0) refuseArguments("HOGMatch: negative point count");
   if (n == 0) return;
-  hogMatchKernel<<<n, kMatchWorkers>>>(MatchArgs{in, mx, my, out});
+  HOGMatch_kernel<<<n, kMatchWorkers>>>(MatchArgs{in, mx, my, out});
   VEMO_CUDA_LAUNCHED("HOGMatch");
 }
 
@@ -274,9 +274,9 @@ void CudaMatchingStages::consistencyCheck(const int* m_x, const int* m_y, const 
                       std::to_string(ys[i]) + ") lies outside the " + std::to_string(width) + "x" +
                       std::to_string(height) + " frame");
   const int threads = 256;
-  consistencyKernel<<<(n + threads - 1) / threads, threads>>>(m_x, m_y, forward_x, forward_y, backward_x, backward_y,
-                                                             forward_dist, forward_nextdist, n, Confidence, u, v,
-                                                             pitch);
+  consistencyCheck_kernel<<<(n + threads - 1) / threads, threads>>>(m_x, m_y, forward_x, forward_y, backward_x,
+                                                                    backward_y, forward_dist, forward_nextdist, n,
+                                                                    Confidence, u, v, pitch);
   VEMO_CUDA_LAUNCHED("consistency check");
 }
 

@@ -166,7 +166,7 @@ __device__ void fillTiles(float* tu, float* tv, ReadU readU, ReadV readV, int he
 // and z being two consecutive planes (du, dv = du + plane). With `gate`
 // given, beta comes from the solver scalars and nothing is done once the
 // solve stopped.
-__global__ void tiledProductKernel(const float* A, const float* du, const float* dv, const float* z, float beta,
+__global__ void mvm_opt_kernel(const float* A, const float* du, const float* dv, const float* z, float beta,
                                    float* pNext, float* q, const CgScalars* gate, int height, int width, int pitch) {
   if (gate != nullptr) {
     if (gate->active == 0) return;
@@ -195,8 +195,8 @@ __global__ void tiledProductKernel(const float* A, const float* du, const float*
   q[i + plane] = rv;
 }
 
-__global__ void tiledResidualKernel(const float* A, const float* rhs, const float* du, const float* dv, float* res,
-                                    int height, int width, int pitch) {
+__global__ void computeResidual_opt_kernel(const float* A, const float* rhs, const float* du, const float* dv,
+                                           float* res, int height, int width, int pitch) {
   __shared__ float tu[kTile * kTile];
   __shared__ float tv[kTile * kTile];
   const int plane = pitch * height;
@@ -234,16 +234,16 @@ __global__ void updatePreconditionKernel(const float* A, float* du, const float*
 void launchProduct(const char* label, const float* A, const float* du, const float* dv, const float* z, float beta,
                    float* pNext, float* q, const CgScalars* gate, int height, int width, int pitch) {
   if (height < 1 || width < 1) return;
-  tiledProductKernel<<<cuda::checkedPixelGrid(label, height, width), cuda::pixelBlock()>>>(A, du, dv, z, beta, pNext, q, gate,
-                                                                             height, width, pitch);
+  const dim3 grid = cuda::checkedPixelGrid(label, height, width);
+  mvm_opt_kernel<<<grid, cuda::pixelBlock()>>>(A, du, dv, z, beta, pNext, q, gate, height, width, pitch);
   VEMO_CUDA_LAUNCHED(label);
 }
 
 void launchUpdate(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
                   const CgScalars* gate, int height, int width, int pitch) {
   if (height < 1 || width < 1) return;
-  updatePreconditionKernel<<<cuda::checkedPixelGrid("UpdatePrecondition", height, width), cuda::pixelBlock()>>>(A, du, p, r, q, a, z, gate,
-                                                                                   height, width, pitch);
+  const dim3 grid = cuda::checkedPixelGrid("UpdatePrecondition", height, width);
+  updatePreconditionKernel<<<grid, cuda::pixelBlock()>>>(A, du, p, r, q, a, z, gate, height, width, pitch);
   VEMO_CUDA_LAUNCHED("UpdatePrecondition");
 }
 
@@ -303,8 +303,8 @@ void CudaBackend::assembleSystem(const FPtmp& fp, const float* u, const float* v
 void CudaBackend::residual(const float* A, const float* rhs, const float* du, const float* dv, int height, int width,
                            int pitch, float* res) {
   if (height < 1 || width < 1) return;
-  tiledResidualKernel<<<cuda::checkedPixelGrid("Residual", height, width), cuda::pixelBlock()>>>(A, rhs, du, dv, res, height, width,
-                                                                              pitch);
+  const dim3 grid = cuda::checkedPixelGrid("Residual", height, width);
+  computeResidual_opt_kernel<<<grid, cuda::pixelBlock()>>>(A, rhs, du, dv, res, height, width, pitch);
   VEMO_CUDA_LAUNCHED("Residual");
 }
 
