@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "backends/cuda/device_probe.h"
 #include "driver/optic_flow.h"
 #include "image/ppm_write.h"
 #include "image/synthetic.h"
@@ -172,4 +173,28 @@ TEST_F(CommandLine, ReExecutionForSleepingThreadsKeepsArgumentsAndOutput) {
   ASSERT_EQ(std::system(cmd.c_str()), 0);
   EXPECT_TRUE(std::regex_search(slurp(out), kTimingTail)) << slurp(out);
   EXPECT_TRUE(exists(path("frame1.ppmVEMO.flo")));
+}
+
+// VEMO_DEVICE picks the backend for a program that leaves the choice open; a
+// request that cannot be met says so on standard error and the run goes on
+// with the same output.
+TEST_F(CommandLine, DeviceFromTheEnvironmentIsHonouredOrReported) {
+  if (flowcore::cudaDeviceUsable()) GTEST_SKIP() << "a usable GPU would take the cuda request";
+  const std::string flow = path("frame1.ppmVEMO.flo");
+  auto runWith = [&](const std::string& device, std::string& err) {
+    const std::string cmd = "cd " + quote(dir_) + " && VEMO_DEVICE=" + device + " " + quote(kVemo) +
+                            " frame1.ppm frame2.ppm >/dev/null 2>err.txt";
+    const int status = std::system(cmd.c_str());
+    err = slurp(path("err.txt"));
+    return status;
+  };
+  std::string err;
+  ASSERT_EQ(runWith("cpu", err), 0);
+  EXPECT_EQ(err, "");
+  const std::string onCpu = slurp(flow);
+  ASSERT_EQ(runWith("cuda", err), 0);
+  EXPECT_EQ(err, "vemo: running on the CPU: VEMO_DEVICE=cuda, but no usable CUDA GPU was found\n");
+  EXPECT_EQ(slurp(flow), onCpu);
+  ASSERT_EQ(runWith("gpu", err), 0);
+  EXPECT_EQ(err, "vemo: VEMO_DEVICE must be cpu or cuda; ignoring \"gpu\"\n");
 }

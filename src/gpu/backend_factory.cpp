@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
+#include <string>
 
 #include "backends/cpu/cpu_backend.h"
 #include "backends/cuda/cuda_backend_factory.h"
@@ -13,26 +15,39 @@ namespace flowcore {
 namespace {
 BackendRequest requested = BackendRequest::Auto;
 
+// Prints `message` on standard error the first time it is asked to.
+void sayOnce(const std::string& message) {
+  static std::set<std::string> said;
+  if (said.insert(message).second) std::fprintf(stderr, "vemo: %s\n", message.c_str());
+}
+
 // VEMO_DEVICE=cpu or cuda stands in for an explicit request when the program
 // leaves the choice to the factory (the vemo command has no option for it).
-BackendRequest effectiveRequest() {
-  if (requested != BackendRequest::Auto) return requested;
+BackendRequest environmentRequest() {
   const char* env = std::getenv("VEMO_DEVICE");
-  if (env != nullptr && std::strcmp(env, "cpu") == 0) return BackendRequest::Cpu;
-  if (env != nullptr && std::strcmp(env, "cuda") == 0) return BackendRequest::Cuda;
+  if (env == nullptr || *env == '\0') return BackendRequest::Auto;
+  if (std::strcmp(env, "cpu") == 0) return BackendRequest::Cpu;
+  if (std::strcmp(env, "cuda") == 0) return BackendRequest::Cuda;
+  sayOnce(std::string("VEMO_DEVICE must be cpu or cuda; ignoring \"") + env + "\"");
   return BackendRequest::Auto;
 }
 
+BackendRequest effectiveRequest() { return requested != BackendRequest::Auto ? requested : environmentRequest(); }
+
 bool useCuda() { return effectiveRequest() != BackendRequest::Cpu && cudaDeviceUsable(); }
 
-// A GPU that is there but cannot be used is worth one line, once: the run
-// goes on, on the CPU, and gives the same output.
-void reportUnusableGpuOnce() {
-  static bool reported = false;
+// Falling back to the CPU is worth one line when a GPU was there but could
+// not be used, or when the environment asked for one; the run goes on and
+// gives the same output. (Programs that take an explicit request report it
+// themselves.)
+void reportFallback() {
+  if (requested != BackendRequest::Auto) return;
   const CudaProbe& probe = probeCudaDevice();
-  if (reported || !probe.present || probe.usable) return;
-  reported = true;
-  std::fprintf(stderr, "vemo: running on the CPU: %s\n", probe.reason.c_str());
+  if (probe.present) {
+    sayOnce("running on the CPU: " + probe.reason);
+  } else if (environmentRequest() == BackendRequest::Cuda) {
+    sayOnce("running on the CPU: VEMO_DEVICE=cuda, but no usable CUDA GPU was found");
+  }
 }
 }  // namespace
 
@@ -43,8 +58,8 @@ const char* chosenBackendName() { return useCuda() ? "cuda" : "cpu"; }
 std::unique_ptr<Backend> makeBackend() {
   if (useCuda()) {
     if (std::unique_ptr<Backend> cuda = makeCudaBackend()) return cuda;
-  } else if (effectiveRequest() == BackendRequest::Auto) {
-    reportUnusableGpuOnce();
+  } else if (effectiveRequest() != BackendRequest::Cpu) {
+    reportFallback();
   }
   return std::make_unique<CpuBackend>();
 }
