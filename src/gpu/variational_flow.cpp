@@ -60,8 +60,20 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
 
   SolverScratch scratch(backend, fullPlane);
 
-  // The flow of the last processed level and its geometry.
-  Buffer u, v;
+  // The level images, allocated once at full size and reused by every level
+  // (a level uses the first pitch * height floats of each plane), so that no
+  // level allocates. The flow alternates between two pairs of planes: the
+  // level's flow is enlarged from the other pair.
+  Buffer level1 = backend.allocate(nChan * fullPlane);
+  Buffer level2 = backend.allocate(nChan * fullPlane);
+  Buffer warpedStore = backend.allocate(nChan * fullPlane);
+  Buffer conf = backend.allocate(fullPlane);
+  Buffer flowU[2] = {backend.allocate(fullPlane), backend.allocate(fullPlane)};
+  Buffer flowV[2] = {backend.allocate(fullPlane), backend.allocate(fullPlane)};
+
+  // The flow of the last processed level (pair `current`) and its geometry.
+  int current = 0;
+  bool haveFlow = false;
   int flowHeight = 0, flowWidth = 0, flowPitch = 0;
   int iterations = solverIterations;
 
@@ -78,8 +90,6 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
 
     // Frames and match field of the level, always from the full-size inputs
     // so that rounding does not accumulate over the levels.
-    Buffer level1 = backend.allocate(nChan * plane);
-    Buffer level2 = backend.allocate(nChan * plane);
     stamp(start_down);
     if (s <= 0) {
       backend.copy(level1.data(), frame1, nChan * plane);
@@ -110,35 +120,34 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     // the previous level above full size, kept during the full-size passes.
     stamp(start_interp_warp);
     const bool coarsest = static_cast<float>(e) == static_cast<float>(nscales);
-    if (s >= 0 || !u) {
-      Buffer nu = backend.allocate(plane);
-      Buffer nv = backend.allocate(plane);
-      if (coarsest || !u) {
+    if (s >= 0 || !haveFlow) {
+      const int next = 1 - current;
+      float* nu = flowU[next].data();
+      float* nv = flowV[next].data();
+      if (coarsest || !haveFlow) {
         // A flow that was never computed (every coarser level skipped as
         // degenerate) starts from zero as well.
-        backend.clear(nu.data(), plane);
-        backend.clear(nv.data(), plane);
+        backend.clear(nu, plane);
+        backend.clear(nv, plane);
       } else if (nscales > e) {
         const float enlarge = 1.0f / eta;
-        backend.interpolate(nu.data(), hs, ws, ps, u.data(), flowHeight, flowWidth, flowPitch, enlarge);
-        backend.scale(nu.data(), hs, ws, ps, enlarge);
-        backend.interpolate(nv.data(), hs, ws, ps, v.data(), flowHeight, flowWidth, flowPitch, enlarge);
-        backend.scale(nv.data(), hs, ws, ps, enlarge);
+        backend.interpolate(nu, hs, ws, ps, flowU[current].data(), flowHeight, flowWidth, flowPitch, enlarge);
+        backend.scale(nu, hs, ws, ps, enlarge);
+        backend.interpolate(nv, hs, ws, ps, flowV[current].data(), flowHeight, flowWidth, flowPitch, enlarge);
+        backend.scale(nv, hs, ws, ps, enlarge);
       }
-      u = std::move(nu);
-      v = std::move(nv);
+      current = next;
+      haveFlow = true;
     } else if (coarsest) {
-      backend.clear(u.data(), plane);
-      backend.clear(v.data(), plane);
+      backend.clear(flowU[current].data(), plane);
+      backend.clear(flowV[current].data(), plane);
     }
+    float* u = flowU[current].data();
+    float* v = flowV[current].data();
 
-    Buffer conf = backend.allocate(plane);
-    Buffer warpedStore;
     const float* warped = level2.data();
     if (!coarsest) {
-      warpedStore = backend.allocate(nChan * plane);
-      backend.warpMotion(warpedStore.data(), u.data(), v.data(), level2.data(), level1.data(), nChan, conf.data(),
-                         hs, ws, ps);
+      backend.warpMotion(warpedStore.data(), u, v, level2.data(), level1.data(), nChan, conf.data(), hs, ws, ps);
       warped = warpedStore.data();
     } else {
       backend.setValue(conf.data(), hs, ws, ps, 1.0f);
@@ -149,7 +158,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     closeStretch(start_interp_warp, finish_interp_warp, timer_interp_warp);
 
     gNonLinearIteration(backend, level1.data(), warped, conf.data(), levelGeoU.data(), levelGeoV.data(),
-                        levelGeoConf.data(), hypos, u.data(), v.data(), hs, ws, ps, nChan, alpha, beta,
+                        levelGeoConf.data(), hypos, u, v, hs, ws, ps, nChan, alpha, beta,
                         gamma * powf(eta, static_cast<float>(e)), fixedPointIterations, iterations, scratch.cg(),
                         scratch.fp());
     flowHeight = hs;
@@ -157,13 +166,11 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     flowPitch = ps;
   }
 
-  if (!u) {
+  if (!haveFlow) {
     // Every pass was skipped as degenerate: nothing moved.
     flowPitch = backend.pitchFor(width);
-    u = backend.allocate(fullPlane);
-    v = backend.allocate(fullPlane);
-    backend.clear(u.data(), fullPlane);
-    backend.clear(v.data(), fullPlane);
+    backend.clear(flowU[current].data(), fullPlane);
+    backend.clear(flowV[current].data(), fullPlane);
   }
 
   std::printf("Solver time = %f ms\n", timer_solver);
@@ -172,8 +179,8 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   std::printf("downsampling time = %f ms\n", timer_down);
 
   FlowPlanes result;
-  result.u = std::move(u);
-  result.v = std::move(v);
+  result.u = std::move(flowU[current]);
+  result.v = std::move(flowV[current]);
   result.pitch = flowPitch;
   return result;
 }
