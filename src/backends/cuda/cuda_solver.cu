@@ -162,12 +162,24 @@ __device__ void fillTiles(float* tu, float* tv, ReadU readU, ReadV readV, int he
   __syncthreads();
 }
 
+// The thread's pixel, its plane index and its tile index.
+struct TilePixel {
+  int x, y, i, t0;
+};
+
+__device__ TilePixel tilePixel(int pitch) {
+  const int x = blockIdx.x * kBlockSize + threadIdx.x;
+  const int y = blockIdx.y * kBlockSize + threadIdx.y;
+  const int t0 = (static_cast<int>(threadIdx.y) + 1) * kTile + static_cast<int>(threadIdx.x) + 1;
+  return TilePixel{x, y, y * pitch + x, t0};
+}
+
 // q = A (du, dv), or with `z` given: pNext = beta p + z and q = A pNext, p
 // and z being two consecutive planes (du, dv = du + plane). With `gate`
 // given, beta comes from the solver scalars and nothing is done once the
 // solve stopped.
 __global__ void mvm_opt_kernel(const float* A, const float* du, const float* dv, const float* z, float beta,
-                                   float* pNext, float* q, const CgScalars* gate, int height, int width, int pitch) {
+                               float* pNext, float* q, const CgScalars* gate, int height, int width, int pitch) {
   if (gate != nullptr) {
     if (gate->active == 0) return;
     beta = gate->beta;
@@ -179,18 +191,16 @@ __global__ void mvm_opt_kernel(const float* A, const float* du, const float* dv,
     fillTiles(tu, tv, DirectionRead{du, z, beta}, DirectionRead{du + plane, z + plane, beta}, height, width, pitch);
   else
     fillTiles(tu, tv, VectorRead{du}, VectorRead{dv}, height, width, pitch);
-  const int x = blockIdx.x * kBlockSize + threadIdx.x;
-  const int y = blockIdx.y * kBlockSize + threadIdx.y;
-  if (x >= width || y >= height) return;
-  const int i = y * pitch + x;
-  const int t0 = (threadIdx.y + 1) * kTile + threadIdx.x + 1;
+  const TilePixel px = tilePixel(pitch);
+  if (px.x >= width || px.y >= height) return;
+  const int i = px.i, t0 = px.t0;
   if (z != nullptr) {
     pNext[i] = tu[t0];
     pNext[i + plane] = tv[t0];
   }
   float ru, rv;
   productAtWith(A, TileRead{tu, i, t0, pitch}, TileRead{tv, i, t0, pitch}, i, plane, pitch,
-                neighboursOf(x, y, height, width), ru, rv);
+                neighboursOf(px.x, px.y, height, width), ru, rv);
   q[i] = ru;
   q[i + plane] = rv;
 }
@@ -201,13 +211,11 @@ __global__ void computeResidual_opt_kernel(const float* A, const float* rhs, con
   __shared__ float tv[kTile * kTile];
   const int plane = pitch * height;
   fillTiles(tu, tv, VectorRead{du}, VectorRead{dv}, height, width, pitch);
-  const int x = blockIdx.x * kBlockSize + threadIdx.x;
-  const int y = blockIdx.y * kBlockSize + threadIdx.y;
-  if (x >= width || y >= height) return;
-  const int i = y * pitch + x;
-  const int t0 = (threadIdx.y + 1) * kTile + threadIdx.x + 1;
+  const TilePixel px = tilePixel(pitch);
+  if (px.x >= width || px.y >= height) return;
+  const int i = px.i, t0 = px.t0;
   residualAtWith(A, rhs, TileRead{tu, i, t0, pitch}, TileRead{tv, i, t0, pitch}, i, plane, pitch,
-                 neighboursOf(x, y, height, width), res);
+                 neighboursOf(px.x, px.y, height, width), res);
 }
 
 // du += a p and r -= a q on both planes, then z = block-Jacobi(r) at the
