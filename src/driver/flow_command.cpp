@@ -64,12 +64,12 @@ double seconds() {
 // Tells the factory which backend to use and says when it is not the one
 // that was asked for.
 std::string selectBackend(DeviceChoice device) {
-  const flowcore::CudaProbe& probe = flowcore::probeCudaDevice();
   flowcore::requestBackend(device == DeviceChoice::Cpu    ? flowcore::BackendRequest::Cpu
                        : device == DeviceChoice::Cuda ? flowcore::BackendRequest::Cuda
                                                       : flowcore::BackendRequest::Auto);
   const std::string chosen = flowcore::chosenBackendName();
   if (device == DeviceChoice::Cuda && chosen != "cuda") {
+    const flowcore::CudaProbe& probe = flowcore::probeCudaDevice();
     const std::string why = probe.present ? probe.reason : "no usable CUDA GPU was found";
     std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kProgram, why.c_str(),
                  chosen.c_str());
