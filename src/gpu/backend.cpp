@@ -5,6 +5,13 @@
 
 namespace flowcore {
 
+Buffer uploadRows(Backend& backend, const float* src, int width, int rows, int pitch) {
+  Buffer b = backend.allocate(static_cast<std::size_t>(pitch) * rows);
+  backend.clear(b.data(), b.floats());
+  backend.upload(b.data(), pitch, src, width, rows);
+  return b;
+}
+
 float Backend::productDot(const float* A, const float* p, float* q, int height, int width, int pitch) {
   product(A, p, p + static_cast<std::size_t>(pitch) * height, height, width, pitch, q);
   return dot(p, q, 2 * height, width, pitch);

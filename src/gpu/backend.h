@@ -244,6 +244,10 @@ class Backend {
   CgScalars cg_;
 };
 
+// `rows` dense host rows of `width` floats into a fresh buffer of `rows`
+// pitched rows, padding cleared.
+Buffer uploadRows(Backend& backend, const float* src, int width, int rows, int pitch);
+
 inline void Buffer::reset() noexcept {
   if (owner_ != nullptr && data_ != nullptr) owner_->release(data_);
   owner_ = nullptr;

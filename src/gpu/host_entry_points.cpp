@@ -41,14 +41,6 @@ void checkArrays(const char* who, std::initializer_list<const void*> arrays) {
     if (a == nullptr) refuse(std::string(who) + ": null array");
 }
 
-// `rows` dense host rows into a fresh pitched buffer, padding cleared.
-Buffer uploadRows(Backend& backend, const float* src, int width, int rows, int pitch) {
-  Buffer b = backend.allocate(static_cast<std::size_t>(pitch) * rows);
-  backend.clear(b.data(), b.floats());
-  backend.upload(b.data(), pitch, src, width, rows);
-  return b;
-}
-
 }  // namespace
 
 void NonLinearIteration(const float* frame1, const float* warped, const float* conf, const float* geoU,

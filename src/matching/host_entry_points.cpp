@@ -30,13 +30,6 @@ void check(const char* who, int height, int width, int planes, std::initializer_
   throw std::invalid_argument(message);
 }
 
-Buffer uploadRows(Backend& backend, const float* src, int width, int rows, int pitch) {
-  Buffer b = backend.allocate(static_cast<std::size_t>(pitch) * rows);
-  backend.clear(b.data(), b.floats());
-  backend.upload(b.data(), pitch, src, width, rows);
-  return b;
-}
-
 }  // namespace
 
 void createAndMatchHOG(const float* Image1, const float* Image2, float* u, float* v, float* Confidence, int height,

@@ -2,37 +2,29 @@
 
 namespace flowcore::cpu {
 
+// The row loops that each instruction-set copy defines (solver_rows_impl.h).
+#define VEMO_SOLVER_ROW_LOOPS \
+  void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1); \
+  void gradientYRows(float* diffY, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1); \
+  void normalizeRows(float* x, int width, int pitch, int y0, int y1); \
+  void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma, int y0, int y1); \
+  void residualRows(const float* A, const float* rhs, const float* du, const float* dv, int height, int width, int pitch, float* residual, int y0, int y1); \
+  void productRows(const float* A, const float* du, const float* dv, int height, int width, int pitch, float* res, int y0, int y1); \
+  void blockJacobiRows(const float* A, const float* x, float* y, int height, int width, int pitch, int y0, int y1); \
+  void saxpy2Rows(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2, float alpha2, int width, int pitch, int y0, int y1); \
+  void scaleAndAddRows(float* acc, const float* b, float scale, int width, int pitch, int y0, int y1); \
+  void dotRows(const float* x, const float* y, int width, int pitch, double* partials, int y0, int y1); \
+  void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1); \
+  void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1); \
+  void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1);
+
 namespace base {
-void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1);
-void gradientYRows(float* diffY, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1);
-void normalizeRows(float* x, int width, int pitch, int y0, int y1);
-void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma, int y0, int y1);
-void residualRows(const float* A, const float* rhs, const float* du, const float* dv, int height, int width, int pitch, float* residual, int y0, int y1);
-void productRows(const float* A, const float* du, const float* dv, int height, int width, int pitch, float* res, int y0, int y1);
-void blockJacobiRows(const float* A, const float* x, float* y, int height, int width, int pitch, int y0, int y1);
-void saxpy2Rows(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2, float alpha2, int width, int pitch, int y0, int y1);
-void scaleAndAddRows(float* acc, const float* b, float scale, int width, int pitch, int y0, int y1);
-void dotRows(const float* x, const float* y, int width, int pitch, double* partials, int y0, int y1);
-void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1);
-void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1);
-void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1);
+VEMO_SOLVER_ROW_LOOPS
 }  // namespace base
 
 #if defined(__GNUC__) && defined(__x86_64__)
 namespace avx2 {
-void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1);
-void gradientYRows(float* diffY, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1);
-void normalizeRows(float* x, int width, int pitch, int y0, int y1);
-void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma, int y0, int y1);
-void residualRows(const float* A, const float* rhs, const float* du, const float* dv, int height, int width, int pitch, float* residual, int y0, int y1);
-void productRows(const float* A, const float* du, const float* dv, int height, int width, int pitch, float* res, int y0, int y1);
-void blockJacobiRows(const float* A, const float* x, float* y, int height, int width, int pitch, int y0, int y1);
-void saxpy2Rows(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2, float alpha2, int width, int pitch, int y0, int y1);
-void scaleAndAddRows(float* acc, const float* b, float scale, int width, int pitch, int y0, int y1);
-void dotRows(const float* x, const float* y, int width, int pitch, double* partials, int y0, int y1);
-void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1);
-void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1);
-void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1);
+VEMO_SOLVER_ROW_LOOPS
 }  // namespace avx2
 
 namespace {
