@@ -19,7 +19,7 @@
 #include "driver/optic_flow.h"
 #include "driver/run_flow.h"
 #include "driver/sequence.h"
-#include "gpu/backend_factory.h"
+#include "backends/backend_factory.h"
 #include "image/atomic_file.h"
 #include "image/exceptions.h"
 #include "image/png_io.h"

@@ -6,9 +6,9 @@
 #include <memory>
 
 #include "common/timer.h"
-#include "gpu/backend_factory.h"
-#include "gpu/run_memory.h"
-#include "gpu/variational_flow.h"
+#include "backends/backend_factory.h"
+#include "variational/run_memory.h"
+#include "variational/variational_flow.h"
 #include "matching/hog_match_driver.h"
 
 void computeFlowOnBackend(const CTensor<float>& frame1, const CTensor<float>& frame2,

@@ -7,7 +7,7 @@
 #include "common/timer.h"
 #include "driver/flow_stages.h"
 #include "driver/run_flow.h"
-#include "gpu/backend_factory.h"
+#include "backends/backend_factory.h"
 #include "image/exceptions.h"
 #include "image/recursive_smooth.h"
 

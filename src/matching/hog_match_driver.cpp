@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "common/timer.h"
-#include "gpu/backend.h"
-#include "gpu/matching_stages.h"
+#include "backends/backend.h"
+#include "backends/matching_stages.h"
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
 

@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "gpu/backend.h"
-#include "gpu/backend_factory.h"
-#include "gpu/matching_stages.h"
+#include "backends/backend.h"
+#include "backends/backend_factory.h"
+#include "backends/matching_stages.h"
 #include "matching/hog_match_driver.h"
 
 namespace flowcore {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "backends/cpu/cpu_backend.h"
-#include "gpu/matching_stages.h"
+#include "backends/matching_stages.h"
 #include "matching/hog_match_driver.h"
 #include "matching/match_test_util.h"
 #include "support/solver_fixtures.h"

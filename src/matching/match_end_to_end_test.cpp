@@ -8,7 +8,7 @@
 
 #include "backends/cpu/cpu_backend.h"
 #include "backends/cpu/cpu_matching_stages.h"
-#include "gpu/variational_flow.h"
+#include "variational/variational_flow.h"
 #include "image/recursive_smooth.h"
 #include "image/synthetic.h"
 #include "image/tensor.h"

@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "gpu/backend.h"
+#include "backends/backend.h"
 
 namespace flowcore::testing {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "backends/cpu/pixel_loop.h"
-#include "gpu/filter_masks.h"
+#include "variational/filter_masks.h"
 #include "pixel/convolve.h"
 
 namespace flowcore::cpu {

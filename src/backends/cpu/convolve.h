@@ -5,7 +5,7 @@
 // refused (message on stderr, std::invalid_argument).
 #pragma once
 
-#include "gpu/filter_masks.h"
+#include "variational/filter_masks.h"
 
 namespace flowcore::cpu {
 

@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "backends/cpu/plane_test_util.h"
-#include "gpu/filter_masks.h"
+#include "variational/filter_masks.h"
 
 using flowcore::testing_util::Planes;
 using flowcore::testing_util::sameBits;

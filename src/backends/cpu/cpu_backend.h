@@ -10,7 +10,7 @@
 #include <map>
 #include <vector>
 
-#include "gpu/backend.h"
+#include "backends/backend.h"
 
 namespace flowcore {
 

@@ -6,7 +6,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "backends/cpu/row_parallel.h"
 #include "backends/cpu/solver_rows.h"
-#include "gpu/scratch.h"
+#include "variational/scratch.h"
 #include "pixel/robust_factors.h"
 #include "pixel/system_matrix.h"
 

@@ -1,7 +1,7 @@
 // The CPU executor of the stages beside the flow path: host memory, OpenMP.
 #pragma once
 
-#include "gpu/extra_stages.h"
+#include "backends/extra_stages.h"
 
 namespace flowcore {
 

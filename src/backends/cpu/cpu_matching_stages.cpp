@@ -7,7 +7,7 @@
 #include "backends/cpu/confidence.h"
 #include "backends/cpu/hog.h"
 #include "backends/cpu/hog_match.h"
-#include "gpu/backend.h"
+#include "backends/backend.h"
 
 namespace flowcore {
 

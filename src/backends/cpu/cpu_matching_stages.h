@@ -1,7 +1,7 @@
 // The CPU executor of the descriptor-matching stages: host memory, OpenMP.
 #pragma once
 
-#include "gpu/matching_stages.h"
+#include "backends/matching_stages.h"
 
 namespace flowcore {
 

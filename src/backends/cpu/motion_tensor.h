@@ -1,6 +1,6 @@
 // Accumulation of the motion tensors on host planes laid out like device
 // images. The derivative passes that feed them are composed once, for every
-// backend, in gpu/motion_tensors.cpp.
+// backend, in variational/motion_tensors.cpp.
 #pragma once
 
 namespace flowcore::cpu {

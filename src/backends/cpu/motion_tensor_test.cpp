@@ -1,4 +1,4 @@
-#include "gpu/motion_tensors.h"
+#include "variational/motion_tensors.h"
 
 #include <gtest/gtest.h>
 

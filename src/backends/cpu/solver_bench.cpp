@@ -7,13 +7,13 @@
 #include <cstdio>
 #include <vector>
 
-#include "gpu/motion_tensors.h"
+#include "variational/motion_tensors.h"
 #include "backends/cpu/cpu_backend.h"
-#include "gpu/diffusivity.h"
-#include "gpu/host_flow.h"
-#include "gpu/nonlinear_iteration.h"
-#include "gpu/pcg.h"
-#include "gpu/scratch.h"
+#include "variational/diffusivity.h"
+#include "variational/host_flow.h"
+#include "variational/nonlinear_iteration.h"
+#include "variational/pcg.h"
+#include "variational/scratch.h"
 #include "image/synthetic.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // pipeline uses them), on a padded pitch as the device layout has.
 #include <benchmark/benchmark.h>
 
-#include "gpu/motion_tensors.h"
+#include "variational/motion_tensors.h"
 #include "backends/cpu/convolve.h"
 #include "backends/cpu/motion_tensor.h"
 #include "backends/cpu/plane_test_util.h"

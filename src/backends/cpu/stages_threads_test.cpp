@@ -4,7 +4,7 @@
 #include <omp.h>
 
 #include "backends/cpu/cpu_backend.h"
-#include "gpu/motion_tensors.h"
+#include "variational/motion_tensors.h"
 #include "backends/cpu/convolve.h"
 #include "backends/cpu/motion_tensor.h"
 #include "backends/cpu/plane_test_util.h"

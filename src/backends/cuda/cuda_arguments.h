@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "gpu/backend.h"
+#include "backends/backend.h"
 
 namespace flowcore::cuda {
 

@@ -28,7 +28,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "gpu/backend.h"
+#include "backends/backend.h"
 
 namespace flowcore {
 

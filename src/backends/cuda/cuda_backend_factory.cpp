@@ -8,8 +8,8 @@
 #include "backends/cuda/cuda_extra_stages.h"
 #include "backends/cuda/cuda_matching_stages.h"
 #endif
-#include "gpu/extra_stages.h"
-#include "gpu/matching_stages.h"
+#include "backends/extra_stages.h"
+#include "backends/matching_stages.h"
 
 namespace flowcore {
 

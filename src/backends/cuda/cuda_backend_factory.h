@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "gpu/backend.h"
+#include "backends/backend.h"
 
 namespace flowcore {
 

@@ -2,8 +2,8 @@
 // bit for bit (same functions, no contraction on either side); dot products
 // may differ by one float ulp (different summation order in double); a whole
 // run may drift by the accumulated effect of those ulps in the solver.
-#include "gpu/motion_tensors.h"
-#include "gpu/pcg.h"
+#include "variational/motion_tensors.h"
+#include "variational/pcg.h"
 #include "backends/cuda/cuda_gpu_test_fixture.h"
 
 namespace flowcore {

@@ -23,7 +23,7 @@
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
-#include "gpu/filter_masks.h"
+#include "variational/filter_masks.h"
 #include "pixel/convolve.h"
 
 namespace flowcore {

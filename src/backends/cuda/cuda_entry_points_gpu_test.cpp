@@ -13,9 +13,9 @@
 
 #include "backends/cuda/device_probe.h"
 #include "driver/vemo.h"
-#include "gpu/backend_factory.h"
-#include "gpu/host_entry_points.h"
-#include "gpu/sor.h"
+#include "backends/backend_factory.h"
+#include "variational/host_entry_points.h"
+#include "variational/sor.h"
 #include "image/synthetic.h"
 #include "matching/host_entry_points.h"
 #include "pixel/hog.h"

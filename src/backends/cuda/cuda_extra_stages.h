@@ -5,7 +5,7 @@
 // This header needs no CUDA headers, so host code may include it.
 #pragma once
 
-#include "gpu/extra_stages.h"
+#include "backends/extra_stages.h"
 
 namespace flowcore {
 

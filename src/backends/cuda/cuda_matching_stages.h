@@ -10,7 +10,7 @@
 // This header needs no CUDA headers, so host code may include it.
 #pragma once
 
-#include "gpu/matching_stages.h"
+#include "backends/matching_stages.h"
 
 namespace flowcore {
 

@@ -7,7 +7,7 @@
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
-#include "gpu/scratch.h"
+#include "variational/scratch.h"
 #include "pixel/diffusivity.h"
 #include "pixel/pcg.h"
 #include "pixel/robust_factors.h"

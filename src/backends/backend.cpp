@@ -1,0 +1,70 @@
+// Default fused passes of the solver, composed of the elementary operations.
+#include "backends/backend.h"
+
+#include "variational/scratch.h"
+
+namespace flowcore {
+
+Buffer uploadRows(Backend& backend, const float* src, int width, int rows, int pitch) {
+  Buffer b = backend.allocate(static_cast<std::size_t>(pitch) * rows);
+  backend.clear(b.data(), b.floats());
+  backend.upload(b.data(), pitch, src, width, rows);
+  return b;
+}
+
+float Backend::productDot(const float* A, const float* p, float* q, int height, int width, int pitch) {
+  product(A, p, p + static_cast<std::size_t>(pitch) * height, height, width, pitch, q);
+  return dot(p, q, 2 * height, width, pitch);
+}
+
+float Backend::nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext,
+                                       float* q, int height, int width, int pitch) {
+  copy(pNext, p, 2 * static_cast<std::size_t>(pitch) * height);
+  scaleAndAdd(pNext, z, beta, 2 * height, width, pitch);
+  return productDot(A, pNext, q, height, width, pitch);
+}
+
+float Backend::updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q,
+                                         float a, float* z, int height, int width, int pitch) {
+  saxpy2(du, p, a, r, q, -a, 2 * height, width, pitch);
+  blockJacobi(A, r, z, height, width, pitch);
+  return dot(r, z, 2 * height, width, pitch);
+}
+
+void Backend::cgBegin(const float* r, const float* z, int height, int width, int pitch) {
+  cgStart(cg_, dot(r, z, 2 * height, width, pitch));
+}
+
+bool Backend::cgActive() { return cg_.active != 0; }
+
+void Backend::cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) {
+  if (cg_.active != 0) cgStep(cg_, productDot(A, p, q, height, width, pitch));
+}
+
+void Backend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
+                            int width, int pitch) {
+  if (cg_.active != 0) cgStep(cg_, nextDirectionProductDot(A, p, z, cg_.beta, pNext, q, height, width, pitch));
+}
+
+void Backend::cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,
+                       int width, int pitch) {
+  if (cg_.active != 0) cgFinish(cg_, updatePrecondition(A, du, p, r, q, cg_.alpha, z, height, width, pitch));
+}
+
+int Backend::cgIterations() { return cg_.iterations; }
+
+void Backend::assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
+                                    const float* geoV, const float* geoConf, int height, int width, int pitch,
+                                    float alpha, float beta, float gamma) {
+  const std::size_t plane = static_cast<std::size_t>(pitch) * height;
+  const float* du = fp.du;
+  const float* dv = fp.du + plane;
+  dataFactor(fp.ST, du, dv, fp.dPsiData, height, width, pitch);
+  gradientFactor(fp.ST2, du, dv, fp.dPsiGradient, height, width, pitch, gamma);
+  matchFactor(u, v, du, dv, geoU, geoV, geoConf, fp.dPsiMatch, fp.matchU, fp.matchV, 1, height, width, pitch,
+              beta);
+  makeMatrix(fp.devMatrix, fp.b, fp.dPsiData, fp.dPsiGradient, fp.dPsiMatch, fp.ST, fp.ST2, fp.matchU, fp.matchV,
+             u, v, fp.diffX, fp.diffY, height, width, pitch, alpha);
+}
+
+}  // namespace flowcore

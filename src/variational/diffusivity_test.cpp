@@ -1,0 +1,78 @@
+#include "variational/diffusivity.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "backends/cpu/cpu_backend.h"
+#include "support/solver_fixtures.h"
+
+namespace flowcore {
+namespace {
+
+using testing::TestImage;
+
+struct DiffusivityRun {
+  DiffusivityRun(Backend& b, int height, int width)
+      : u(b, height, width), v(b, height, width), du(b, height, width, 2), diffX(b, height, width),
+        diffY(b, height, width), sum(b, height, width), derivative(b, height, width) {}
+  void run(Backend& b) {
+    gDiffusivity(b, u.data(), v.data(), du.data(0), du.data(1), diffX.data(), diffY.data(), u.height, u.width,
+                 u.pitch, sum.data(), derivative.data());
+  }
+  TestImage u, v, du, diffX, diffY, sum, derivative;
+};
+
+// A constant flow has no gradient: every edge weight is 1 / sqrt(1e-6).
+// Guards against a wrong epsilon, a missing reciprocal, or reading u alone
+// instead of u + du.
+TEST(Diffusivity, ConstantFlowGivesThousandEverywhereAndThinImagesHaveNoEdges) {
+  CpuBackend backend(16, 3);
+  const int sizes[][2] = {{9, 21}, {1, 7}, {6, 1}, {1, 1}};
+  for (const auto& hw : sizes) {
+    DiffusivityRun d(backend, hw[0], hw[1]);
+    d.u.fill([](int, int, int) { return 3.0f; });
+    d.du.fill([](int, int, int k) { return k == 0 ? 0.5f : -2.0f; });
+    d.v.fill([](int, int, int) { return 2.0f; });
+    d.diffX.fill([](int, int, int) { return 77.0f; });  // overwritten whole
+    d.run(backend);
+    for (int y = 0; y < hw[0]; ++y)
+      for (int x = 0; x < hw[1]; ++x) {
+        ASSERT_EQ(d.diffX.at(x, y), 1000.0f) << hw[0] << "x" << hw[1] << " at " << x << "," << y;
+        ASSERT_EQ(d.diffY.at(x, y), 1000.0f) << hw[0] << "x" << hw[1] << " at " << x << "," << y;
+      }
+    EXPECT_TRUE(d.diffX.paddingIsZero());
+    EXPECT_TRUE(d.diffY.paddingIsZero());
+  }
+}
+
+// u + du = 2x: horizontal edges see the forward difference 2 and no vertical
+// derivative; vertical edges see the central x-derivative (2 inside, 1 at the
+// replicated left and right borders). Guards against swapped derivative
+// directions, a wrong midpoint mean, or weights depending on u instead of
+// u + du.
+TEST(Diffusivity, RampWeightsUseTheRightDerivativesOfFlowPlusIncrement) {
+  CpuBackend backend;
+  const int h = 5, w = 20;
+  DiffusivityRun inIncrement(backend, h, w), inFlow(backend, h, w);
+  inIncrement.du.fill([](int x, int, int k) { return k == 0 ? 2.0f * x : 0.0f; });
+  inFlow.u.fill([](int x, int, int) { return 2.0f * x; });
+  inIncrement.run(backend);
+  inFlow.run(backend);
+  EXPECT_EQ(inIncrement.diffX.dense(), inFlow.diffX.dense());
+  EXPECT_EQ(inIncrement.diffY.dense(), inFlow.diffY.dense());
+
+  const float half = static_cast<float>(1.0 / std::sqrt(4.0 + 1e-6));
+  const float one = static_cast<float>(1.0 / std::sqrt(1.0 + 1e-6));
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w - 1; ++x) EXPECT_EQ(inFlow.diffX.at(x, y), half) << x << "," << y;
+    for (int x = 0; x < w; ++x) {
+      if (y == h - 1) continue;
+      const float expected = (x == 0 || x == w - 1) ? one : half;
+      EXPECT_EQ(inFlow.diffY.at(x, y), expected) << x << "," << y;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace flowcore

@@ -1,0 +1,200 @@
+#include "variational/pcg.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cmath>
+#include <vector>
+
+#include "backends/cpu/cpu_backend.h"
+#include "variational/scratch.h"
+#include "pixel/system_matrix.h"
+#include "support/solver_fixtures.h"
+
+namespace flowcore {
+namespace {
+
+using testing::TestImage;
+using testing::uniformNoise;
+
+// A random symmetric positive definite system with the structure of a
+// fixed-point step: positive 2 x 2 blocks (a diagonally dominant data part)
+// plus a weighted graph Laplacian on the 4-neighbourhood, assembled by the
+// same stage that builds the real systems.
+struct SpdSystem {
+  SpdSystem(Backend& b, int height, int width, unsigned seed)
+      : height(height), width(width), pitch(b.pitchFor(width)),
+        scratch(b, static_cast<std::size_t>(pitch) * height), zero(b, height, width), x(b, height, width, 2) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> g(-1.0f, 1.0f), pos(0.2f, 1.0f);
+    const FPtmp& fp = scratch.fp();
+    const std::size_t plane = static_cast<std::size_t>(pitch) * height;
+    for (int y = 0; y < height; ++y)
+      for (int xx = 0; xx < width; ++xx) {
+        const std::size_t i = static_cast<std::size_t>(y) * pitch + xx;
+        const float a = pos(rng), d = pos(rng), c = 0.5f * g(rng) * std::sqrt(a * d);
+        const float st[6] = {a, d, 1.0f, c, g(rng), g(rng)};
+        for (int k = 0; k < 6; ++k) {
+          fp.ST[i + k * plane] = st[k];
+          fp.ST2[i + k * plane] = 0.0f;
+        }
+        fp.dPsiData[i] = 1.0f;
+        fp.dPsiGradient[i] = 0.0f;
+        fp.dPsiMatch[i] = 0.0f;
+        fp.matchU[i] = 0.0f;
+        fp.matchV[i] = 0.0f;
+        fp.diffX[i] = pos(rng);
+        fp.diffY[i] = pos(rng);
+      }
+    b.makeMatrix(fp.devMatrix, fp.b, fp.dPsiData, fp.dPsiGradient, fp.dPsiMatch, fp.ST, fp.ST2, fp.matchU,
+                 fp.matchV, zero.data(), zero.data(), fp.diffX, fp.diffY, height, width, pitch, 2.0f);
+  }
+  float* du() const { return scratch.fp().du; }
+  float* dv() const { return scratch.fp().du + static_cast<std::size_t>(pitch) * height; }
+  const float* A() const { return scratch.fp().devMatrix; }
+  const float* b() const { return scratch.fp().b; }
+  int solve(Backend& backend, int iterations) {
+    return gPCG(backend, A(), b(), du(), dv(), height, width, pitch, iterations, scratch.cg());
+  }
+  // Euclidean norm of b - A (du, dv), in double.
+  double residualNorm(Backend& backend) {
+    backend.residual(A(), b(), du(), dv(), height, width, pitch, x.data());
+    double s = 0.0;
+    for (float f : x.dense()) s += static_cast<double>(f) * f;
+    return std::sqrt(s);
+  }
+  std::vector<float> solution() const {
+    const std::size_t n = 2 * static_cast<std::size_t>(pitch) * height;
+    return std::vector<float>(du(), du() + n);
+  }
+  int height, width, pitch;
+  SolverScratch scratch;
+  TestImage zero, x;
+};
+
+// Guards against a solver that does not converge (wrong step length, wrong
+// search-direction update, preconditioner applied to the wrong vector).
+TEST(Pcg, ReducesTheResidualOfARandomSpdSystemAndConvergesWithEnoughIterations) {
+  CpuBackend backend;
+  SpdSystem s(backend, 21, 34, 7);
+  const double start = s.residualNorm(backend);
+  EXPECT_EQ(s.solve(backend, 10), 10);
+  const double after10 = s.residualNorm(backend);
+  EXPECT_LT(after10, 0.2 * start);
+  s.solve(backend, 300);  // warm start from the previous solution
+  EXPECT_LT(s.residualNorm(backend), 1e-3 * start);
+}
+
+// A start that already solves the system has r = 0, so r . z = 0 stops the
+// loop before any update; zero iterations change nothing either. Guards
+// against an update applied before the convergence test.
+TEST(Pcg, ExactOrNoIterationsLeaveTheStartUntouchedAndOneIterationAppliesOneUpdate) {
+  CpuBackend backend;
+  SpdSystem s(backend, 9, 17, 3);
+  TestImage start(backend, 9, 17, 2);
+  start.fill(uniformNoise(5, -1.0f, 1.0f));
+  // b = A * start.
+  backend.product(s.A(), start.data(0), start.data(1), 9, 17, s.pitch, s.scratch.fp().b);
+  backend.copy(s.du(), start.data(), 2 * start.plane());
+  const std::vector<float> before = s.solution();
+  EXPECT_EQ(s.solve(backend, 10), 0);
+  EXPECT_EQ(s.solution(), before);
+
+  SpdSystem t(backend, 9, 17, 4);
+  const std::vector<float> zero = t.solution();
+  EXPECT_EQ(t.solve(backend, 0), 0);
+  EXPECT_EQ(t.solution(), zero);
+  EXPECT_EQ(t.solve(backend, 1), 1);
+  EXPECT_NE(t.solution(), zero);
+}
+
+// The solver treats du, dv as one image of 2 * height rows.
+TEST(Pcg, RefusesIncrementPlanesThatAreNotConsecutive) {
+  CpuBackend backend;
+  SpdSystem s(backend, 4, 4, 1);
+  TestImage other(backend, 4, 4);
+  ::testing::internal::CaptureStderr();
+  EXPECT_THROW(gPCG(backend, s.A(), s.b(), s.du(), other.data(), 4, 4, s.pitch, 3, s.scratch.cg()), BackendError);
+  EXPECT_NE(::testing::internal::GetCapturedStderr().find("dv"), std::string::npos);
+}
+
+// Sizes that are not multiples of 16 and padded rows: the padding must stay
+// zero, never be read as data, and not change any result bit; the thread
+// count must not change any bit either (fixed-order reductions).
+TEST(Pcg, PaddingAndThreadCountDoNotChangeTheSolution) {
+  CpuBackend tight(1, 0), padded(16, 7);
+  SpdSystem a(tight, 19, 33, 9), b(padded, 19, 33, 9);
+  ASSERT_NE(a.pitch, b.pitch);
+  a.solve(tight, 25);
+  b.solve(padded, 25);
+  TestImage viewA(tight, 19, 33, 2), viewB(padded, 19, 33, 2);
+  tight.copy(viewA.data(), a.du(), 2 * viewA.plane());
+  padded.copy(viewB.data(), b.du(), 2 * viewB.plane());
+  EXPECT_EQ(viewA.dense(), viewB.dense());
+  EXPECT_TRUE(viewB.paddingIsZero());
+
+  const int threads = omp_get_max_threads();
+  std::vector<float> results[2];
+  for (int n : {1, 2}) {
+    omp_set_num_threads(n);
+    CpuBackend backend;
+    SpdSystem s(backend, 160, 130, 2);  // large enough to run in parallel
+    s.solve(backend, 10);
+    results[n - 1] = s.solution();
+  }
+  omp_set_num_threads(threads);
+  EXPECT_EQ(results[0], results[1]);
+}
+
+// The fused passes of the CPU backend must give the bits of the elementary
+// operations they replace, and a singular 2 x 2 block is preconditioned by
+// the identity.
+TEST(Pcg, FusedPassesMatchTheElementaryOperationsAndSingularBlocksPassThrough) {
+  CpuBackend backend(16, 1);
+  const int h = 13, w = 29;
+  SpdSystem s(backend, h, w, 8);
+  TestImage p(backend, h, w, 2), q1(backend, h, w, 2), q2(backend, h, w, 2);
+  p.fill(uniformNoise(1, -1.0f, 1.0f));
+  const float pq1 = backend.productDot(s.A(), p.data(), q1.data(), h, w, p.pitch);
+  const float pq2 = backend.Backend::productDot(s.A(), p.data(), q2.data(), h, w, p.pitch);
+  EXPECT_EQ(pq1, pq2);
+  EXPECT_EQ(q1.dense(), q2.dense());
+
+  TestImage z(backend, h, w, 2), next1(backend, h, w, 2), next2(backend, h, w, 2);
+  z.fill(uniformNoise(4, -1.0f, 1.0f));
+  const float np1 = backend.nextDirectionProductDot(s.A(), p.data(), z.data(), 0.61f, next1.data(), q1.data(), h, w,
+                                                    p.pitch);
+  const float np2 = backend.Backend::nextDirectionProductDot(s.A(), p.data(), z.data(), 0.61f, next2.data(),
+                                                             q2.data(), h, w, p.pitch);
+  EXPECT_EQ(np1, np2);
+  EXPECT_EQ(next1.dense(), next2.dense());
+  EXPECT_EQ(q1.dense(), q2.dense());
+
+  TestImage du1(backend, h, w, 2), r1(backend, h, w, 2), z1(backend, h, w, 2);
+  TestImage du2(backend, h, w, 2), r2(backend, h, w, 2), z2(backend, h, w, 2);
+  for (TestImage* t : {&du1, &du2}) t->fill(uniformNoise(2, -1.0f, 1.0f));
+  for (TestImage* t : {&r1, &r2}) t->fill(uniformNoise(3, -1.0f, 1.0f));
+  const float rz1 = backend.updatePrecondition(s.A(), du1.data(), p.data(), r1.data(), q1.data(), 0.37f, z1.data(),
+                                               h, w, p.pitch);
+  const float rz2 = backend.Backend::updatePrecondition(s.A(), du2.data(), p.data(), r2.data(), q1.data(), 0.37f,
+                                                        z2.data(), h, w, p.pitch);
+  EXPECT_EQ(rz1, rz2);
+  EXPECT_EQ(du1.dense(), du2.dense());
+  EXPECT_EQ(r1.dense(), r2.dense());
+  EXPECT_EQ(z1.dense(), z2.dense());
+
+  TestImage singular(backend, 1, 1, kMatrixPlanes), x(backend, 1, 1, 2), y(backend, 1, 1, 2);
+  singular.at(0, 0, kA11) = 1e-3f;
+  singular.at(0, 0, kA22) = 1e-2f;  // det = 1e-5 <= 1e-4
+  x.at(0, 0, 0) = 4.0f;
+  x.at(0, 0, 1) = -2.0f;
+  backend.blockJacobi(singular.data(), x.data(), y.data(), 1, 1, x.pitch);
+  EXPECT_EQ(y.dense(), x.dense());
+  singular.at(0, 0, kA22) = 1.0f;  // det = 1e-3: inverted
+  backend.blockJacobi(singular.data(), x.data(), y.data(), 1, 1, x.pitch);
+  EXPECT_FLOAT_EQ(y.at(0, 0, 0), 4000.0f);
+  EXPECT_FLOAT_EQ(y.at(0, 0, 1), -2.0f);
+}
+
+}  // namespace
+}  // namespace flowcore

@@ -1,0 +1,188 @@
+#include "variational/variational_flow.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+
+#include "common/timer.h"
+#include "variational/nonlinear_iteration.h"
+#include "variational/pyramid.h"
+#include "variational/scratch.h"
+#include "variational/solver_timers.h"
+
+namespace flowcore {
+
+namespace {
+
+// Number of full-size passes after level 0, run without the match term.
+constexpr int kExtraFullSizePasses = 5;
+
+[[noreturn]] void refuse(const std::string& message) {
+  std::fprintf(stderr, "%s\n", message.c_str());
+  throw std::invalid_argument(message);
+}
+
+void checkArguments(const Backend& backend, int height, int width, int pitch, int nChan) {
+  if (height < 1 || width < 1)
+    refuse("gVariationalFlowVemo: invalid frame size " + std::to_string(width) + "x" + std::to_string(height));
+  if (pitch < width)
+    refuse("gVariationalFlowVemo: pitch " + std::to_string(pitch) + " is smaller than the width " +
+           std::to_string(width));
+  // Full-size levels copy the frames plane by plane as contiguous blocks.
+  if (pitch != backend.pitchFor(width))
+    refuse("gVariationalFlowVemo: pitch " + std::to_string(pitch) + " is not the backend's pitch " +
+           std::to_string(backend.pitchFor(width)) + " for width " + std::to_string(width));
+  if (nChan < 1) refuse("gVariationalFlowVemo: invalid channel count " + std::to_string(nChan));
+}
+
+}  // namespace
+
+FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const float* frame2, const float* geoU,
+                                const float* geoV, const float* geoConf, int hypos, int height, int width,
+                                int pitch, int nChan, float sigma, float alpha, float beta, float gamma, float eta,
+                                int fixedPointIterations, int solverIterations) {
+  checkArguments(backend, height, width, pitch, nChan);
+  const std::size_t fullPlane = static_cast<std::size_t>(pitch) * height;
+
+  // Level copies of the match field.
+  stamp(start_memcpy);
+  Buffer levelGeoU = backend.allocate(fullPlane);
+  Buffer levelGeoV = backend.allocate(fullPlane);
+  Buffer levelGeoConf = backend.allocate(fullPlane);
+  backend.synchronize();
+  closeStretch(start_memcpy, finish_memcpy, timer_memcpy);
+
+  const int nscales = pyramidScaleCount(height, width, eta);
+  std::printf("# scales = %d \n", nscales);
+  if (sigma > 0.0f) std::printf("Filters not yet implemented\n");
+
+  SolverScratch scratch(backend, fullPlane);
+
+  // The level images, allocated once at full size and reused by every level
+  // (a level uses the first pitch * height floats of each plane), so that no
+  // level allocates. The flow alternates between two pairs of planes: the
+  // level's flow is enlarged from the other pair.
+  Buffer level1 = backend.allocate(nChan * fullPlane);
+  Buffer level2 = backend.allocate(nChan * fullPlane);
+  Buffer warpedStore = backend.allocate(nChan * fullPlane);
+  Buffer conf = backend.allocate(fullPlane);
+  Buffer flowU[2] = {backend.allocate(fullPlane), backend.allocate(fullPlane)};
+  Buffer flowV[2] = {backend.allocate(fullPlane), backend.allocate(fullPlane)};
+
+  // The flow of the last processed level (pair `current`) and its geometry.
+  int current = 0;
+  bool haveFlow = false;
+  int flowHeight = 0, flowWidth = 0, flowPitch = 0;
+  int iterations = solverIterations;
+
+  for (int s = nscales; s >= -kExtraFullSizePasses; --s) {
+    const int e = s >= 0 ? s : 0;
+    if (pyramidLevelIsDegenerate(s, height, width, eta)) {
+      std::printf("Increase eta or increase minimum dimension\n");
+      continue;
+    }
+    const LevelSize size = pyramidLevelSize(s, height, width, eta);
+    const int hs = size.height, ws = size.width;
+    const int ps = backend.pitchFor(ws);
+    const std::size_t plane = static_cast<std::size_t>(ps) * hs;
+
+    // Frames and match field of the level, always from the full-size inputs
+    // so that rounding does not accumulate over the levels.
+    stamp(start_down);
+    if (s <= 0) {
+      backend.copy(level1.data(), frame1, nChan * plane);
+      backend.copy(level2.data(), frame2, nChan * plane);
+      backend.copy(levelGeoU.data(), geoU, plane);
+      backend.copy(levelGeoV.data(), geoV, plane);
+      backend.copy(levelGeoConf.data(), geoConf, plane);
+    } else {
+      for (int c = 0; c < nChan; ++c) {
+        backend.downsample(frame1 + c * fullPlane, height, width, pitch, level1.data() + c * plane, hs, ws, ps,
+                           nullptr);
+        backend.downsample(frame2 + c * fullPlane, height, width, pitch, level2.data() + c * plane, hs, ws, ps,
+                           nullptr);
+      }
+      // Match displacements shrink with the image; the weight plane is
+      // averaged with weights equal to itself.
+      const float shrink = powf(eta, static_cast<float>(s));
+      backend.downsample(geoU, height, width, pitch, levelGeoU.data(), hs, ws, ps, geoConf);
+      backend.scale(levelGeoU.data(), hs, ws, ps, shrink);
+      backend.downsample(geoV, height, width, pitch, levelGeoV.data(), hs, ws, ps, geoConf);
+      backend.scale(levelGeoV.data(), hs, ws, ps, shrink);
+      backend.downsample(geoConf, height, width, pitch, levelGeoConf.data(), hs, ws, ps, geoConf);
+    }
+    backend.synchronize();
+    closeStretch(start_down, finish_down, timer_down);
+
+    // Flow carried into the level: zero at the coarsest level, enlarged from
+    // the previous level above full size, kept during the full-size passes.
+    stamp(start_interp_warp);
+    const bool coarsest = static_cast<float>(e) == static_cast<float>(nscales);
+    if (s >= 0 || !haveFlow) {
+      const int next = 1 - current;
+      float* nu = flowU[next].data();
+      float* nv = flowV[next].data();
+      if (coarsest || !haveFlow) {
+        // A flow that was never computed (every coarser level skipped as
+        // degenerate) starts from zero as well.
+        backend.clear(nu, plane);
+        backend.clear(nv, plane);
+      } else if (nscales > e) {
+        const float enlarge = 1.0f / eta;
+        backend.interpolate(nu, hs, ws, ps, flowU[current].data(), flowHeight, flowWidth, flowPitch, enlarge);
+        backend.scale(nu, hs, ws, ps, enlarge);
+        backend.interpolate(nv, hs, ws, ps, flowV[current].data(), flowHeight, flowWidth, flowPitch, enlarge);
+        backend.scale(nv, hs, ws, ps, enlarge);
+      }
+      current = next;
+      haveFlow = true;
+    } else if (coarsest) {
+      backend.clear(flowU[current].data(), plane);
+      backend.clear(flowV[current].data(), plane);
+    }
+    float* u = flowU[current].data();
+    float* v = flowV[current].data();
+
+    const float* warped = level2.data();
+    if (!coarsest) {
+      backend.warpMotion(warpedStore.data(), u, v, level2.data(), level1.data(), nChan, conf.data(), hs, ws, ps);
+      warped = warpedStore.data();
+    } else {
+      backend.setValue(conf.data(), hs, ws, ps, 1.0f);
+    }
+    if (s == -1) iterations = 2 * solverIterations;
+    if (s < 0) backend.clear(levelGeoConf.data(), plane);
+    backend.synchronize();
+    closeStretch(start_interp_warp, finish_interp_warp, timer_interp_warp);
+
+    gNonLinearIteration(backend, level1.data(), warped, conf.data(), levelGeoU.data(), levelGeoV.data(),
+                        levelGeoConf.data(), hypos, u, v, hs, ws, ps, nChan, alpha, beta,
+                        gamma * powf(eta, static_cast<float>(e)), fixedPointIterations, iterations, scratch.cg(),
+                        scratch.fp());
+    flowHeight = hs;
+    flowWidth = ws;
+    flowPitch = ps;
+  }
+
+  if (!haveFlow) {
+    // Every pass was skipped as degenerate: nothing moved.
+    flowPitch = backend.pitchFor(width);
+    backend.clear(flowU[current].data(), fullPlane);
+    backend.clear(flowV[current].data(), fullPlane);
+  }
+
+  std::printf("Solver time = %f ms\n", timer_solver);
+  std::printf("MakeMatrix time = %f ms\n", timer_makematrix);
+  std::printf("Interp time = %f ms\n", timer_interp_warp);
+  std::printf("downsampling time = %f ms\n", timer_down);
+
+  FlowPlanes result;
+  result.u = std::move(flowU[current]);
+  result.v = std::move(flowV[current]);
+  result.pitch = flowPitch;
+  return result;
+}
+
+}  // namespace flowcore

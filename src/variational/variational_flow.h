@@ -1,0 +1,32 @@
+// Coarse-to-fine variational flow on a backend.
+#pragma once
+
+#include "backends/backend.h"
+
+namespace flowcore {
+
+// The flow of a run: two single planes of the full frame in backend memory.
+struct FlowPlanes {
+  Buffer u;
+  Buffer v;
+  int pitch = 0;
+};
+
+// Dense flow from frame 1 to frame 2 (nChan planes each, full frame of
+// height x width with `pitch` floats per row, presmoothed by the caller),
+// given the match field geoU, geoV (displacements in pixels) and geoConf
+// (weights, 0 where there is no match). Runs the pyramid from the coarsest
+// level to full size, then five more full-size passes without the match term
+// and with twice the solver iterations. The inputs are not modified.
+//
+// Prints "# scales = N" at the start and the accumulated solver, assembly,
+// interpolation and downsampling times at the end. `hypos` is forwarded to
+// the fixed-point iteration. sigma > 0 is not supported (the caller
+// presmooths) and only reported. Invalid sizes, pitch, channel count or eta
+// are refused with a message on stderr and an exception.
+FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const float* frame2, const float* geoU,
+                                const float* geoV, const float* geoConf, int hypos, int height, int width,
+                                int pitch, int nChan, float sigma, float alpha, float beta, float gamma, float eta,
+                                int fixedPointIterations, int solverIterations);
+
+}  // namespace flowcore
