@@ -83,6 +83,20 @@ class Backend {
   // Bytes this backend could still allocate for a run (free device memory, or
   // available host memory). Used to refuse a frame before allocating for it.
   virtual std::size_t availableBytes() const = 0;
+  // What a run on frames of height x width x channels at `pitch` holds on
+  // this backend beyond the buffers the control flow allocates: scratch the
+  // matching stages allocate while they run (buffers too, but only while
+  // matching), and memory the backend keeps outside its buffers (textures,
+  // reduction buffers, device copies of masks). availableBytes() counts what
+  // the backend holds of the latter as available, since a run reuses it.
+  struct RunOverhead {
+    std::size_t matchingScratch = 0;
+    std::size_t held = 0;
+  };
+  virtual RunOverhead runOverhead(int height, int width, int pitch, int channels) const {
+    (void)height, (void)width, (void)pitch, (void)channels;
+    return {};
+  }
   // Bytes held by live buffers, and the most held at any time so far.
   std::size_t bytesInUse() const { return bytesInUse_; }
   std::size_t peakBytes() const { return peakBytes_; }

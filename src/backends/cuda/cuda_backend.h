@@ -18,7 +18,9 @@
 //
 // All work runs on the default stream in issue order. A failing runtime call
 // or launch prints the file, line and runtime message and ends the process
-// with status 1; invalid arguments are refused with BackendError.
+// with status 1 (cuda_check.h, teardown included); invalid arguments, and
+// an allocation the device cannot satisfy even after the cached blocks are
+// given back, are refused with BackendError.
 //
 // This header needs no CUDA headers, so host code may include it.
 #pragma once
@@ -34,14 +36,18 @@ namespace flowcore {
 
 class CudaBackend : public Backend {
  public:
-  // Uses the current device. The caller checks cudaDeviceUsable() first.
-  CudaBackend();
+  // Works on device `device` (cuda:N), which becomes the calling thread's
+  // current device. The caller checks cudaDeviceUsable(device) first.
+  explicit CudaBackend(int device = 0);
   ~CudaBackend() override;
   CudaBackend(const CudaBackend&) = delete;
   CudaBackend& operator=(const CudaBackend&) = delete;
 
   const char* name() const override { return "cuda"; }
+  // Free device memory, plus what this backend holds and a run reuses or
+  // gives back: cached blocks, scratch, the filter texture's array, masks.
   std::size_t availableBytes() const override;
+  RunOverhead runOverhead(int height, int width, int pitch, int channels) const override;
 
   Buffer allocate(std::size_t floats) override;
   int pitchFor(int width) const override;
@@ -133,6 +139,12 @@ class CudaBackend : public Backend {
 
   void release(float* data) noexcept override;
 
+  // cudaMalloc for memory outside the buffers (the stage executors' integer
+  // arrays, this backend's scratch): when the device is out of memory, the
+  // cached blocks are given back and the allocation is tried once more
+  // before the run is refused (message, BackendError).
+  void* deviceAlloc(std::size_t bytes);
+
   // Where a reduction's total goes: back to the host (dot()), or into the
   // solver scalars as the first r . z, a p . q, or a new r . z.
   enum class DotUse { Host, Start, Step, Finish };
@@ -160,6 +172,10 @@ class CudaBackend : public Backend {
   float* scratch(int slot, std::size_t floats);
   // Device buffer for the row sums and the result of dot().
   double* rowSums(int rows);
+  // Gives every cached block back to the device.
+  void emptyCache();
+  // Bytes held outside the buffers: scratch, row sums, texture array, masks.
+  std::size_t heldBytes() const;
 
   // Bytes behind every live allocation, for the accounting in release().
   std::unordered_map<const float*, std::size_t> sizes_;
@@ -176,6 +192,7 @@ class CudaBackend : public Backend {
   CgScalars* cgScalars_ = nullptr;
   static constexpr std::size_t kMaxStoredMasks = 64;
   std::map<std::vector<float>, float*> masks_;
+  std::size_t maskBytes_ = 0;
   // The filter texture: a cudaArray_t and a cudaTextureObject_t, held
   // opaquely so that host code needs no CUDA headers.
   void* textureArray_ = nullptr;

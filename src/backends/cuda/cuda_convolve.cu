@@ -125,16 +125,17 @@ const float* CudaBackend::deviceMask(const float* mask, int length) {
     VEMO_CUDA_CALL(cudaDeviceSynchronize());
     for (auto& entry : masks_) VEMO_CUDA_CALL(cudaFree(entry.second));
     masks_.clear();
+    maskBytes_ = 0;
   }
-  void* p = nullptr;
-  VEMO_CUDA_CALL(cudaMalloc(&p, static_cast<std::size_t>(length) * sizeof(float)));
-  float* device = static_cast<float*>(p);
+  const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(float);
+  float* device = static_cast<float*>(deviceAlloc(bytes));
   try {
     masks_.emplace(std::move(taps), device);
   } catch (...) {
-    cudaFree(device);
+    VEMO_CUDA_TEARDOWN(cudaFree(device));
     throw;
   }
+  maskBytes_ += bytes;
   VEMO_CUDA_CALL(cudaMemcpy(device, mask, static_cast<std::size_t>(length) * sizeof(float), cudaMemcpyHostToDevice));
   return device;
 }
@@ -144,7 +145,15 @@ unsigned long long CudaBackend::textureOf(const float* in, int height, int width
     releaseTexture();
     cudaChannelFormatDesc desc = cudaCreateChannelDesc<float>();
     cudaArray_t array = nullptr;
-    VEMO_CUDA_CALL(cudaMallocArray(&array, &desc, width, height));
+    cudaError_t err = cudaMallocArray(&array, &desc, width, height);
+    if (err == cudaErrorMemoryAllocation && !cache_.empty()) {
+      cudaGetLastError();
+      emptyCache();
+      err = cudaMallocArray(&array, &desc, width, height);
+    }
+    if (err == cudaErrorMemoryAllocation)
+      cuda::refuseOutOfMemory(static_cast<std::size_t>(width) * height * sizeof(float));
+    VEMO_CUDA_CALL(err);
     textureArray_ = array;
     textureWidth_ = width;
     textureHeight_ = height;
@@ -171,9 +180,9 @@ unsigned long long CudaBackend::textureOf(const float* in, int height, int width
 void CudaBackend::releaseTexture() noexcept {
   if (textureArray_ == nullptr) return;
   // The kernels that read the texture must be done before it goes.
-  cudaDeviceSynchronize();
-  cudaDestroyTextureObject(texture_);
-  cudaFreeArray(static_cast<cudaArray_t>(textureArray_));
+  VEMO_CUDA_TEARDOWN(cudaDeviceSynchronize());
+  VEMO_CUDA_TEARDOWN(cudaDestroyTextureObject(texture_));
+  VEMO_CUDA_TEARDOWN(cudaFreeArray(static_cast<cudaArray_t>(textureArray_)));
   textureArray_ = nullptr;
   texture_ = 0;
   textureWidth_ = textureHeight_ = 0;

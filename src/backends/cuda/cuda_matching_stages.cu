@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "backends/cuda/cuda_arguments.h"
+#include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
 #include "backends/backend.h"
@@ -151,8 +152,14 @@ __global__ void consistencyCheck_kernel(const int* m_x, const int* m_y, const in
 }  // namespace
 
 IntBuffer CudaMatchingStages::allocateInts(std::size_t count) {
+  const std::size_t bytes = (count == 0 ? 1 : count) * sizeof(int);
   void* p = nullptr;
-  VEMO_CUDA_CALL(cudaMalloc(&p, (count == 0 ? 1 : count) * sizeof(int)));
+  // Through the backend, which gives its cached blocks back when the device
+  // is full, unless it is wrapped (tests that count operations).
+  if (auto* cuda = dynamic_cast<CudaBackend*>(&backend_))
+    p = cuda->deviceAlloc(bytes);
+  else
+    VEMO_CUDA_CALL(cudaMalloc(&p, bytes));
   return IntBuffer(this, static_cast<int*>(p), count);
 }
 
@@ -164,7 +171,7 @@ void CudaMatchingStages::clearInts(int* dst, std::size_t count) {
   if (count > 0) VEMO_CUDA_CALL(cudaMemset(dst, 0, count * sizeof(int)));
 }
 
-void CudaMatchingStages::releaseInts(int* data) noexcept { cudaFree(data); }
+void CudaMatchingStages::releaseInts(int* data) noexcept { VEMO_CUDA_TEARDOWN(cudaFree(data)); }
 
 // Per channel the central gradients (3-tap tiled filters) add their
 // magnitudes to the orientation bins; the bins are smoothed across
