@@ -63,13 +63,11 @@ double seconds() {
 
 // Tells the factory which backend to use and says when it is not the one
 // that was asked for.
-std::string selectBackend(DeviceChoice device) {
-  flowcore::requestBackend(device == DeviceChoice::Cpu    ? flowcore::BackendRequest::Cpu
-                       : device == DeviceChoice::Cuda ? flowcore::BackendRequest::Cuda
-                                                      : flowcore::BackendRequest::Auto);
+std::string selectBackend(const flowcore::DeviceRequest& device) {
+  flowcore::requestBackend(device.backend, device.cudaDevice);
   const std::string chosen = flowcore::chosenBackendName();
-  if (device == DeviceChoice::Cuda && chosen != "cuda") {
-    const flowcore::CudaProbe& probe = flowcore::probeCudaDevice();
+  if (device.backend == flowcore::BackendRequest::Cuda && chosen != "cuda") {
+    const flowcore::CudaProbe& probe = flowcore::probeCudaDevice(device.cudaDevice);
     const std::string why = probe.present ? probe.reason : "no usable CUDA GPU was found";
     std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kProgram, why.c_str(),
                  chosen.c_str());

@@ -76,11 +76,8 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
       {"--threads", intIn(o.threads, 1, 1024, "from 1 to 1024")},
       {"--device",
        [&o](const std::string& v) {
-         if (v == "auto") o.device = DeviceChoice::Auto;
-         else if (v == "cpu") o.device = DeviceChoice::Cpu;
-         else if (v == "cuda") o.device = DeviceChoice::Cuda;
-         else return std::string("expects auto, cpu or cuda");
-         return std::string();
+         return flowcore::parseDeviceName(v, o.device) ? std::string()
+                                                       : std::string("expects ") + flowcore::kDeviceNames;
        }},
   };
   const std::map<std::string, bool*> flags = {
@@ -194,7 +191,8 @@ std::string flowUsage(const char* program) {
          "                           --backward and --occlusions are patterns too\n"
          "      --first N            number of the first frame (default: 0 or 1)\n"
          "Running:\n"
-         "      --device D           auto (CUDA when a GPU is usable), cpu or cuda\n"
+         "      --device D           auto (CUDA when a GPU is usable), cpu, cuda or cuda:N\n"
+         "                           (CUDA device N; cuda is cuda:0)\n"
          "      --threads N          CPU threads\n"
          "      --timings            print the stage timings\n"
          "  -q, --quiet              print errors and warnings only\n"

@@ -3,7 +3,7 @@
 
 #include <string>
 
-enum class DeviceChoice { Auto, Cpu, Cuda };
+#include "backends/backend_factory.h"
 
 struct FlowOptions {
   std::string frame1, frame2;  // the two frames (pair mode)
@@ -21,7 +21,7 @@ struct FlowOptions {
   int solverIterations = 10;
   float maxFlow = 0.0f;  // picture scale in pixels; 0: the largest vector of the field
   bool legend = false;
-  DeviceChoice device = DeviceChoice::Auto;
+  flowcore::DeviceRequest device;  // --device auto, cpu, cuda or cuda:N
   int threads = 0;  // 0: OpenMP's default
   int first = -1;   // first frame number of a sequence; -1: 0 or 1, whichever exists
   bool quiet = false;
