@@ -211,11 +211,11 @@ std::string flowUsage(const char* program) {
   std::string p = program;
   return "Usage: " + p + " [options] FRAME1 FRAME2 -o FLOW.flo\n"
          "       " + p + " [options] --sequence 'frames/%05d.png' -o 'flows/%05d.flo'\n"
-         "       " + p + " [options] --video clip.mp4 -o 'flows/%05d.flo' --viz-video flow.mp4\n"
+         "       " + p + " [options] --video clip.mp4 -o 'flows/%05d.flo'\n"
          "Computes the dense optical flow from FRAME1 to FRAME2 (PNG, JPEG, PGM or PPM).\n"
          "\n"
          "Output (at least one):\n"
-         "  -o, --output FILE        flow file (.flo); with --sequence or --video a pattern\n"
+         "  -o, --output FILE        flow file (.flo); a pattern with --sequence, --video\n"
          "      --viz FILE.png       colour-coded flow picture (.png, .jpg or .jpeg)\n"
          "      --max-flow M         flow length (pixels) shown at full brightness in the\n"
          "                           picture (default: the longest vector of the field)\n"
