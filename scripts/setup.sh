@@ -3,7 +3,8 @@
 # Idempotent: does nothing when everything is already present.
 set -euo pipefail
 
-packages=(cmake g++ make libgtest-dev libbenchmark-dev libpng-dev libjpeg-dev)
+packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev libjpeg-dev
+          libavformat-dev libavcodec-dev libswscale-dev libavutil-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -60,6 +60,19 @@ TEST(FlowOptions, FramesOutputAndBothValueSpellingsWork) {
   EXPECT_EQ(o.device.cudaDevice, 12);
   ASSERT_TRUE(parse({"a", "b", "-o", "f.flo", "--device", "cuda"}, o, error)) << error;
   EXPECT_EQ(o.device.cudaDevice, 0);
+  // Any output alone is a request; eta outside 0..1 is computed, not refused.
+  ASSERT_TRUE(parse({"a", "b", "--viz", "v.JPEG", "--eta", "-2"}, o, error)) << error;
+  EXPECT_TRUE(o.output.empty());
+  EXPECT_FLOAT_EQ(o.eta, -2.0f);
+  ASSERT_TRUE(parse({"--video", "c.mp4", "--viz-video", "f.mp4", "--start", "3", "--frames", "5", "--step", "2",
+                     "--max-flow", "4"},
+                    o, error))
+      << error;
+  EXPECT_EQ(o.video, "c.mp4");
+  EXPECT_EQ(o.vizVideo, "f.mp4");
+  EXPECT_EQ(o.start, 3);
+  EXPECT_EQ(o.frames, 5);
+  EXPECT_EQ(o.step, 2);
 }
 
 TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
@@ -69,8 +82,9 @@ TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
       {"a", "b", "-o", "f.flo", "--alpha", "3x"},        // trailing junk (atof would give 3)
       {"a", "b", "-o", "f.flo", "--alpha", "abc"},       // atof would give 0
       {"a", "b", "-o", "f.flo", "--alpha", "-1"},        // negative weight
-      {"a", "b", "-o", "f.flo", "--eta", "1"},           // pyramid that never shrinks
-      {"a", "b", "-o", "f.flo", "--eta", "0"},           // no pyramid at all
+      {"a", "b", "-o", "f.flo", "--eta", "1"},           // no number of scales
+      {"a", "b", "-o", "f.flo", "--eta", "1.00000001"},  // the same once narrowed to float
+      {"a", "b", "-o", "f.flo", "--eta", "inf"},
       {"a", "b", "-o", "f.flo", "--sigma", "nan"},       // not finite
       {"a", "b", "-o", "f.flo", "--solver-iters", "2.5"},
       {"a", "b", "-o", "f.flo", "--threads", "0"},
@@ -89,6 +103,11 @@ TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
       {"a", "b"},                                        // no output
       {"--sequence", "s%d.png", "a", "-o", "o%d.flo"},   // frames and a sequence
       {"a", "b", "-o", "f.flo", "--first", "3"},         // --first without a sequence
+      {"a", "b", "--viz", "v.gif"},                      // a picture format that is not written
+      {"a", "b", "-o", "f.flo", "--step", "2"},          // video options without --video
+      {"a", "b", "--viz-video", "v.mp4"},
+      {"--video", "c.mp4", "a", "-o", "o%d.flo"},        // frames and a video
+      {"--video", "c.mp4", "-o", "o%d.flo", "--frames", "1"},  // a pair needs two frames
   };
   for (const auto& args : bad) {
     std::string joined;

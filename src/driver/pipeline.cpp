@@ -10,6 +10,8 @@
 #include "backends/backend_factory.h"
 #include "image/exceptions.h"
 #include "image/recursive_smooth.h"
+#include "matching/hog_match_driver.h"
+#include "variational/solver_timers.h"
 
 namespace {
 
@@ -69,4 +71,10 @@ void runFlowOnBackend(flowcore::Backend& backend, CTensor<float>& frame1, CTenso
   std::printf("HOG time = %f \n", timer_HOG);
   std::printf("Var time = %f \n", timer_var);
   std::printf("Total time = %f \n", timer_total);
+}
+
+void resetStageTimers() {
+  for (double* t : {&timer_filter, &timer_memcpy1, &timer_HOG, &timer_var, &timer_total, &timer_makematrix,
+                    &timer_solver, &timer_interp_warp, &timer_down, &timer_memcpy, &timer_hogc, &timer_hogmatch})
+    *t = 0.0;
 }
