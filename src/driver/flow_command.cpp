@@ -1,23 +1,20 @@
 #include "driver/flow_command.h"
 
-#include <fcntl.h>
 #include <omp.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "backends/cuda/device_probe.h"
+#include "common/stage_lines.h"
 #include "driver/flow_options.h"
-#include "driver/flow_stages.h"
 #include "driver/flow_picture.h"
-#include "driver/occlusion.h"
+#include "driver/pair_flow.h"
 #include "driver/optic_flow.h"
-#include "driver/run_flow.h"
 #include "driver/sequence.h"
 #include "backends/backend_factory.h"
 #include "image/atomic_file.h"
@@ -29,31 +26,6 @@ namespace {
 
 constexpr const char* kProgram = "vemo-flow";
 constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid point
-
-// Sends standard output to /dev/null while alive: the pipeline prints its
-// stage lines there, which vemo-flow shows only with --timings.
-class StdoutSilencer {
- public:
-  explicit StdoutSilencer(bool active) {
-    if (!active) return;
-    std::cout.flush();
-    std::fflush(stdout);
-    saved_ = dup(STDOUT_FILENO);
-    const int null = open("/dev/null", O_WRONLY);
-    if (saved_ >= 0 && null >= 0) dup2(null, STDOUT_FILENO);
-    if (null >= 0) close(null);
-  }
-  ~StdoutSilencer() {
-    if (saved_ < 0) return;
-    std::cout.flush();
-    std::fflush(stdout);
-    dup2(saved_, STDOUT_FILENO);
-    close(saved_);
-  }
-
- private:
-  int saved_ = -1;
-};
 
 double seconds() {
   timeval t;
@@ -95,16 +67,8 @@ void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, con
   }
 }
 
-// The flow from `from` to `to` with the options' parameters; the frames
-// are copied because the pipeline presmooths its inputs in place.
-// One backend serves every pair of a run, so its buffers are reused.
-CTensor<float> flowBetween(flowcore::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
-                           const FlowOptions& o) {
-  CTensor<float> a = from, b = to, flow;
-  StdoutSilencer silence(!o.timings);
-  runFlowOnBackend(backend, a, b, flow, o.sigma,
-                   FlowParameters{o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations});
-  return flow;
+FlowParameters parametersOf(const FlowOptions& o) {
+  return FlowParameters{o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations};
 }
 
 void writeFlowAtomically(CTensor<float>& flow, const std::string& name) {
@@ -130,20 +94,19 @@ struct PairOutputs {
 };
 
 // Computes one pair and writes its outputs; everything is computed before
-// the first file is written.
+// the first file is written. One backend serves every pair of a run, so its
+// buffers are reused.
 void runPair(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2, const FlowOptions& o,
              const PairOutputs& out) {
-  CTensor<float> forward = flowBetween(backend, frame1, frame2, o);
-  CTensor<float> backward;
-  if (!out.backward.empty() || !out.occlusions.empty()) backward = flowBetween(backend, frame2, frame1, o);
-  CTensor<float> picture, mask;
-  if (!out.viz.empty()) picture = flowPicture(forward, o.maxFlow, o.legend);
-  if (!out.occlusions.empty()) mask = occlusionMask(forward, backward);
+  PairFlow flows = computePairFlow(backend, frame1, frame2, o.sigma, parametersOf(o), !out.backward.empty(),
+                                   !out.occlusions.empty());
+  CTensor<float> picture;
+  if (!out.viz.empty()) picture = flowPicture(flows.forward, o.maxFlow, o.legend);
 
-  writeFlowAtomically(forward, out.flow);
-  if (!out.backward.empty()) writeFlowAtomically(backward, out.backward);
+  writeFlowAtomically(flows.forward, out.flow);
+  if (!out.backward.empty()) writeFlowAtomically(flows.backward, out.backward);
   if (!out.viz.empty()) NImageIO::writePNG(picture, out.viz.c_str());
-  if (!out.occlusions.empty()) NImageIO::writePNG(mask, out.occlusions.c_str());
+  if (!out.occlusions.empty()) NImageIO::writePNG(flows.occlusions, out.occlusions.c_str());
 }
 
 int runSinglePair(const FlowOptions& o, const std::string& backend) {
@@ -220,6 +183,8 @@ int runFlowProgram(int argc, char** argv) {
     return 0;
   }
   if (options.threads > 0) omp_set_num_threads(options.threads);
+  // The pipeline's stage lines on standard output only with --timings.
+  flowcore::setStageLines(options.timings);
   const std::string backend = selectBackend(options.device);
   return options.sequence.empty() ? runSinglePair(options, backend) : runSequence(options);
 }

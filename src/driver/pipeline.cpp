@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "common/stage_lines.h"
 #include "common/timer.h"
 #include "driver/flow_stages.h"
 #include "driver/run_flow.h"
@@ -64,9 +65,9 @@ void runFlowOnBackend(flowcore::Backend& backend, CTensor<float>& frame1, CTenso
 
   flowcore::closeStretch(start_total, finish_total, timer_total);
 
-  std::printf("Memcpy time = %f \n", timer_memcpy1);
-  std::printf("Filter time = %f \n", timer_filter);
-  std::printf("HOG time = %f \n", timer_HOG);
-  std::printf("Var time = %f \n", timer_var);
-  std::printf("Total time = %f \n", timer_total);
+  flowcore::stageLine("Memcpy time = %f \n", timer_memcpy1);
+  flowcore::stageLine("Filter time = %f \n", timer_filter);
+  flowcore::stageLine("HOG time = %f \n", timer_HOG);
+  flowcore::stageLine("Var time = %f \n", timer_var);
+  flowcore::stageLine("Total time = %f \n", timer_total);
 }
