@@ -11,6 +11,7 @@
 #include "backends/backend_factory.h"
 #include "image/exceptions.h"
 #include "image/recursive_smooth.h"
+#include "variational/run_memory.h"
 
 namespace {
 
@@ -50,6 +51,8 @@ void runFlowGPU(CTensor<float>& frame1, CTensor<float>& frame2, CTensor<float>& 
 void runFlowOnBackend(flowcore::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
                       CTensor<float>& flow, float sigma, const FlowParameters& params) {
   checkFrames(frame1, frame2);
+  // A run that cannot fit is refused before any host work on its frames.
+  flowcore::refuseIfTooLarge(backend, frame1.ySize, frame1.xSize, backend.pitchFor(frame1.xSize), frame1.zSize);
 
   flowcore::stamp(start_total);
   flowcore::stamp(start_filter);

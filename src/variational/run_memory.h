@@ -14,7 +14,7 @@ namespace flowcore {
 std::size_t estimateRunBytes(int height, int width, int pitch, int channels);
 
 // Prints how much memory the run needs and how much the backend has, and
-// throws BackendError, when the estimate exceeds availableBytes().
+// throws BackendOutOfMemory, when the estimate exceeds availableBytes().
 void refuseIfTooLarge(const Backend& backend, int height, int width, int pitch, int channels);
 
 }  // namespace flowcore
