@@ -18,6 +18,7 @@ CudaProbe probe() {
     return result;
   }
   result.present = true;
+  result.devices = count;
   if (err != cudaSuccess) {
     cudaGetLastError();
     result.reason = std::string("the CUDA driver reports: ") + cudaGetErrorString(err);

@@ -11,6 +11,9 @@ struct CudaProbe {
   // normal case on a machine without a GPU, worth no message.
   bool present = false;
   bool usable = false;
+  // How many CUDA devices the runtime sees (the backend runs on device 0:
+  // callers spread work over several by CUDA_VISIBLE_DEVICES).
+  int devices = 0;
   // When a device is present but unusable: why, in a few words.
   std::string reason;
 };
