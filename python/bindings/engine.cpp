@@ -40,7 +40,9 @@ class ThreadCount {
   bool active_;
 };
 
-void checkRange(const char* name, double value, double low, double high, bool lowOpen, const char* range) {
+// The bounds are compared as floats, the precision the parameters arrive in
+// (eta = 0.99 becomes 0.99f, slightly above the double 0.99).
+void checkRange(const char* name, double value, float low, float high, bool lowOpen, const char* range) {
   if (!(value >= low && value <= high) || (lowOpen && value == low))
     throw nb::value_error((std::string(name) + " must be a number " + range + ", not " + std::to_string(value)).c_str());
 }
@@ -56,13 +58,13 @@ flowcore::BackendRequest requestFor(const std::string& device) {
 
 void checkSettings(const FlowSettings& s) {
   const FlowParameters& p = s.parameters;
-  checkRange("sigma", s.sigma, 0.0, 100.0, false, "from 0 to 100");
-  checkRange("alpha", p.alpha, 0.0, 1e6, false, "from 0 to 1e6");
-  checkRange("beta", p.beta, 0.0, 1e6, false, "from 0 to 1e6");
-  checkRange("gamma", p.gamma, 0.0, 1e6, false, "from 0 to 1e6");
-  checkRange("eta", p.eta, 0.0, 0.99, true, "above 0 and at most 0.99");
-  checkRange("fixed_point_iters", p.fixedPointIterations, 0, 1000, false, "from 0 to 1000");
-  checkRange("solver_iters", p.solverIterations, 0, 10000, false, "from 0 to 10000");
+  checkRange("sigma", s.sigma, 0.0f, 100.0f, false, "from 0 to 100");
+  checkRange("alpha", p.alpha, 0.0f, 1e6f, false, "from 0 to 1e6");
+  checkRange("beta", p.beta, 0.0f, 1e6f, false, "from 0 to 1e6");
+  checkRange("gamma", p.gamma, 0.0f, 1e6f, false, "from 0 to 1e6");
+  checkRange("eta", p.eta, 0.0f, 0.99f, true, "above 0 and at most 0.99");
+  checkRange("fixed_point_iters", p.fixedPointIterations, 0.0f, 1000.0f, false, "from 0 to 1000");
+  checkRange("solver_iters", p.solverIterations, 0.0f, 10000.0f, false, "from 0 to 10000");
 }
 
 FlowEngine::FlowEngine(const std::string& device, int threads) : threads_(threads) {

@@ -88,12 +88,17 @@ def test_bad_frames_are_refused_before_any_work(pair, change, error, message):
 
 @pytest.mark.parametrize(
     "arguments, message",
-    [(dict(eta=1.0), "eta"), (dict(solver_iters=-1), "solver_iters"), (dict(alpha=float("nan")), "alpha"),
-     (dict(device="gpu"), "device"), (dict(threads=0), "threads")],
+    [(dict(eta=1.0), "eta"), (dict(eta=0.0), "eta"), (dict(solver_iters=-1), "solver_iters"),
+     (dict(alpha=float("nan")), "alpha"), (dict(device="gpu"), "device"), (dict(threads=0), "threads")],
 )
 def test_bad_parameters_raise_value_error(pair, arguments, message):
     with pytest.raises(ValueError, match=message):
         vemo.flow(*pair, **arguments)
+
+
+def test_the_bounds_themselves_are_accepted(pair):
+    small = [f[:30, :30] for f in pair]
+    assert vemo.flow(*small, eta=0.99, sigma=100, fixed_point_iters=0, solver_iters=0).shape == (30, 30, 2)
 
 
 def test_a_frame_too_large_for_memory_raises_memory_error():
