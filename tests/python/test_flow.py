@@ -136,3 +136,27 @@ def test_flow_releases_the_gil(pair):
     gaps = np.diff([start, *inside, end])
     # Holding the GIL would stop this thread for the whole computation.
     assert gaps.max() < 0.5 * (end - start)
+
+
+def gpus() -> int:
+    from vemo import _vemo
+
+    return _vemo.cuda_devices()
+
+
+def test_asking_for_cuda_without_a_usable_gpu_raises_runtime_error():
+    if gpus():
+        pytest.skip("a GPU is usable here")
+    with pytest.raises(RuntimeError, match="GPU|CUDA|compute capability"):
+        vemo.Engine("cuda")
+
+
+@pytest.mark.gpu
+def test_the_cuda_engine_agrees_with_the_cpu(pair):
+    if not gpus():
+        pytest.skip("no usable CUDA GPU")
+    engine = vemo.Engine("cuda")
+    assert engine.device == "cuda"
+    difference = np.abs(engine.flow(*pair) - vemo.flow(*pair, device="cpu"))
+    # The whole-run tolerance of the GPU tests, with matching.
+    assert difference.mean() <= 0.01
