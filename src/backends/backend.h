@@ -34,6 +34,13 @@ class BackendError : public std::runtime_error {
   explicit BackendError(const std::string& what) : std::runtime_error(what) {}
 };
 
+// A run that does not fit in the backend's memory: refused before it starts,
+// or an allocation that failed.
+class BackendOutOfMemory : public BackendError {
+ public:
+  using BackendError::BackendError;
+};
+
 // A run of floats in a backend's memory, freed by that backend when the
 // handle dies. Move-only; the destructor never throws.
 class Buffer {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "backends/backend_factory.h"
+#include "common/stage_lines.h"
 #include "driver/flow_options.h"
 #include "driver/pair_run.h"
 #include "driver/sequence.h"
@@ -94,6 +95,8 @@ int runFlowProgram(int argc, char** argv) {
     return 0;
   }
   if (options.threads > 0) omp_set_num_threads(options.threads);
+  // The pipeline's stage lines on standard output only with --timings.
+  flowcore::setStageLines(options.timings);
   const std::string backend = selectBackend(options.device);
   if (!options.video.empty()) return runVideoFlow(options, backend);
   return options.sequence.empty() ? runSinglePair(options, backend) : runSequence(options, backend);

@@ -1,6 +1,5 @@
 #include "driver/pair_run.h"
 
-#include <fcntl.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include "driver/flow_picture.h"
 #include "driver/flow_stages.h"
 #include "driver/occlusion.h"
+#include "driver/pair_flow.h"
 #include "driver/optic_flow.h"
 #include "driver/run_flow.h"
 #include "image/exceptions.h"
@@ -21,45 +21,17 @@ namespace {
 
 constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid point
 
-// Sends standard output to /dev/null while alive: the pipeline prints its
-// stage lines there, which vemo-flow shows only with --timings.
-class StdoutSilencer {
- public:
-  explicit StdoutSilencer(bool active) {
-    if (!active) return;
-    std::cout.flush();
-    std::fflush(stdout);
-    saved_ = dup(STDOUT_FILENO);
-    const int null = open("/dev/null", O_WRONLY);
-    if (saved_ >= 0 && null >= 0) dup2(null, STDOUT_FILENO);
-    if (null >= 0) close(null);
-  }
-  ~StdoutSilencer() {
-    if (saved_ < 0) return;
-    std::cout.flush();
-    std::fflush(stdout);
-    dup2(saved_, STDOUT_FILENO);
-    close(saved_);
-  }
-
- private:
-  int saved_ = -1;
-};
-
-// The flow from `from` to `to` with the options' parameters; the frames
-// are copied because the pipeline presmooths its inputs in place.
-CTensor<float> flowBetween(flowcore::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
-                           const FlowOptions& o, const char* direction, const std::string& fromName,
-                           const std::string& toName) {
-  CTensor<float> a = from, b = to, flow;
+// The flow from `from` to `to`; with --timings, under a line naming it and
+// with its own stage times.
+CTensor<float> labelledFlow(flowcore::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
+                            const FlowOptions& o, const char* direction, const std::string& fromName,
+                            const std::string& toName) {
   if (o.timings) {
     resetStageTimers();
     std::printf("%s flow %s -> %s:\n", direction, fromName.c_str(), toName.c_str());
   }
-  StdoutSilencer silence(!o.timings);
-  runFlowOnBackend(backend, a, b, flow, o.sigma,
-                   FlowParameters{o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations});
-  return flow;
+  return flowBetween(backend, from, to, o.sigma,
+                     FlowParameters{o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations});
 }
 
 }  // namespace
@@ -115,10 +87,10 @@ void checkOutputDirectory(const std::string& name) {
 CTensor<float> runPair(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
                        const FlowOptions& o, const PairOutputs& out, const std::string& name1,
                        const std::string& name2) {
-  CTensor<float> forward = flowBetween(backend, frame1, frame2, o, "Forward", name1, name2);
+  CTensor<float> forward = labelledFlow(backend, frame1, frame2, o, "Forward", name1, name2);
   CTensor<float> backward;
   if (!out.backward.empty() || !out.occlusions.empty())
-    backward = flowBetween(backend, frame2, frame1, o, "Backward", name2, name1);
+    backward = labelledFlow(backend, frame2, frame1, o, "Backward", name2, name1);
   CTensor<float> picture, mask;
   if (!out.viz.empty()) picture = flowPicture(forward, o.maxFlow, o.legend);
   if (!out.occlusions.empty()) mask = occlusionMask(forward, backward);

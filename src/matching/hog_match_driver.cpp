@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/stage_lines.h"
 #include "common/timer.h"
 #include "backends/backend.h"
 #include "backends/matching_stages.h"
@@ -26,8 +27,8 @@ int matchGridCount(int size) {
 namespace {
 
 void printTimes() {
-  std::printf("HOG creation = %f msec\n", timer_hogc);
-  std::printf("HOG match = %f msec\n", timer_hogmatch);
+  stageLine("HOG creation = %f msec\n", timer_hogc);
+  stageLine("HOG match = %f msec\n", timer_hogmatch);
 }
 
 }  // namespace
@@ -42,7 +43,7 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   }
   const int nx = matchGridCount(width);
   const int ny = matchGridCount(height);
-  std::printf("%d %d %d %d\n", nx, ny, width, height);
+  stageLine("%d %d %d %d\n", nx, ny, width, height);
 
   const std::size_t plane = (std::size_t)pitch * height;
   backend.clear(Confidence, plane);

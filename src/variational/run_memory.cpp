@@ -53,11 +53,13 @@ void refuseIfTooLarge(const Backend& backend, int height, int width, int pitch, 
   const std::size_t have = backend.availableBytes();
   if (need <= have) return;
   const double mib = 1024.0 * 1024.0;
-  std::fprintf(stderr,
-               "vemo: a %d x %d frame with %d channels needs about %.0f MiB of %s memory, but only %.0f MiB "
-               "are available\n",
-               width, height, channels, need / mib, backend.name(), have / mib);
-  throw BackendError("frame too large for the " + std::string(backend.name()) + " backend");
+  char message[256];
+  std::snprintf(message, sizeof message,
+                "a %d x %d frame with %d channels needs about %.0f MiB of %s memory, but only %.0f MiB are "
+                "available",
+                width, height, channels, need / mib, backend.name(), have / mib);
+  std::fprintf(stderr, "vemo: %s\n", message);
+  throw BackendOutOfMemory(message);
 }
 
 }  // namespace flowcore

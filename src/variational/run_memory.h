@@ -21,7 +21,9 @@ std::size_t estimateRunBytes(int height, int width, int pitch, int channels,
 bool planeOffsetsFit(int height, int pitch);
 
 // Prints why and throws BackendError when the frame's planes are too large
-// for 32-bit offsets, or when the estimate exceeds availableBytes().
+// for 32-bit offsets, or BackendOutOfMemory (with how much memory the run
+// needs and how much the backend has) when the estimate exceeds
+// availableBytes().
 void refuseIfTooLarge(const Backend& backend, int height, int width, int pitch, int channels);
 
 }  // namespace flowcore

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/stage_lines.h"
 #include "common/timer.h"
 #include "variational/nonlinear_iteration.h"
 #include "variational/pyramid.h"
@@ -55,8 +56,8 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   closeStretch(start_memcpy, finish_memcpy, timer_memcpy);
 
   const int nscales = pyramidScaleCount(height, width, eta);
-  std::printf("# scales = %d \n", nscales);
-  if (sigma > 0.0f) std::printf("Filters not yet implemented\n");
+  stageLine("# scales = %d \n", nscales);
+  if (sigma > 0.0f) stageLine("Filters not yet implemented\n");
 
   SolverScratch scratch(backend, fullPlane);
 
@@ -80,7 +81,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   for (int s = nscales; s >= -kExtraFullSizePasses; --s) {
     const int e = s >= 0 ? s : 0;
     if (pyramidLevelIsDegenerate(s, height, width, eta)) {
-      std::printf("Increase eta or increase minimum dimension\n");
+      stageLine("Increase eta or increase minimum dimension\n");
       continue;
     }
     const LevelSize size = pyramidLevelSize(s, height, width, eta);
@@ -173,10 +174,10 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     backend.clear(flowV[current].data(), fullPlane);
   }
 
-  std::printf("Solver time = %f ms\n", timer_solver);
-  std::printf("MakeMatrix time = %f ms\n", timer_makematrix);
-  std::printf("Interp time = %f ms\n", timer_interp_warp);
-  std::printf("downsampling time = %f ms\n", timer_down);
+  stageLine("Solver time = %f ms\n", timer_solver);
+  stageLine("MakeMatrix time = %f ms\n", timer_makematrix);
+  stageLine("Interp time = %f ms\n", timer_interp_warp);
+  stageLine("downsampling time = %f ms\n", timer_down);
 
   FlowPlanes result;
   result.u = std::move(flowU[current]);

@@ -50,7 +50,11 @@ Buffer CpuBackend::allocate(std::size_t floats) {
     cachedBytes_ -= bytes + kAlignmentBytes;
   } else {
     p = std::aligned_alloc(kAlignmentBytes, bytes + kAlignmentBytes);
-    if (p == nullptr) fail("CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes");
+    if (p == nullptr) {
+      const std::string message = "CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes";
+      std::fprintf(stderr, "%s\n", message.c_str());
+      throw BackendOutOfMemory(message);
+    }
   }
   *static_cast<std::size_t*>(p) = bytes;
   float* data = reinterpret_cast<float*>(static_cast<char*>(p) + kAlignmentBytes);

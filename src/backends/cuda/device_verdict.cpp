@@ -30,6 +30,7 @@ CudaProbe judgeCudaDevice(const CudaProbeFacts& f) {
   CudaProbe p;
   const bool hardware = f.driverGpus > 0;
   p.present = true;
+  p.devices = f.count == CudaCountAnswer::Devices ? f.deviceCount : 0;
   switch (f.count) {
     case CudaCountAnswer::InsufficientDriver:
       if (f.driverVersion > 0) {

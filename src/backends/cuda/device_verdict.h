@@ -16,6 +16,8 @@ struct CudaProbe {
   // worth no message unless CUDA was asked for.
   bool present = false;
   bool usable = false;
+  // How many CUDA devices the runtime sees (cuda:0 to cuda:devices-1).
+  int devices = 0;
   // Why the device cannot be used, in one line (also set when nothing is
   // present, for a request that named CUDA).
   std::string reason;
