@@ -61,6 +61,7 @@ nb::dict evaluate(const AnyArray& flowArray, const AnyArray& truthArray) {
   d["width"] = m.width;
   d["height"] = m.height;
   d["known_pixels"] = m.known;
+  d["nonfinite_pixels"] = m.nonFinite;
   d["epe"] = m.epe;
   d["aae"] = m.aae;
   d["angular_error"] = m.angularError;

@@ -9,6 +9,7 @@
 #include "common/stage_lines.h"
 #include "engine.h"
 #include "flow_tools.h"
+#include "video.h"
 #include "image/exceptions.h"
 #include "image/write_error.h"
 
@@ -46,4 +47,5 @@ NB_MODULE(_vemo, m) {
   nb::register_exception_translator(&translate);
   vemopy::bindEngine(m);
   vemopy::bindFlowTools(m);
+  vemopy::bindVideo(m);
 }

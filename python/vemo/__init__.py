@@ -12,7 +12,8 @@ programs::
 
 Frames are numpy arrays, H x W x 3 or H x W (grey), of uint8, uint16 or
 float32 on the 0..255 scale (uint16 is scaled by 255/65535). ``vemo.batch``
-computes whole folders of sequences on a Dask cluster.
+computes whole folders of sequences and videos on a Dask cluster;
+``vemo.read_video`` yields the frames of a video file.
 """
 
 import os as _os
@@ -26,5 +27,7 @@ if "OMP_WAIT_POLICY" not in _os.environ and "GOMP_SPINCOUNT" not in _os.environ:
 from .engine import Engine, PairFlow, flow  # noqa: E402
 from .flo import read_flo, write_flo  # noqa: E402
 from .tools import evaluate, flow_to_rgb, read_frame  # noqa: E402
+from .video import VideoError, read_video, write_video  # noqa: E402
 
-__all__ = ["Engine", "PairFlow", "flow", "read_flo", "write_flo", "evaluate", "flow_to_rgb", "read_frame"]
+__all__ = ["Engine", "PairFlow", "flow", "read_flo", "write_flo", "evaluate", "flow_to_rgb", "read_frame", "read_video",
+           "write_video", "VideoError"]

@@ -48,7 +48,8 @@ def flow_to_rgb(flow: np.ndarray, max_flow: Optional[float] = None) -> np.ndarra
 def evaluate(flow: np.ndarray, truth: np.ndarray) -> dict:
     """Error measures of a flow against ground truth, as ``vemo-eval --json``.
 
-    Keys: width, height, known_pixels, epe (mean end-point error), aae
+    Keys: width, height, known_pixels, nonfinite_pixels (ground truth left
+    out for not being finite), epe (mean end-point error), aae
     (average angular error of the directions, over all pixels), angular_error
     (classic space-time angular error), over_1px and over_3px (share of
     known pixels with end-point error above 1 and 3 pixels), and epe_s0_10,

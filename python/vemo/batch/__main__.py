@@ -15,7 +15,8 @@ def parse(argv: Optional[List[str]]) -> argparse.Namespace:
     p = argparse.ArgumentParser(
         prog="python -m vemo.batch",
         description="Computes the optical flow of every consecutive pair of frames of the sequences under "
-        "the inputs (folders of numbered frames such as 00001.png, searched recursively) on a Dask cluster, "
+        "the inputs (folders of numbered frames such as 00001.png, and video files, searched recursively) on a "
+        "Dask cluster, "
         "writing <label>.flo per pair under OUTPUT in folders that mirror the input. Pairs whose output is "
         "already there are skipped, so an interrupted batch is finished by running it again.",
     )

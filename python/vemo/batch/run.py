@@ -105,7 +105,7 @@ def run_batch(
     solver_iters: int = 10,
 ) -> BatchResult:
     """Computes the flow of every consecutive pair of the sequences under
-    ``inputs`` (folders of numbered frames, searched recursively) into
+    ``inputs`` (folders of numbered frames and video files, searched recursively) into
     ``output``, whose folders mirror the input's.
 
     The cluster: ``client`` (a ``dask.distributed.Client``), else

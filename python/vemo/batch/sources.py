@@ -3,7 +3,7 @@
 A frame source is a pair of functions. Its *discoverer* looks at one folder
 of the input and returns the sequences it finds there; its *reader* yields
 the frames of a stretch of one sequence, each decoded once. Folders of
-numbered frames are built in; other kinds of input (video files) plug in
+numbered frames and video files are built in; other kinds of input plug in
 with :func:`register_source`.
 """
 
@@ -17,6 +17,7 @@ from typing import Callable, Iterator, List, Sequence as Seq, Union
 import numpy as np
 
 from ..tools import read_frame
+from ..video import VIDEO_SUFFIXES, count_frames, read_video, video_supported
 
 # A frame, or the exception that kept it from being read (its pairs fail,
 # the others go on).
@@ -103,6 +104,69 @@ def find_numbered_frames(folder: str, files: List[str], name: str) -> List[Seque
 
 
 register_source(find_numbered_frames)
+
+
+def read_video_frames(sequence: Sequence, first: int, stop: int) -> Iterator[FrameOrError]:
+    """Frames of a video file; frames before ``first`` are decoded, not
+    converted. A damaged stretch raises, failing the frames not delivered."""
+    yield from read_video(sequence.location, sequence.frames[first], sequence.frames[stop - 1] + 1)
+
+
+def find_videos(folder: str, files: List[str], name: str) -> List[Sequence]:
+    """The video files of a folder (by extension): one sequence each, whose
+    outputs go to a folder named after the file (clip.mp4 -> clip/00000.flo,
+    numbered by the first frame of each pair, as vemo-flow --video does)."""
+    if not video_supported():
+        return []
+    found = []
+    for file_name in files:
+        stem, suffix = os.path.splitext(file_name)
+        if suffix.lower() not in VIDEO_SUFFIXES:
+            continue
+        path = os.path.join(folder, file_name)
+        try:
+            frames = count_frames(path)
+        except ValueError as error:
+            # Reported as the failure of the clip's first pair, so that the
+            # summary and the manifest name it and the other inputs go on.
+            found.append(_unreadable(name, stem, path, error))
+            continue
+        if frames < 2:
+            continue
+        found.append(
+            Sequence(
+                name="/".join(p for p in [name, stem] if p),
+                location=path,
+                frames=tuple(range(frames)),
+                labels=tuple(f"{i:05d}" for i in range(frames)),
+                reader=read_video_frames,
+            )
+        )
+    return found
+
+
+def _fail_frames(sequence: Sequence, first: int, stop: int) -> Iterator[FrameOrError]:
+    for _ in range(first, stop):
+        yield sequence.error  # type: ignore[attr-defined]
+
+
+@dataclass(frozen=True)
+class _UnreadableSequence(Sequence):
+    error: Exception = None  # type: ignore[assignment]
+
+
+def _unreadable(name: str, stem: str, path: str, error: Exception) -> Sequence:
+    return _UnreadableSequence(
+        name="/".join(p for p in [name, stem] if p),
+        location=path,
+        frames=(0, 1),
+        labels=("00000", "00001"),
+        reader=_fail_frames,
+        error=error,
+    )
+
+
+register_source(find_videos)
 
 
 def discover(inputs: Seq[str]) -> List[Sequence]:
