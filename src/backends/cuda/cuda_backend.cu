@@ -30,6 +30,7 @@ CudaBackend::CudaBackend() {
 
 CudaBackend::~CudaBackend() {
   // No exit from a destructor: failures here are ignored.
+  releaseRunState();
   releaseTexture();
   for (auto& entry : masks_) cudaFree(entry.second);
   masks_.clear();
