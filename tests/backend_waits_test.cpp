@@ -62,6 +62,9 @@ TEST(BackendWaits, A640x480RunWaitsTwiceAndReadsOnlyTheFlow) {
   // launch, at the default iterations): more means a stage lost its fusion
   // or its graph.
   EXPECT_LE(c.cudaCalls, 5000) << byName;
+  // The solver's update count over the run, kept beside its scalars and read
+  // once, after the run.
+  EXPECT_GT(counting.solverUpdates(), 0);
 }
 
 }  // namespace

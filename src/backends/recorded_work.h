@@ -22,12 +22,6 @@ class RepeatKey {
 
   RepeatKey& add(const void* p) { return push(static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(p))); }
   RepeatKey& add(long long value) { return push(static_cast<std::uint64_t>(value)); }
-  RepeatKey& add(float value) {
-    std::uint32_t bits;
-    static_assert(sizeof bits == sizeof value, "float is 32 bits");
-    __builtin_memcpy(&bits, &value, sizeof bits);
-    return push(bits);
-  }
 
   bool operator==(const RepeatKey& other) const {
     if (size_ != other.size_) return false;

@@ -15,6 +15,9 @@ namespace {
 using cuda_testing::CudaAgainstCpu;
 using cuda_testing::sameValue;
 
+#if defined(VEMO_HAVE_CUDA)
+// A CUDA backend of its own, whose switches a test may turn (only in builds
+// with the CUDA backend; elsewhere the tests that need it are not built).
 std::unique_ptr<CudaBackend> freshCuda() {
   std::unique_ptr<Backend> b = makeCudaBackend();
   auto* cuda = dynamic_cast<CudaBackend*>(b.get());
@@ -66,6 +69,7 @@ LevelResult runLevel(Backend& b, int height, int width, int fixedPoint, int solv
   r.updates = b.solverUpdates();
   return r;
 }
+#endif
 
 void expectSameBits(const std::vector<float>& a, const std::vector<float>& b, const char* what) {
   ASSERT_EQ(a.size(), b.size());
@@ -100,6 +104,7 @@ TEST_F(CudaAgainstCpu, FusedDiffusivityIsTheComposedPassesBitForBit) {
   }
 }
 
+#if defined(VEMO_HAVE_CUDA)
 // Shapes below the one-block size, square, wide, tall and the largest
 // square below it; the solver's last count and the run's update count must
 // agree too (the scalars advance the same way).
@@ -141,6 +146,7 @@ TEST_F(CudaAgainstCpu, SolvesReplayedFromGraphsAreTheSolvesIssuedDirectly) {
   EXPECT_EQ(a.lastSolve, b.lastSolve);
   EXPECT_EQ(a.updates, b.updates);
 }
+#endif
 
 }  // namespace
 }  // namespace flowcore
