@@ -159,6 +159,16 @@ __global__ void consistencyCheck_kernel(const int* m_x, const int* m_y, const in
                        Confidence, u, v, pitch, i);
 }
 
+constexpr std::size_t kIntChunk = 960;
+struct IntChunk {
+  int values[kIntChunk];
+};
+
+__global__ void storeIntsKernel(int* dst, IntChunk chunk, int n) {
+  const int j = blockIdx.x * blockDim.x + threadIdx.x;
+  if (j < n) dst[j] = chunk.values[j];
+}
+
 }  // namespace
 
 IntBuffer CudaMatchingStages::allocateInts(std::size_t count) {
@@ -167,10 +177,20 @@ IntBuffer CudaMatchingStages::allocateInts(std::size_t count) {
   return IntBuffer(this, static_cast<int*>(p), count);
 }
 
+// A host-to-device cudaMemcpy from pageable memory first waits for the work
+// queued on the stream; kernel arguments are copied when a launch is issued,
+// so the grid points travel in launches of kIntChunk values (under the 4 KB
+// of arguments every device and driver accepts) and the host never waits.
 void CudaMatchingStages::uploadInts(int* dst, const int* src, std::size_t count) {
   if (count == 0) return;
   uploaded_[dst].assign(src, src + count);
-  VEMO_CUDA_CALL(cudaMemcpy(dst, src, count * sizeof(int), cudaMemcpyHostToDevice));
+  for (std::size_t first = 0; first < count; first += kIntChunk) {
+    IntChunk chunk;
+    const int n = static_cast<int>(count - first < kIntChunk ? count - first : kIntChunk);
+    for (int j = 0; j < n; ++j) chunk.values[j] = src[first + j];
+    storeIntsKernel<<<(n + 255) / 256, 256>>>(dst + first, chunk, n);
+    VEMO_CUDA_LAUNCHED("int upload");
+  }
 }
 
 void CudaMatchingStages::clearInts(int* dst, std::size_t count) {
