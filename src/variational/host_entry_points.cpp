@@ -73,6 +73,7 @@ void NonLinearIteration(const float* frame1, const float* warped, const float* c
   gNonLinearIteration(*backend, f1.data(), f2.data(), c.data(), gu.data(), gv.data(), gc.data(), hypos, du.data(),
                       dv.data(), height, width, pitch, nChan, alpha, beta, gamma, fixedPointIterations,
                       solverIterations, scratch.cg(), scratch.fp());
+  backend->settleStretches();  // the level's stage times into their totals
   backend->download(u, du.data(), pitch, width, height);
   backend->download(v, dv.data(), pitch, width, height);
   backend->synchronize();
@@ -94,8 +95,8 @@ int PCG(const float* matrix, const float* b, float* du, float* dv, int height, i
   backend->upload(x.data(), pitch, du, width, height);
   backend->upload(x.data() + plane, pitch, dv, width, height);
   SolverScratch scratch(*backend, plane);
-  const int updates =
-      gPCG(*backend, A.data(), rhs.data(), x.data(), x.data() + plane, height, width, pitch, iterations, scratch.cg());
+  gPCG(*backend, A.data(), rhs.data(), x.data(), x.data() + plane, height, width, pitch, iterations, scratch.cg());
+  const int updates = backend->cgIterations();
   backend->download(du, x.data(), pitch, width, height);
   backend->download(dv, x.data() + plane, pitch, width, height);
   backend->synchronize();

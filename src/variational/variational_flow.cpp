@@ -7,7 +7,6 @@
 #include <string>
 
 #include "common/stage_lines.h"
-#include "common/timer.h"
 #include "variational/nonlinear_iteration.h"
 #include "variational/pyramid.h"
 #include "variational/scratch.h"
@@ -48,12 +47,14 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   const std::size_t fullPlane = static_cast<std::size_t>(pitch) * height;
 
   // Level copies of the match field.
-  stamp(start_memcpy);
+  // Stage stretches are timed by the backend (device time on a GPU) and
+  // added to their totals once, before the totals are printed: nothing in
+  // the level loop waits for the device.
+  backend.openStretch(start_memcpy);
   Buffer levelGeoU = backend.allocate(fullPlane);
   Buffer levelGeoV = backend.allocate(fullPlane);
   Buffer levelGeoConf = backend.allocate(fullPlane);
-  backend.synchronize();
-  closeStretch(start_memcpy, finish_memcpy, timer_memcpy);
+  backend.closeStretch(start_memcpy, finish_memcpy, timer_memcpy);
 
   const int nscales = pyramidScaleCount(height, width, eta);
   stageLine("# scales = %d \n", nscales);
@@ -91,7 +92,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
 
     // Frames and match field of the level, always from the full-size inputs
     // so that rounding does not accumulate over the levels.
-    stamp(start_down);
+    backend.openStretch(start_down);
     if (s <= 0) {
       backend.copy(level1.data(), frame1, nChan * plane);
       backend.copy(level2.data(), frame2, nChan * plane);
@@ -114,12 +115,11 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
       backend.scale(levelGeoV.data(), hs, ws, ps, shrink);
       backend.downsample(geoConf, height, width, pitch, levelGeoConf.data(), hs, ws, ps, geoConf);
     }
-    backend.synchronize();
-    closeStretch(start_down, finish_down, timer_down);
+    backend.closeStretch(start_down, finish_down, timer_down);
 
     // Flow carried into the level: zero at the coarsest level, enlarged from
     // the previous level above full size, kept during the full-size passes.
-    stamp(start_interp_warp);
+    backend.openStretch(start_interp_warp);
     const bool coarsest = static_cast<float>(e) == static_cast<float>(nscales);
     if (s >= 0 || !haveFlow) {
       const int next = 1 - current;
@@ -155,8 +155,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     }
     if (s == -1) iterations = 2 * solverIterations;
     if (s < 0) backend.clear(levelGeoConf.data(), plane);
-    backend.synchronize();
-    closeStretch(start_interp_warp, finish_interp_warp, timer_interp_warp);
+    backend.closeStretch(start_interp_warp, finish_interp_warp, timer_interp_warp);
 
     gNonLinearIteration(backend, level1.data(), warped, conf.data(), levelGeoU.data(), levelGeoV.data(),
                         levelGeoConf.data(), hypos, u, v, hs, ws, ps, nChan, alpha, beta,
@@ -174,6 +173,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     backend.clear(flowV[current].data(), fullPlane);
   }
 
+  backend.settleStretches();
   stageLine("Solver time = %f ms\n", timer_solver);
   stageLine("MakeMatrix time = %f ms\n", timer_makematrix);
   stageLine("Interp time = %f ms\n", timer_interp_warp);

@@ -29,6 +29,7 @@ CudaBackend::CudaBackend(int device) {
 
 // Every release is checked; a failure ends the process (cuda_check.h).
 CudaBackend::~CudaBackend() {
+  releaseRunState();
   releaseTexture();
   for (auto& entry : masks_) VEMO_CUDA_TEARDOWN(cudaFree(entry.second));
   masks_.clear();

@@ -152,20 +152,25 @@ void CudaBackend::copy(float* dst, const float* src, std::size_t floats) {
   if (floats == 0 || dst == src) return;
   const bool overlap = dst < src + floats && src < dst + floats;
   const std::size_t bytes = floats * sizeof(float);
+  // Stream-ordered copies (the host does not wait), which a graph capture
+  // can record.
   if (!overlap) {
-    VEMO_CUDA_CALL(cudaMemcpy(dst, src, bytes, cudaMemcpyDeviceToDevice));
+    VEMO_CUDA_CALL(cudaMemcpyAsync(dst, src, bytes, cudaMemcpyDeviceToDevice, stream()));
     return;
   }
   float* staging = scratch(1, floats);
-  VEMO_CUDA_CALL(cudaMemcpy(staging, src, bytes, cudaMemcpyDeviceToDevice));
-  VEMO_CUDA_CALL(cudaMemcpy(dst, staging, bytes, cudaMemcpyDeviceToDevice));
+  VEMO_CUDA_CALL(cudaMemcpyAsync(staging, src, bytes, cudaMemcpyDeviceToDevice, stream()));
+  VEMO_CUDA_CALL(cudaMemcpyAsync(dst, staging, bytes, cudaMemcpyDeviceToDevice, stream()));
 }
 
 void CudaBackend::clear(float* dst, std::size_t floats) {
-  if (floats > 0) VEMO_CUDA_CALL(cudaMemset(dst, 0, floats * sizeof(float)));
+  if (floats > 0) VEMO_CUDA_CALL(cudaMemsetAsync(dst, 0, floats * sizeof(float), stream()));
 }
 
-void CudaBackend::synchronize() { VEMO_CUDA_CALL(cudaDeviceSynchronize()); }
+void CudaBackend::synchronize() {
+  VEMO_CUDA_CALL(cudaDeviceSynchronize());
+  releaseRetired();
+}
 
 float* CudaBackend::scratch(int slot, std::size_t floats) {
   if (floats > scratchFloats_[slot]) {
@@ -179,15 +184,23 @@ float* CudaBackend::scratch(int slot, std::size_t floats) {
 }
 
 double* CudaBackend::rowSums(int rows) {
-  // One extra entry holds the total.
+  // One extra entry holds the total. The buffer grows as the pyramid's
+  // levels grow; the outgrown one may still be read by queued kernels, and
+  // cudaFree would wait for them, so it is kept until the device is idle.
   if (rows + 1 > rowSumCapacity_) {
-    if (rowSums_ != nullptr) VEMO_CUDA_CALL(cudaFree(rowSums_));
+    if (rowSums_ != nullptr) retiredRowSums_.push_back(rowSums_);
     rowSums_ = nullptr;
     rowSumCapacity_ = 0;
-    rowSums_ = static_cast<double*>(deviceAlloc(static_cast<std::size_t>(rows + 1) * sizeof(double)));
-    rowSumCapacity_ = rows + 1;
+    const int capacity = rows + 1 > 1024 ? rows + 1 : 1024;
+    rowSums_ = static_cast<double*>(deviceAlloc(static_cast<std::size_t>(capacity) * sizeof(double)));
+    rowSumCapacity_ = capacity;
   }
   return rowSums_;
+}
+
+void CudaBackend::releaseRetired() noexcept {
+  for (double* p : retiredRowSums_) VEMO_CUDA_TEARDOWN(cudaFree(p));
+  retiredRowSums_.clear();
 }
 
 }  // namespace flowcore
