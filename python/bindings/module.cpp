@@ -6,6 +6,7 @@
 #include <new>
 
 #include "backends/backend.h"
+#include "common/device_failures.h"
 #include "common/stage_lines.h"
 #include "engine.h"
 #include "flow_tools.h"
@@ -44,6 +45,8 @@ NB_MODULE(_vemo, m) {
   // The stage timings and progress lines the programs print do not belong
   // in a library's standard output.
   flowcore::setStageLines(false);
+  // A device fault raises RuntimeError rather than ending the interpreter.
+  flowcore::setDeviceFailuresThrow(true);
   nb::register_exception_translator(&translate);
   vemopy::bindEngine(m);
   vemopy::bindFlowTools(m);

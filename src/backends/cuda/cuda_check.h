@@ -2,7 +2,8 @@
 //
 // A device failure cannot be recovered from: the message names the source
 // file and line of the failing call and the runtime's text for the error,
-// then the process ends with status 1. Teardown (cudaFree, texture and array
+// then the process ends with status 1, or, where the embedding process asked
+// for it (setDeviceFailuresThrow), BackendError carries the message instead. Teardown (cudaFree, texture and array
 // destruction in destructors and release()) is checked the same way but
 // never throws: it reports and ends the process with status 1 after flushing
 // the C streams, which is safe even while the process is already exiting;
@@ -17,20 +18,31 @@
 #include <cstdlib>
 
 #include "backends/backend.h"
+#include "common/device_failures.h"
 #include "common/env_flag.h"
 
 namespace flowcore::cuda {
 
+// Reports `text` and ends the process, or throws it as BackendError.
+[[noreturn]] inline void failWith(const char* text) {
+  std::fprintf(stderr, "%s\n", text);
+  if (deviceFailuresThrow()) throw BackendError(text);
+  std::exit(1);
+}
+
 // A runtime call returned `err`.
 [[noreturn]] inline void failCall(cudaError_t err, const char* file, int line) {
-  std::fprintf(stderr, "Cuda error in file '%s' in line %i : %s.\n", file, line, cudaGetErrorString(err));
-  std::exit(1);
+  char text[512];
+  std::snprintf(text, sizeof text, "Cuda error in file '%s' in line %i : %s.", file, line, cudaGetErrorString(err));
+  failWith(text);
 }
 
 // A launch labelled `label` left the error `err`.
 [[noreturn]] inline void failLaunch(const char* label, cudaError_t err, const char* file, int line) {
-  std::fprintf(stderr, "Cuda error: %s in file '%s' in line %i : %s.\n", label, file, line, cudaGetErrorString(err));
-  std::exit(1);
+  char text[512];
+  std::snprintf(text, sizeof text, "Cuda error: %s in file '%s' in line %i : %s.", label, file, line,
+                cudaGetErrorString(err));
+  failWith(text);
 }
 
 // The device cannot hold `bytes` more even with this backend's cached blocks

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "backends/cuda/cuda_gpu_test_fixture.h"
+#include "common/device_failures.h"
 #include "driver/flow_stages.h"
 #include "image/synthetic.h"
 #include "variational/run_memory.h"
@@ -37,6 +38,20 @@ TEST_F(CudaAgainstCpu, SyncSwitchReportsAKernelFaultAtItsOwnLaunch) {
         std::exit(0);
       },
       ::testing::ExitedWithCode(1), "^launched\nCuda error in file '[^']*' in line [0-9]+ : an illegal memory");
+  // An embedding process that asked for it gets the message as BackendError.
+  EXPECT_EXIT(
+      {
+        setenv("VEMO_CUDA_SYNC", "1", 1);
+        setDeviceFailuresThrow(true);
+        try {
+          gpu().scale(notDeviceMemory, 64, 64, 64, 2.0f);
+        } catch (const BackendError& e) {
+          std::fprintf(stderr, "caught: %s\n", e.what());
+          std::exit(3);
+        }
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(3), "caught: Cuda error: Scale in file");
 }
 
 TEST_F(CudaAgainstCpu, CachedBlocksAreGivenBackBeforeAnAllocationIsRefused) {
