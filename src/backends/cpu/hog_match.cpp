@@ -52,6 +52,7 @@ struct MatchArgs {
 //    as independent scalar chains whose latencies overlap.
 constexpr int kLanes = 16;
 constexpr int kDenseGroup = 4;
+static_assert(kLanes == 16, "a group's lanes are two words of admitted flags");
 constexpr int kBatch = 4;
 // Collected candidates are formed once this many are waiting.
 constexpr int kPendingFlush = 64;
@@ -67,22 +68,43 @@ struct Pending {
   int c, y;
 };
 
-// One point's search state: the columns and the fold's running best and
-// second best over the candidates formed so far.
+// One point's search state: the columns (one array per field, so that a
+// group reads its lanes' bounds with vector loads; padded for the lanes of a
+// group past the last column) and the fold's running best and second best
+// over the candidates formed so far.
 struct Search {
-  MatchBest column[kMatchWorkers];
+  float d1[kMatchWorkers + kLanes];
+  float d2[kMatchWorkers + kLanes];
+  int y[kMatchWorkers + kLanes];
   float best, second;
   int x0;
 
+  void reset(int x0In) {
+    for (int c = 0; c < kMatchWorkers + kLanes; ++c) {
+      const MatchBest m = matchBestInit();
+      d1[c] = m.d1;
+      d2[c] = m.d2;
+      y[c] = m.y;
+    }
+    best = kNoMatch;
+    second = kNoMatch;
+    x0 = x0In;
+  }
+
+  MatchBest column(int c) const { return MatchBest{d1[c], d2[c], x0 + c, y[c]}; }
+
   // Distance above which a candidate of column c cannot change the result.
-  float bound(int c) const { return column[c].d2 < second ? column[c].d2 : second; }
+  float bound(int c) const { return d2[c] < second ? d2[c] : second; }
 
   // The update of column c, then the running best and second best. Only the
   // updated column's share changes, and, when the best falls, the columns
   // that held the old best now add it to the second best.
-  void update(int c, float d, int y) {
-    MatchBest& m = column[c];
-    if (!matchBestUpdateAnyOrder(m, d, x0 + c, y)) return;
+  void update(int c, float d, int row) {
+    MatchBest m = column(c);
+    if (!matchBestUpdateAnyOrder(m, d, x0 + c, row)) return;
+    d1[c] = m.d1;
+    d2[c] = m.d2;
+    y[c] = m.y;
     if (m.d1 < best) {
       if (best < second) second = best;
       best = m.d1;
@@ -92,18 +114,28 @@ struct Search {
   }
 };
 
-// One group: columns c .. c + kLanes - 1 of row y. Each admitted lane stops
-// being interesting once its partial distance exceeds its bound; the group
-// stops when every lane has. Lanes past the window are never admitted and
-// never hold the group back; they read at most 15 + 4 columns beyond the
-// window's last one (width - 13), which stays inside the buffer because their
-// cells lie at least 9 rows above its last row.
-inline void matchGroup(const unsigned char* admitted, Search& s, int c, int y, const float* desc,
+// Bit l set where byte l of `bytes` (each 0 or 1) is 1.
+inline unsigned byteFlagsToBits(const unsigned char* bytes) {
+  std::uint64_t word;
+  std::memcpy(&word, bytes, sizeof word);
+  return (unsigned)((word * 0x0102040810204080ull) >> 56);
+}
+
+// One group: columns c .. c + kLanes - 1 of row y, the admitted ones flagged
+// in `admitted` and in the bits of `lanes`. Each admitted lane stops being
+// interesting once its partial distance exceeds its bound; the group stops
+// when every lane has. Lanes past the window are never admitted and never
+// hold the group back; they read at most 15 + 4 columns beyond the window's
+// last one (width - 13), which stays inside the buffer because their cells
+// lie at least 9 rows above its last row.
+inline void matchGroup(const unsigned char* admitted, unsigned lanes, Search& s, int c, int y, const float* desc,
                        const float* hog2, std::size_t plane, int pitch) {
   float d[kLanes], bound[kLanes];
+  const float second = s.second;
   for (int l = 0; l < kLanes; ++l) {
     d[l] = 0.0f;
-    bound[l] = admitted[c + l] ? s.bound(c + l) : -1.0f;
+    const float own = s.d2[c + l];
+    bound[l] = admitted[c + l] ? (own < second ? own : second) : -1.0f;
   }
   const float* centre = hog2 + (std::size_t)y * pitch + (s.x0 + c);
   for (int b = 0; b < kHogBins; ++b) {
@@ -118,8 +150,10 @@ inline void matchGroup(const unsigned char* admitted, Search& s, int c, int y, c
     for (int l = 0; l < kLanes; ++l) done &= d[l] > bound[l];
     if (done) return;
   }
-  for (int l = 0; l < kLanes; ++l)
-    if (admitted[c + l] && !(d[l] > bound[l])) s.update(c + l, d[l], y);
+  for (; lanes != 0; lanes &= lanes - 1) {
+    const int l = __builtin_ctz(lanes);
+    if (!(d[l] > bound[l])) s.update(c + l, d[l], y);
+  }
 }
 
 // Forms the collected candidates pending[0..n), kBatch at a time, each
@@ -170,10 +204,7 @@ bool matchPoint(const MatchArgs& a, int p, int seedX, int seedY) {
   const MatchWindow w = matchSearchWindow(ax, ay, a.height, a.width);
   const int columns = w.x1 >= w.x0 ? w.x1 - w.x0 + 1 : 0;
   Search s;
-  s.best = kNoMatch;
-  s.second = kNoMatch;
-  s.x0 = w.x0;
-  for (int c = 0; c < columns; ++c) s.column[c] = matchBestInit();
+  s.reset(w.x0);
 
   Pending pending[kPendingFlush + kMatchWorkers];
   int n = 0;
@@ -202,16 +233,12 @@ bool matchPoint(const MatchArgs& a, int p, int seedX, int seedY) {
     if (y >= sy0 && y <= sy1)
       for (int x = sx0; x <= sx1; ++x) admitted[x - w.x0] = 0;
     for (int c = 0; c < columns; c += kLanes) {
-      // Admitted entries are 0 or 1, so the bits set in a word count them.
-      std::uint64_t words[kLanes / 8];
-      std::memcpy(words, admitted + c, sizeof words);
-      int count = 0;
-      for (std::uint64_t word : words) count += __builtin_popcountll(word);
-      if (count >= kDenseGroup) {
-        matchGroup(admitted, s, c, y, desc, a.HOG2, plane, pitch);
-      } else if (count > 0) {
-        for (int k = c; k < c + kLanes; ++k)
-          if (admitted[k]) pending[n++] = Pending{k, y};
+      const unsigned lanes = byteFlagsToBits(admitted + c) | byteFlagsToBits(admitted + c + 8) << 8;
+      if (lanes == 0) continue;
+      if (__builtin_popcount(lanes) >= kDenseGroup) {
+        matchGroup(admitted, lanes, s, c, y, desc, a.HOG2, plane, pitch);
+      } else {
+        for (unsigned rest = lanes; rest != 0; rest &= rest - 1) pending[n++] = Pending{c + __builtin_ctz(rest), y};
       }
     }
     if (n >= kPendingFlush) {
@@ -222,7 +249,7 @@ bool matchPoint(const MatchArgs& a, int p, int seedX, int seedY) {
   flushPending(pending, n, s, desc, a.HOG2, plane, pitch);
 
   MatchFold fold = matchFoldInit(s.best);
-  for (int c = 0; c < columns; ++c) matchFoldWorker(fold, s.column[c]);
+  for (int c = 0; c < columns; ++c) matchFoldWorker(fold, s.column(c));
   a.match_x[p] = fold.x;
   a.match_y[p] = fold.y;
   a.match_dist[p] = fold.best;
