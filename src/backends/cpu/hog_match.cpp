@@ -271,8 +271,7 @@ void HOGMatch(const float* Image1, const float* Image2, const float* HOG1, const
   // search smaller windows), so chunks are handed out dynamically. Each point
   // is computed alone, so the schedule does not change results.
   const int chunks = (n + kChunk - 1) / kChunk;
-#pragma omp parallel for schedule(dynamic, 1)
-  for (int k = 0; k < chunks; ++k) {
+  parallelTasks(chunks, [&](int k) {
     int dx = 0, dy = 0;  // the first point of a chunk is expected where it stands
     const int end = (k + 1) * kChunk < n ? (k + 1) * kChunk : n;
     for (int p = k * kChunk; p < end; ++p) {
@@ -282,7 +281,7 @@ void HOGMatch(const float* Image1, const float* Image2, const float* HOG1, const
         dy = match_y[p] - a.my[p];
       }
     }
-  }
+  });
 }
 
 }  // namespace flowcore::cpu
