@@ -33,45 +33,77 @@ struct VectorRead {
 
 // The next search direction beta * p + z at a plane index, the value that
 // the in-place update p <- p * beta + z stores.
+VEMO_INLINE float nextDirectionValue(float p, float beta, float z) { return fmaf(p, beta, z); }
+
 struct DirectionRead {
   const float* p;
   const float* z;
   float beta;
-  VEMO_INLINE float operator()(int j) const { return fmaf(p[j], beta, z[j]); }
+  VEMO_INLINE float operator()(int j) const { return nextDirectionValue(p[j], beta, z[j]); }
 };
 
-// (A (du, dv)) at index i, the components read through `du` and `dv`: the
-// 2 x 2 block (one product and one fused multiply-add per row), then the
-// neighbours north, west, east, south with the same coupling for both
-// components. Executors that know a pixel lies inside pass constant flags so
-// that the tests fold away.
-template <class ReadU, class ReadV>
-VEMO_INLINE void productAtWith(const float* A, ReadU du, ReadV dv, int i, int plane, int pitch, Neighbours n,
-                               float& ru, float& rv) {
+// The couplings of pixel i to its neighbours, read from their own planes.
+struct PlaneCouplings {
+  const float* A;
+  int plane;
+  VEMO_INLINE float north(int i, int pitch) const { return A[i + kNorth * plane]; }
+  VEMO_INLINE float west(int i, int pitch) const { return A[i + kWest * plane]; }
+  VEMO_INLINE float east(int i, int pitch) const { return A[i + kEast * plane]; }
+  VEMO_INLINE float south(int i, int pitch) const { return A[i + kSouth * plane]; }
+};
+
+// The same couplings for a matrix in which they are mirrored, as the
+// assembly writes them: a pixel's coupling to its north neighbour is, bit for
+// bit, that neighbour's coupling to the south, and likewise west and east.
+// Only the east and south planes are read.
+struct MirroredCouplings {
+  const float* A;
+  int plane;
+  VEMO_INLINE float north(int i, int pitch) const { return A[i - pitch + kSouth * plane]; }
+  VEMO_INLINE float west(int i, int pitch) const { return A[i - 1 + kEast * plane]; }
+  VEMO_INLINE float east(int i, int pitch) const { return A[i + kEast * plane]; }
+  VEMO_INLINE float south(int i, int pitch) const { return A[i + kSouth * plane]; }
+};
+
+// (A (du, dv)) at index i, the components read through `du` and `dv` and the
+// couplings through `c`: the 2 x 2 block (one product and one fused
+// multiply-add per row), then the neighbours north, west, east, south with
+// the same coupling for both components. Executors that know a pixel lies
+// inside pass constant flags so that the tests fold away.
+template <class Couplings, class ReadU, class ReadV>
+VEMO_INLINE void productWithCouplings(const float* A, Couplings c, ReadU du, ReadV dv, int i, int plane, int pitch,
+                                      Neighbours n, float& ru, float& rv) {
   const float a11 = A[i + kA11 * plane], a12 = A[i + kA12Product * plane], a22 = A[i + kA22 * plane];
   const float u0 = du(i), v0 = dv(i);
   ru = fmaf(a12, v0, a11 * u0);
   rv = fmaf(a22, v0, a12 * u0);
   if (n.north) {
-    const float c = A[i + kNorth * plane];
-    ru = fmaf(c, du(i - pitch), ru);
-    rv = fmaf(c, dv(i - pitch), rv);
+    const float k = c.north(i, pitch);
+    ru = fmaf(k, du(i - pitch), ru);
+    rv = fmaf(k, dv(i - pitch), rv);
   }
   if (n.west) {
-    const float c = A[i + kWest * plane];
-    ru = fmaf(c, du(i - 1), ru);
-    rv = fmaf(c, dv(i - 1), rv);
+    const float k = c.west(i, pitch);
+    ru = fmaf(k, du(i - 1), ru);
+    rv = fmaf(k, dv(i - 1), rv);
   }
   if (n.east) {
-    const float c = A[i + kEast * plane];
-    ru = fmaf(c, du(i + 1), ru);
-    rv = fmaf(c, dv(i + 1), rv);
+    const float k = c.east(i, pitch);
+    ru = fmaf(k, du(i + 1), ru);
+    rv = fmaf(k, dv(i + 1), rv);
   }
   if (n.south) {
-    const float c = A[i + kSouth * plane];
-    ru = fmaf(c, du(i + pitch), ru);
-    rv = fmaf(c, dv(i + pitch), rv);
+    const float k = c.south(i, pitch);
+    ru = fmaf(k, du(i + pitch), ru);
+    rv = fmaf(k, dv(i + pitch), rv);
   }
+}
+
+// The same with the couplings read from their planes.
+template <class ReadU, class ReadV>
+VEMO_INLINE void productAtWith(const float* A, ReadU du, ReadV dv, int i, int plane, int pitch, Neighbours n,
+                               float& ru, float& rv) {
+  productWithCouplings(A, PlaneCouplings{A, plane}, du, dv, i, plane, pitch, n, ru, rv);
 }
 
 // (A (du, dv)) at index i from stored vectors.
@@ -143,29 +175,36 @@ VEMO_INLINE void residualPixel(const float* A, const float* rhs, const float* du
 
 // applyBlockJacobiPreconditioner_kernel at index i: the pixel's 2 x 2 block
 // inverted; a block with |det| <= 1e-4 (flat, unmatched) acts as identity.
-VEMO_INLINE void blockJacobiPixel(const float* A, const float* x, float* y, int i, int plane) {
-  const float a = A[i + kA11 * plane], c = A[i + kA12Precond * plane], d = A[i + kA22 * plane];
-  const float x1 = x[i], x2 = x[i + plane];
+VEMO_INLINE void blockJacobiValues(float a, float c, float d, float x1, float x2, float& y1, float& y2) {
   const float det = a * d - c * c;
-  float y1 = x1, y2 = x2;
+  y1 = x1;
+  y2 = x2;
   if (::fabs((double)det) > 1e-4) {
     y1 = (d * x1 - c * x2) / det;
     y2 = (a * x2 - c * x1) / det;
   }
+}
+
+VEMO_INLINE void blockJacobiPixel(const float* A, const float* x, float* y, int i, int plane) {
+  float y1, y2;
+  blockJacobiValues(A[i + kA11 * plane], A[i + kA12Precond * plane], A[i + kA22 * plane], x[i], x[i + plane], y1,
+                    y2);
   y[i] = y1;
   y[i + plane] = y2;
 }
 
 // mySaxpy2_kernel at index i: the solution and the residual updated together.
+VEMO_INLINE float saxpyValue(float alpha, float b, float acc) { return fmaf(alpha, b, acc); }
+
 VEMO_INLINE void saxpy2Element(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2,
                                float alpha2, int i) {
-  acc1[i] = fmaf(alpha1, b1[i], acc1[i]);
-  acc2[i] = fmaf(alpha2, b2[i], acc2[i]);
+  acc1[i] = saxpyValue(alpha1, b1[i], acc1[i]);
+  acc2[i] = saxpyValue(alpha2, b2[i], acc2[i]);
 }
 
 // Scale_and_Add_kernel at index i: acc = acc * scale + b.
 VEMO_INLINE void scaleAndAddElement(float* acc, const float* b, float scale, int i) {
-  acc[i] = fmaf(acc[i], scale, b[i]);
+  acc[i] = nextDirectionValue(acc[i], scale, b[i]);
 }
 
 }  // namespace flowcore
