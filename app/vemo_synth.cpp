@@ -17,10 +17,11 @@
 
 namespace {
 
-void usage(const char* program) {
-  std::fprintf(stderr,
+void usage(std::FILE* stream, const char* program) {
+  std::fprintf(stream,
                "Usage : %s <dir> [<dx> <dy> [<width> <height> [<seed>]]]\n"
-               "Writes <dir>/frame1.ppm, <dir>/frame2.ppm and the ground truth <dir>/truth.flo.\n"
+               "Writes <dir>/frame1.ppm, <dir>/frame2.ppm and the ground truth <dir>/truth.flo\n"
+               "(frame 2 is frame 1 shifted by dx, dy pixels). The directory must exist.\n"
                "Defaults: dx 2.5, dy 1.5, width 320, height 240, seed 1.\n",
                program);
 }
@@ -43,8 +44,14 @@ bool parseLong(const char* text, long lo, long hi, long& out) {
 
 int main(int argc, char** argv) {
   const char* program = argc > 0 ? argv[0] : "vemo-synth";
-  if (argc < 2 || argc == 3 || argc == 5 || argc > 7) {
-    usage(program);
+  const std::string first = argc >= 2 ? argv[1] : "";
+  if (first == "-h" || first == "--help") {
+    usage(stdout, program);
+    return 0;
+  }
+  if (argc < 2 || argc == 3 || argc == 5 || argc > 7 || (first.size() > 1 && first[0] == '-')) {
+    if (first.size() > 1 && first[0] == '-') std::fprintf(stderr, "%s: unknown option %s\n", program, first.c_str());
+    usage(stderr, program);
     return 2;
   }
   double dx = 2.5, dy = 1.5;
@@ -54,7 +61,7 @@ int main(int argc, char** argv) {
       (argc >= 7 && !parseLong(argv[6], 0, 4294967295L, seed))) {
     std::fprintf(stderr, "%s: invalid number; shifts are reals, sizes 1 to 16384, seed >= 0\n",
                  program);
-    usage(program);
+    usage(stderr, program);
     return 2;
   }
   const std::string dir = argv[1];

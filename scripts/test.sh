@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs the whole test suite, then the CPU unit tests again
-# under AddressSanitizer and UndefinedBehaviorSanitizer. Tests labelled "gpu"
-# skip themselves where no GPU is usable.
+# Sets up, builds and runs the whole test suite (C++ tests, then the Python
+# package's tests), then the CPU unit tests again under AddressSanitizer and
+# UndefinedBehaviorSanitizer. Tests labelled "gpu" skip themselves where no
+# GPU is usable.
 #   VEMO_SKIP_SANITIZERS=1 scripts/test.sh   skips the sanitizer pass.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -13,6 +14,9 @@ scripts/build.sh
 # over the cores. Tests of thread-count independence set their own counts.
 export OMP_NUM_THREADS=1 OMP_WAIT_POLICY=passive
 ctest --test-dir build --output-on-failure -j "$(nproc)"
+
+echo "== Python package (installed by scripts/setup.sh into .venv)"
+.venv/bin/python -m pytest -q tests/python
 
 if [ "${VEMO_SKIP_SANITIZERS:-0}" != "1" ]; then
   echo "== unit tests under AddressSanitizer + UndefinedBehaviorSanitizer"

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <regex>
 #include <memory>
 #include <string>
@@ -146,6 +147,31 @@ TEST_F(CommandLine, ReferenceFlowIsReadFromTheNinthArgument) {
   r = run(args);
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(std::regex_search(r.out, std::regex(R"(AAE = \d+\.\d{6} \n$)"))) << r.out;
+
+  // A NaN component is not the unknown-flow marker: its direction, and
+  // with it the error, is not a number.
+  CTensor<float> withNaN(kWidth, kHeight, 2, 1.0f);
+  withNaN(3, 4, 1) = std::numeric_limits<float>::quiet_NaN();
+  COpticFlow::writeMiddlebury(withNaN, path("nan.flo").c_str());
+  args[8] = "nan.flo";
+  r = run(args);
+  EXPECT_EQ(r.status, 0) << r.err;
+  ASSERT_GE(r.out.size(), 11u);
+  EXPECT_EQ(r.out.substr(r.out.size() - 11), "AAE = nan \n");
+}
+
+TEST_F(CommandLine, EtaOutsideTheUnitIntervalRunsWithoutPyramidAndOneIsRefusedOnce) {
+  std::vector<std::string> args = {"frame1.ppm", "frame2.ppm", "0.8", "30", "300", "5", "-0.5", "2", "3"};
+  Result r = run(args);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  EXPECT_NE(r.out.find("# scales = 0 \n"), std::string::npos) << r.out;
+  EXPECT_TRUE(std::regex_search(r.out, kTimingTail)) << r.out;
+  args[6] = "1";
+  r = run(args);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, kVemo + ": eta = 1: the pyramid scaling factor must be a finite number other than 1 "
+                           "(the default is 0.95)\n");
 }
 
 TEST_F(CommandLine, UnreadableInputsAndUnwritableOutputFailWithStatusOne) {
@@ -182,6 +208,8 @@ TEST_F(CommandLine, DeviceFromTheEnvironmentIsHonouredOrReported) {
   ASSERT_EQ(runWith("cuda", err), 0);
   EXPECT_EQ(err, "vemo: running on the CPU: VEMO_DEVICE=cuda, but no usable CUDA GPU was found\n");
   EXPECT_EQ(slurp(flow), onCpu);
+  ASSERT_EQ(runWith("cuda:3", err), 0);
+  EXPECT_EQ(err, "vemo: running on the CPU: VEMO_DEVICE=cuda:3, but no usable CUDA GPU was found\n");
   ASSERT_EQ(runWith("gpu", err), 0);
-  EXPECT_EQ(err, "vemo: VEMO_DEVICE must be cpu or cuda; ignoring \"gpu\"\n");
+  EXPECT_EQ(err, "vemo: VEMO_DEVICE must be auto, cpu, cuda or cuda:N; ignoring \"gpu\"\n");
 }

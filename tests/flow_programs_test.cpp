@@ -10,6 +10,7 @@
 #include <memory>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,7 @@ using vemotest::slurp;
 const std::string kFlow = VEMO_BINARY_DIR "/vemo-flow";
 const std::string kEval = VEMO_BINARY_DIR "/vemo-eval";
 const std::string kVemo = VEMO_BINARY_DIR "/vemo";
+const std::string kSynth = VEMO_BINARY_DIR "/vemo-synth";
 constexpr int kWidth = 48, kHeight = 40;
 constexpr float kDx = 1.5f, kDy = -0.5f;
 
@@ -97,7 +99,7 @@ TEST_F(Programs, FlowRecoversTheShiftFromEveryInputFormatWithAllOutputs) {
     const Result r = run(kFlow, {"a.png", second, "-o", "f.flo", "--viz", "f.png", "--legend", "--backward",
                                  "back.flo", "--occlusions", "occ.png", "--device", "cpu"});
     ASSERT_EQ(r.status, 0) << second << "\n" << r.err;
-    EXPECT_NE(r.out.find("Wrote f.flo (48 x 40"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Wrote f.flo, back.flo, f.png, occ.png (48 x 40"), std::string::npos) << r.out;
     // The pipeline's stage timings only appear with --timings.
     EXPECT_EQ(r.out.find("Total time"), std::string::npos) << r.out;
     EXPECT_LT(epeOf("f.flo"), 0.3) << second;
@@ -114,12 +116,33 @@ TEST_F(Programs, FlowRecoversTheShiftFromEveryInputFormatWithAllOutputs) {
   }
   EXPECT_EQ(hiddenFiles(), 0);
 
-  // Grey PNGs, quiet, explicit thread count and stage timings.
-  Result r = run(kFlow, {"a_grey.png", "b_grey.png", "-o", "g.flo", "-q", "--threads", "1", "--timings"});
+  // Grey PNGs, quiet, explicit thread count and stage timings: each flow's
+  // own times under a line naming it.
+  Result r = run(kFlow, {"a_grey.png", "b_grey.png", "-o", "g.flo", "-q", "--threads", "1", "--timings",
+                         "--backward", "gb.flo"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out.find("Wrote"), std::string::npos);
-  EXPECT_NE(r.out.find("Total time = "), std::string::npos);
+  const size_t forward = r.out.find("Forward flow a_grey.png -> b_grey.png:\n");
+  const size_t backward = r.out.find("Backward flow b_grey.png -> a_grey.png:\n");
+  ASSERT_NE(forward, std::string::npos) << r.out;
+  ASSERT_NE(backward, std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("Total time = ", forward), std::string::npos);
+  EXPECT_NE(r.out.find("Total time = ", backward), std::string::npos);
   EXPECT_LT(epeOf("g.flo"), 0.5);
+
+  // A picture alone is a complete request; its extension picks the format.
+  r = run(kFlow, {"a.png", "b.png", "--viz", "v.jpg"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("Wrote v.jpg ("), std::string::npos) << r.out;
+  EXPECT_EQ(slurp(path("v.jpg")).substr(0, 3), "\xff\xd8\xff");
+  r = run(kFlow, {"a.png", "b.png", "--viz", "v.gif"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find(".png, .jpg or .jpeg"), std::string::npos) << r.err;
+  // A flow file with another extension: the warning names the user's file.
+  r = run(kFlow, {"a.png", "b.png", "-o", "out.txt"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.rfind("out.txt should have extension '.flo'\n", 0), 0u) << r.out;
+  EXPECT_EQ(hiddenFiles(), 0);
 }
 
 TEST_F(Programs, NamedParametersReachTheMethodLikeVemosPositionalOnes) {
@@ -137,6 +160,14 @@ TEST_F(Programs, NamedParametersReachTheMethodLikeVemosPositionalOnes) {
   r = run(kFlow, {"a.ppm", "b.ppm", "-o", "default.flo"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_FALSE(slurp(path("default.flo")) == named);
+  // A factor outside 0..1 is the same computation in both programs: no
+  // pyramid, only the full-size passes.
+  r = run(kVemo, {"a.ppm", "b.ppm", "0.8", "30", "300", "5", "1.5", "5", "10"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("# scales = 0 \n"), std::string::npos) << r.out;
+  r = run(kFlow, {"a.ppm", "b.ppm", "-o", "wide.flo", "--eta", "1.5"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(slurp(path("a.ppmVEMO.flo")) == slurp(path("wide.flo")));
   // Without parameters both programs use the same defaults.
   r = run(kVemo, {"a.ppm", "b.ppm"});
   ASSERT_EQ(r.status, 0) << r.err;
@@ -227,12 +258,13 @@ TEST_F(Programs, EvalReportsTextJsonAndAnErrorPicture) {
   for (int y = 0; y < kHeight; ++y) off(0, y, 0) += 2.0f;   // one column 2 px off
   CTensor<float> truth = truth_;
   truth(5, 5, 0) = 1e9f;                                    // unknown truth
+  truth(6, 6, 1) = std::numeric_limits<float>::quiet_NaN();  // not finite: left out too, and said so
   COpticFlow::writeMiddlebury(off, path("off.flo").c_str());
   COpticFlow::writeMiddlebury(truth, path("truth2.flo").c_str());
 
   Result r = run(kEval, {"off.flo", "truth2.flo", "--error-map", "err.png"});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.out.find("1919 with known ground truth"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("1918 with known ground truth (1 more not finite: left out)"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("EPE > 1 px"), std::string::npos);
   CTensor<float> picture;
   NImageIO::readImage(path("err.png"), picture);
@@ -255,8 +287,19 @@ TEST_F(Programs, EvalReportsTextJsonAndAnErrorPicture) {
   EXPECT_NE(r.err.find("3 x 3"), std::string::npos) << r.err;
   r = run(kEval, {"truth.flo"});
   EXPECT_EQ(r.status, 2);
+  r = run(kEval, {"truth.flo", "truth.flo", "--error-map", "err.gif"});
+  EXPECT_EQ(r.status, 2);
   r = run(kEval, {"--json", "nothere.flo", "truth.flo"});
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(r.out.empty()) << r.out;
   EXPECT_NE(r.err.find("cannot read nothere.flo"), std::string::npos) << r.err;
+}
+
+TEST_F(Programs, SynthTakesHelpForHelpNotForItsFolder) {
+  Result r = run(kSynth, {"--help"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.rfind("Usage : ", 0), 0u) << r.out;
+  r = run(kSynth, {"--frames"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("unknown option --frames"), std::string::npos) << r.err;
 }

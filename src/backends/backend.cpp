@@ -1,6 +1,9 @@
-// Default fused passes of the solver, composed of the elementary operations.
+// Default fused passes of the solver, composed of the elementary operations,
+// and the host-timed stage stretches.
 #include "backends/backend.h"
 
+#include "common/timer.h"
+#include "pixel/diffusivity.h"
 #include "variational/scratch.h"
 
 namespace flowcore {
@@ -10,6 +13,32 @@ Buffer uploadRows(Backend& backend, const float* src, int width, int rows, int p
   backend.clear(b.data(), b.floats());
   backend.upload(b.data(), pitch, src, width, rows);
   return b;
+}
+
+void Backend::openStretch(timeval& start) { stamp(start); }
+
+void Backend::closeStretch(const timeval& start, timeval& finish, double& total) {
+  flowcore::closeStretch(start, finish, total);
+}
+
+void Backend::diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
+                          float* diffY, int height, int width, int pitch, float* sum, float* derivative) {
+  const float central[3] = {centralDifferenceTap(0), centralDifferenceTap(1), centralDifferenceTap(2)};
+  const std::size_t plane = static_cast<std::size_t>(pitch) * height;
+  clear(diffX, plane);
+  clear(diffY, plane);
+  const float* flow[2] = {u, v};
+  const float* increment[2] = {du, dv};
+  for (int c = 0; c < 2; ++c) {
+    copy(sum, flow[c], plane);
+    add(sum, increment[c], height, width, pitch);
+    convolveY(derivative, sum, height, width, pitch, central, 3);
+    gradientX(diffX, derivative, sum, height, width, pitch);
+    convolveX(derivative, sum, height, width, pitch, central, 3);
+    gradientY(diffY, derivative, sum, height, width, pitch);
+  }
+  normalize(diffX, height, width, pitch);
+  normalize(diffY, height, width, pitch);
 }
 
 float Backend::productDot(const float* A, const float* p, float* q, int height, int width, int pitch) {
@@ -52,6 +81,12 @@ void Backend::cgUpdate(const float* A, float* du, const float* p, float* r, cons
 }
 
 int Backend::cgIterations() { return cg_.iterations; }
+
+long long Backend::solverUpdates() { return cg_.updates; }
+
+void Backend::issueRepeatable(const RepeatKey&, FunctionRef work) { work(); }
+
+bool Backend::runWholeLevel(const LevelArgs&, double&) { return false; }
 
 void Backend::assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
                                     const float* geoV, const float* geoConf, int height, int width, int pitch,

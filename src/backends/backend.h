@@ -16,22 +16,33 @@
 // BackendError.
 #pragma once
 
+#include <sys/time.h>
+
 #include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
+#include "backends/recorded_work.h"
 #include "pixel/cg_scalars.h"
 
 namespace flowcore {
 
 class Backend;
 struct FPtmp;
+struct LevelArgs;
 
 // Thrown after a backend has printed what went wrong.
 class BackendError : public std::runtime_error {
  public:
   explicit BackendError(const std::string& what) : std::runtime_error(what) {}
+};
+
+// A run that does not fit in the backend's memory: refused before it starts,
+// or an allocation that failed.
+class BackendOutOfMemory : public BackendError {
+ public:
+  using BackendError::BackendError;
 };
 
 // A run of floats in a backend's memory, freed by that backend when the
@@ -83,6 +94,20 @@ class Backend {
   // Bytes this backend could still allocate for a run (free device memory, or
   // available host memory). Used to refuse a frame before allocating for it.
   virtual std::size_t availableBytes() const = 0;
+  // What a run on frames of height x width x channels at `pitch` holds on
+  // this backend beyond the buffers the control flow allocates: scratch the
+  // matching stages allocate while they run (buffers too, but only while
+  // matching), and memory the backend keeps outside its buffers (textures,
+  // reduction buffers, device copies of masks). availableBytes() counts what
+  // the backend holds of the latter as available, since a run reuses it.
+  struct RunOverhead {
+    std::size_t matchingScratch = 0;
+    std::size_t held = 0;
+  };
+  virtual RunOverhead runOverhead(int height, int width, int pitch, int channels) const {
+    (void)height, (void)width, (void)pitch, (void)channels;
+    return {};
+  }
   // Bytes held by live buffers, and the most held at any time so far.
   std::size_t bytesInUse() const { return bytesInUse_; }
   std::size_t peakBytes() const { return peakBytes_; }
@@ -114,6 +139,22 @@ class Backend {
   virtual void clear(float* dst, std::size_t floats) = 0;
   // Waits until every operation issued so far has finished.
   virtual void synchronize() = 0;
+
+  // ---- stage timers -------------------------------------------------------
+  // A stretch of this backend's work, opened at `start` and closed at
+  // `finish`, adds its length in milliseconds to `total`. Both stamps are
+  // always taken on the host. The default measures host time and adds it at
+  // once, which is the work's time on a backend that has finished an
+  // operation when it returns (the CPU). A backend that runs operations
+  // after issuing them records device events instead and adds the device
+  // time in settleStretches(), which waits once for all of them; until then
+  // `total` lacks those stretches. Stretches may nest; `start` names the
+  // stretch and must stay valid until it is closed.
+  virtual void openStretch(timeval& start);
+  virtual void closeStretch(const timeval& start, timeval& finish, double& total);
+  // Adds every closed stretch not yet added to its total. The one wait of a
+  // run for its stage timers: call it where the totals are printed.
+  virtual void settleStretches() {}
 
   // ---- element-wise -------------------------------------------------------
   virtual void scale(float* arr, int height, int width, int pitch, float scale) = 0;
@@ -156,6 +197,13 @@ class Backend {
                          int pitch) = 0;
   // x <- 1 / sqrt(x + 1e-6).
   virtual void normalize(float* x, int height, int width, int pitch) = 0;
+  // The smoothness weights of one fixed-point step: diffX and diffY (whole
+  // planes, padding included) from the squared flow gradients of
+  // (u + du, v + dv) on the horizontal and vertical edges, normalised. The
+  // default composes the operations above, using `sum` and `derivative` as
+  // scratch planes; a fused override need not write them.
+  virtual void diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
+                           float* diffY, int height, int width, int pitch, float* sum, float* derivative);
 
   // ---- robust weights and assembly ---------------------------------------
   virtual void dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height,
@@ -232,8 +280,27 @@ class Backend {
   // the new r . z, and one more iteration counted.
   virtual void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,
                         int width, int pitch);
-  // Updates applied by the solve (waits for it to finish).
+  // Updates applied by the last solve: a read of device data, which waits
+  // for the solve. Runs never call it.
   virtual int cgIterations();
+  // Updates applied by every solve on this backend so far, counted where the
+  // solver scalars live: a read of device data, for statistics at the end of
+  // a run.
+  virtual long long solverUpdates();
+
+  // ---- whole units of work ------------------------------------------------
+  // Calls `work`, which issues operations on this backend only. A backend may
+  // instead record the operations issued for a `key` and replay the record
+  // for later calls with an equal key, so the key must hold every value the
+  // operations depend on (see recorded_work.h). The default calls `work`.
+  virtual void issueRepeatable(const RepeatKey& key, FunctionRef work);
+  // A backend may run all fixed-point iterations of a pyramid level
+  // (variational/level_steps.h) as one unit of its own, with the same
+  // results as the steps issued one by one; it returns whether it did. Time
+  // spent in the level's solves is added to `solverTotal` (by
+  // settleStretches()). The default returns false: the caller issues the
+  // steps.
+  virtual bool runWholeLevel(const LevelArgs& level, double& solverTotal);
 
   // Called by Buffer: frees memory that allocate() returned. Never throws.
   virtual void release(float* data) noexcept = 0;

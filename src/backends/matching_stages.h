@@ -61,7 +61,7 @@ struct HogMatchInputs {
   int checkCorner;          // non-zero: skip points with low Cornerness
   const float* Energy1;     // per-pixel sum of HOG1's planes
   const float* Energy2;
-  float average;            // mean of Cornerness
+  const float* average;     // mean of Cornerness: one float in the executor's memory
   int height, width, pitch;
 };
 
@@ -91,8 +91,11 @@ class MatchingStages {
                                  int nChannels) = 0;
   // Per-pixel sum of the nOri planes of a HOG field.
   virtual void computeEnergy(const float* hog, float* energy, int height, int width, int pitch, int nOri) = 0;
-  // Sum of all width x height pixels of a plane, in a fixed order.
-  virtual float sum2D(const float* image, int height, int width, int pitch) = 0;
+  // Mean of the width x height pixels of a plane (their sum in a fixed
+  // order, divided by width * height in single precision), written to one
+  // float in this executor's memory, where the search reads it: the host
+  // never waits for it.
+  virtual void average2D(const float* image, int height, int width, int pitch, float* average) = 0;
   // Best match in inputs.Image2 of each of the n points (mx[p], my[p]).
   virtual void hogMatch(const HogMatchInputs& inputs, const int* mx, const int* my, int n,
                         const HogMatchResults& results) = 0;

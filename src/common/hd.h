@@ -14,3 +14,13 @@
 #endif
 
 #define VEMO_INLINE VEMO_HD inline
+
+// Precedes a VEMO_INLINE template that issues operations on an executor
+// given as its template argument: the host's executor (Backend) has host
+// functions only, a kernel's executor device functions only, and nvcc is
+// told not to check the instantiation for the side it is never called on.
+#if defined(__CUDACC__)
+#define VEMO_EXECUTOR_TEMPLATE _Pragma("nv_exec_check_disable")
+#else
+#define VEMO_EXECUTOR_TEMPLATE
+#endif

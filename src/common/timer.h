@@ -1,6 +1,7 @@
 // Wall-clock stretches measured with gettimeofday and accumulated in
-// milliseconds. Accumulators are process-wide and never reset, so a second
-// run in the same process reports sums over both runs.
+// milliseconds. Accumulators are process-wide and the pipeline never resets
+// them, so a second run in the same process reports sums over both runs
+// (vemo-flow zeroes them before each run with resetStageTimers).
 #pragma once
 
 #include <sys/time.h>

@@ -10,6 +10,7 @@
 // iteration count; the tenth is only a switch that turns the evaluation on.
 #include "driver/command_line.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -70,6 +71,13 @@ int runCommandLine(int argc, char** argv) {
     const float eta = static_cast<float>(std::atof(argv[7]));
     const int fixedPointIterations = std::atoi(argv[8]);
     const int solverIterations = std::atoi(argv[9]);
+    // Any other factor is computed (outside 0..1 without a pyramid); at 1
+    // the number of scales is undefined.
+    if (eta == 1.0f || !std::isfinite(eta)) {
+      std::fprintf(stderr, "%s: eta = %s: the pyramid scaling factor must be a finite number other than 1 "
+                   "(the default is 0.95)\n", argv[0], argv[7]);
+      return 1;
+    }
     runFlowGPU(frame1, frame2, flow, sigma, alpha, beta, gamma, eta, fixedPointIterations,
                solverIterations);
   } else if (argc == 3) {

@@ -11,7 +11,7 @@
 #include "driver/flow_metrics.h"
 #include "driver/flow_picture.h"
 #include "driver/optic_flow.h"
-#include "image/png_io.h"
+#include "image/write_picture.h"
 
 namespace {
 
@@ -22,11 +22,15 @@ std::string usage() {
          "Measures a flow field against ground truth: mean end-point error (EPE), the\n"
          "average angular error (AAE), the classic angular error, the share of pixels\n"
          "with EPE above 1 and 3 px, and EPE by true-motion length (below 10, 10 to 40,\n"
-         "above 40 px). Ground truth of 1e9 or more, or not finite, is left out.\n"
+         "above 40 px). Ground truth with a component of 1e9 or more is unknown, and so\n"
+         "is ground truth that is not finite (NaN, infinite): both are left out of every\n"
+         "measure, except that the AAE, as vemo computes it, divides by all pixels,\n"
+         "unknown ones included. The report counts the pixels left out.\n"
          "\n"
          "      --json               print one JSON object instead of text\n"
-         "      --error-map ERR.png  picture of the end-point error (black 0, through red\n"
-         "                           and yellow to white; unknown ground truth dark blue)\n"
+         "      --error-map ERR.png  picture of the end-point error, .png or .jpg (black 0,\n"
+         "                           through red and yellow to white; unknown ground truth\n"
+         "                           dark blue)\n"
          "      --error-scale E      error (px) shown as white (default 3)\n"
          "  -h, --help               show this text\n";
 }
@@ -54,6 +58,9 @@ int runEvalProgram(int argc, char** argv) {
       if (i + 1 >= argc) return commandLineError("option " + arg + " needs a value");
       const std::string value = argv[++i];
       if (arg == "--error-map") {
+        if (NImageIO::pictureFormatOf(value) == NImageIO::PictureFormat::Unknown)
+          return commandLineError("option --error-map expects a picture named .png, .jpg or .jpeg, not '" +
+                                  value + "'");
         errorMap = value;
       } else {
         char* end = nullptr;
@@ -91,7 +98,7 @@ int runEvalProgram(int argc, char** argv) {
     return 1;
   }
   const FlowMetrics metrics = evaluateFlow(flow, truth);
-  if (!errorMap.empty()) NImageIO::writePNG(errorPicture(endPointErrors(flow, truth), errorScale), errorMap.c_str());
+  if (!errorMap.empty()) NImageIO::writePicture(errorPicture(endPointErrors(flow, truth), errorScale), errorMap);
   std::fputs((json ? metricsJson(metrics) : metricsText(metrics)).c_str(), stdout);
   return 0;
 }

@@ -1,189 +1,61 @@
 #include "driver/flow_command.h"
 
-#include <fcntl.h>
 #include <omp.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "backends/cuda/device_probe.h"
-#include "driver/flow_options.h"
-#include "driver/flow_stages.h"
-#include "driver/flow_picture.h"
-#include "driver/occlusion.h"
-#include "driver/optic_flow.h"
-#include "driver/run_flow.h"
-#include "driver/sequence.h"
 #include "backends/backend_factory.h"
-#include "image/atomic_file.h"
-#include "image/exceptions.h"
-#include "image/png_io.h"
+#include "common/stage_lines.h"
+#include "driver/flow_options.h"
+#include "driver/pair_run.h"
+#include "driver/sequence.h"
+#include "driver/video_flow.h"
 #include "image/read_image.h"
 
 namespace {
 
-constexpr const char* kProgram = "vemo-flow";
-constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid point
-
-// Sends standard output to /dev/null while alive: the pipeline prints its
-// stage lines there, which vemo-flow shows only with --timings.
-class StdoutSilencer {
- public:
-  explicit StdoutSilencer(bool active) {
-    if (!active) return;
-    std::cout.flush();
-    std::fflush(stdout);
-    saved_ = dup(STDOUT_FILENO);
-    const int null = open("/dev/null", O_WRONLY);
-    if (saved_ >= 0 && null >= 0) dup2(null, STDOUT_FILENO);
-    if (null >= 0) close(null);
-  }
-  ~StdoutSilencer() {
-    if (saved_ < 0) return;
-    std::cout.flush();
-    std::fflush(stdout);
-    dup2(saved_, STDOUT_FILENO);
-    close(saved_);
-  }
-
- private:
-  int saved_ = -1;
-};
-
-double seconds() {
-  timeval t;
-  gettimeofday(&t, nullptr);
-  return t.tv_sec + t.tv_usec * 1e-6;
-}
-
-// Tells the factory which backend to use and says when it is not the one
-// that was asked for.
-std::string selectBackend(DeviceChoice device) {
-  flowcore::requestBackend(device == DeviceChoice::Cpu    ? flowcore::BackendRequest::Cpu
-                       : device == DeviceChoice::Cuda ? flowcore::BackendRequest::Cuda
-                                                      : flowcore::BackendRequest::Auto);
-  const std::string chosen = flowcore::chosenBackendName();
-  if (device == DeviceChoice::Cuda && chosen != "cuda") {
-    const flowcore::CudaProbe& probe = flowcore::probeCudaDevice();
-    const std::string why = probe.present ? probe.reason : "no usable CUDA GPU was found";
-    std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kProgram, why.c_str(),
-                 chosen.c_str());
-  }
-  return chosen;
-}
-
-void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, const std::string& name1,
-                 const std::string& name2, bool quiet) {
-  if (frame1.xSize != frame2.xSize || frame1.ySize != frame2.ySize) {
-    std::fprintf(stderr, "%s: frames differ in size: %s is %d x %d, %s is %d x %d\n", kProgram, name1.c_str(),
-                 frame1.xSize, frame1.ySize, name2.c_str(), frame2.xSize, frame2.ySize);
-    throw ETensorIncompatibleSize();
-  }
-  if (frame1.xSize < 2 || frame1.ySize < 2) {
-    std::fprintf(stderr, "%s: frames of %d x %d are too small: at least 2 x 2 pixels are needed\n", kProgram,
-                 frame1.xSize, frame1.ySize);
-    throw ETensorIncompatibleSize();
-  }
-  if (!quiet && (frame1.xSize < kMatchingMinimum || frame1.ySize < kMatchingMinimum)) {
-    std::fprintf(stderr, "%s: note: frames of %d x %d are below %d x %d: descriptor matching is skipped\n", kProgram,
-                 frame1.xSize, frame1.ySize, kMatchingMinimum, kMatchingMinimum);
-  }
-}
-
-// The flow from `from` to `to` with the options' parameters; the frames
-// are copied because the pipeline presmooths its inputs in place.
-// One backend serves every pair of a run, so its buffers are reused.
-CTensor<float> flowBetween(flowcore::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
-                           const FlowOptions& o) {
-  CTensor<float> a = from, b = to, flow;
-  StdoutSilencer silence(!o.timings);
-  runFlowOnBackend(backend, a, b, flow, o.sigma,
-                   FlowParameters{o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations});
-  return flow;
-}
-
-void writeFlowAtomically(CTensor<float>& flow, const std::string& name) {
-  CAtomicFile output(name);
-  COpticFlow::writeMiddlebury(flow, output.tempPath());
-  output.commit();
-}
-
-// Fails before any computing when an output's directory cannot take files.
-void checkOutputDirectory(const std::string& name) {
-  if (name.empty()) return;
-  const size_t slash = name.find_last_of('/');
-  const std::string dir = slash == std::string::npos ? "." : (slash == 0 ? "/" : name.substr(0, slash));
-  if (access(dir.c_str(), W_OK) != 0) {
-    std::fprintf(stderr, "%s: cannot write %s: directory %s is missing or not writable\n", kProgram, name.c_str(),
-                 dir.c_str());
-    throw EFileNotFound();
-  }
-}
-
-struct PairOutputs {
-  std::string flow, viz, backward, occlusions;
-};
-
-// Computes one pair and writes its outputs; everything is computed before
-// the first file is written.
-void runPair(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2, const FlowOptions& o,
-             const PairOutputs& out) {
-  CTensor<float> forward = flowBetween(backend, frame1, frame2, o);
-  CTensor<float> backward;
-  if (!out.backward.empty() || !out.occlusions.empty()) backward = flowBetween(backend, frame2, frame1, o);
-  CTensor<float> picture, mask;
-  if (!out.viz.empty()) picture = flowPicture(forward, o.maxFlow, o.legend);
-  if (!out.occlusions.empty()) mask = occlusionMask(forward, backward);
-
-  writeFlowAtomically(forward, out.flow);
-  if (!out.backward.empty()) writeFlowAtomically(backward, out.backward);
-  if (!out.viz.empty()) NImageIO::writePNG(picture, out.viz.c_str());
-  if (!out.occlusions.empty()) NImageIO::writePNG(mask, out.occlusions.c_str());
-}
-
 int runSinglePair(const FlowOptions& o, const std::string& backend) {
   const PairOutputs out{o.output, o.viz, o.backward, o.occlusions};
-  for (const std::string& name : {out.flow, out.viz, out.backward, out.occlusions}) checkOutputDirectory(name);
+  for (const std::string& name : out.names()) checkOutputDirectory(name);
   CTensor<float> frame1, frame2;
   NImageIO::readImage(o.frame1, frame1);
   NImageIO::readImage(o.frame2, frame2);
   checkFrames(frame1, frame2, o.frame1, o.frame2, o.quiet);
-  const double start = seconds();
+  const double start = wallSeconds();
   std::unique_ptr<flowcore::Backend> engine = flowcore::makeBackend();
-  runPair(*engine, frame1, frame2, o, out);
+  runPair(*engine, frame1, frame2, o, out, o.frame1, o.frame2);
   if (!o.quiet) {
-    std::printf("Wrote %s (%d x %d, %.2f s on the %s backend)\n", o.output.c_str(), frame1.xSize, frame1.ySize,
-                seconds() - start, backend.c_str());
+    std::printf("Wrote %s (%d x %d, %.2f s on the %s backend)\n", listed(out.names()).c_str(), frame1.xSize,
+                frame1.ySize, wallSeconds() - start, backend.c_str());
   }
   return 0;
 }
 
-int runSequence(const FlowOptions& o) {
+int runSequence(const FlowOptions& o, const std::string& backend) {
   std::string error;
   for (const std::string& pattern : {o.sequence, o.output, o.viz, o.backward, o.occlusions}) {
     if (!pattern.empty() && !checkFramePattern(pattern, error)) {
-      std::fprintf(stderr, "%s: %s\n", kProgram, error.c_str());
+      std::fprintf(stderr, "%s: %s\n", kFlowProgram, error.c_str());
       return 2;
     }
   }
   const std::vector<int> frames = findFrames(o.sequence, o.first);
   if (frames.size() < 2) {
-    std::fprintf(stderr, "%s: the sequence %s needs at least two consecutive frames, found %zu\n", kProgram,
+    std::fprintf(stderr, "%s: the sequence %s needs at least two consecutive frames, found %zu\n", kFlowProgram,
                  o.sequence.c_str(), frames.size());
     return 1;
   }
-  const auto nameOf = [](const std::string& pattern, int n) {
-    return pattern.empty() ? std::string() : frameName(pattern, n);
+  const auto outputsOf = [&o](int n) {
+    const auto nameOf = [n](const std::string& pattern) { return pattern.empty() ? pattern : frameName(pattern, n); };
+    return PairOutputs{nameOf(o.output), nameOf(o.viz), nameOf(o.backward), nameOf(o.occlusions)};
   };
-  for (const std::string& pattern : {o.output, o.viz, o.backward, o.occlusions}) {
-    checkOutputDirectory(nameOf(pattern, frames[0]));
-  }
+  for (const std::string& name : outputsOf(frames[0]).names()) checkOutputDirectory(name);
   const int pairs = static_cast<int>(frames.size()) - 1;
+  const double start = wallSeconds();
   CProgress progress(stderr, pairs, isatty(STDERR_FILENO) == 1);
   std::unique_ptr<flowcore::Backend> engine = flowcore::makeBackend();
   CTensor<float> previous;
@@ -195,14 +67,17 @@ int runSequence(const FlowOptions& o) {
     CTensor<float> next;
     NImageIO::readImage(nextName, next);
     checkFrames(previous, next, previousName, nextName, o.quiet || p > 0);
-    const int n = frames[p];
-    runPair(*engine, previous, next, o, PairOutputs{nameOf(o.output, n), nameOf(o.viz, n), nameOf(o.backward, n),
-                                           nameOf(o.occlusions, n)});
+    runPair(*engine, previous, next, o, outputsOf(frames[p]), previousName, nextName);
     if (!o.quiet) progress.update(p + 1);
     previous = next;
     previousName = nextName;
   }
-  if (!o.quiet) progress.finish();
+  if (!o.quiet) {
+    progress.finish();
+    std::printf("Wrote %s (%s of %d x %d, %.2f s on the %s backend)\n",
+                listed(outputRanges(outputsOf(frames.front()), outputsOf(frames[pairs - 1]))).c_str(),
+                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, backend.c_str());
+  }
   return 0;
 }
 
@@ -212,14 +87,17 @@ int runFlowProgram(int argc, char** argv) {
   FlowOptions options;
   std::string error;
   if (!parseFlowOptions(argc, argv, options, error)) {
-    std::fprintf(stderr, "%s: %s\nRun '%s --help' for usage.\n", kProgram, error.c_str(), kProgram);
+    std::fprintf(stderr, "%s: %s\nRun '%s --help' for usage.\n", kFlowProgram, error.c_str(), kFlowProgram);
     return 2;
   }
   if (options.help) {
-    std::fputs(flowUsage(kProgram).c_str(), stdout);
+    std::fputs(flowUsage(kFlowProgram).c_str(), stdout);
     return 0;
   }
   if (options.threads > 0) omp_set_num_threads(options.threads);
+  // The pipeline's stage lines on standard output only with --timings.
+  flowcore::setStageLines(options.timings);
   const std::string backend = selectBackend(options.device);
-  return options.sequence.empty() ? runSinglePair(options, backend) : runSequence(options);
+  if (!options.video.empty()) return runVideoFlow(options, backend);
+  return options.sequence.empty() ? runSinglePair(options, backend) : runSequence(options, backend);
 }

@@ -39,9 +39,9 @@ float aae(CTensor<float> flow, CTensor<float> reference) {
   for (long i = 0; i < n; ++i) {
     const float u = flow.data[i], v = flow.data[n + i];
     const float ru = reference.data[i], rv = reference.data[n + i];
-    // Components of 1e9 or more mark unknown flow; a NaN component carries no
-    // direction either and is skipped the same way (still counted in n).
-    if (!(ru < 1e9) || !(rv < 1e9)) continue;
+    // Components of 1e9 or more mark unknown flow: skipped, still counted in
+    // n. NaN is not unknown flow: its angle is NaN, and so is the result.
+    if (ru >= 1e9 || rv >= 1e9) continue;
     const double a1 = std::atan2(static_cast<double>(v), static_cast<double>(u));
     const double a2 = std::atan2(static_cast<double>(rv), static_cast<double>(ru));
     float d = static_cast<float>(a1 - a2);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "driver/optic_flow.h"
+#include "image/atomic_file.h"
 #include "image/exceptions.h"
 
 namespace {
@@ -67,11 +68,11 @@ bool hasFloExtension(const char* filename) {
 // Closes the stream, removes what was written (only if it is a regular file:
 // a device such as /dev/full must survive), prints why and throws.
 [[noreturn]] void abandonWrite(FileHandle& file, bool isRegular, const char* filename,
-                               int savedErrno) {
+                               const char* shownName, int savedErrno) {
   std::fclose(file.release());
   if (isRegular) std::remove(filename);
   std::fprintf(stderr, "Error writing flow file %s: %s; the incomplete file was removed\n",
-               filename, savedErrno != 0 ? std::strerror(savedErrno) : "short write");
+               shownName, savedErrno != 0 ? std::strerror(savedErrno) : "short write");
   throw EFileWriteFailed();
 }
 
@@ -80,11 +81,9 @@ bool hasFloExtension(const char* filename) {
   throw EInvalidFileFormat();
 }
 
-}  // namespace
-
-void COpticFlow::writeMiddlebury(CTensor<float>& flow, const char* filename) {
-  if (!hasFloExtension(filename)) std::printf("%s should have extension '.flo'\n", filename);
-
+// Writes the file without the extension check; messages name shownName,
+// the file the user asked for (filename may be a temporary file beside it).
+void writeFlo(CTensor<float>& flow, const char* filename, const char* shownName) {
   const int width = flow.xSize;
   const int height = flow.ySize;
   const size_t pixels = flow.planeSize();
@@ -98,7 +97,7 @@ void COpticFlow::writeMiddlebury(CTensor<float>& flow, const char* filename) {
 
   FileHandle file(std::fopen(filename, "wb"));
   if (!file) {
-    std::printf("Could not open %s\n", filename);
+    std::printf("Could not open %s\n", shownName);
     std::fflush(stdout);
     throw EFileNotFound();
   }
@@ -114,7 +113,7 @@ void COpticFlow::writeMiddlebury(CTensor<float>& flow, const char* filename) {
     const int saved = errno;
     std::printf("Problem writing header\n");
     std::fflush(stdout);
-    abandonWrite(file, isRegular, filename, saved);
+    abandonWrite(file, isRegular, filename, shownName, saved);
   }
 
   const float* u = flow.data;
@@ -130,21 +129,35 @@ void COpticFlow::writeMiddlebury(CTensor<float>& flow, const char* filename) {
     }
     errno = 0;
     if (std::fwrite(row.data(), 1, row.size(), file.get()) != row.size())
-      abandonWrite(file, isRegular, filename, errno);
+      abandonWrite(file, isRegular, filename, shownName, errno);
   }
 
   // Buffered data reaches the disk only here; a full disk shows up now.
   errno = 0;
   if (std::fflush(file.get()) != 0 || std::ferror(file.get()))
-    abandonWrite(file, isRegular, filename, errno);
+    abandonWrite(file, isRegular, filename, shownName, errno);
   errno = 0;
   if (std::fclose(file.release()) != 0) {
     const int saved = errno;
     if (isRegular) std::remove(filename);
     std::fprintf(stderr, "Error writing flow file %s: %s; the incomplete file was removed\n",
-                 filename, std::strerror(saved));
+                 shownName, std::strerror(saved));
     throw EFileWriteFailed();
   }
+}
+
+}  // namespace
+
+void COpticFlow::writeMiddlebury(CTensor<float>& flow, const char* filename) {
+  if (!hasFloExtension(filename)) std::printf("%s should have extension '.flo'\n", filename);
+  writeFlo(flow, filename, filename);
+}
+
+void COpticFlow::writeMiddleburyAtomically(CTensor<float>& flow, const std::string& filename) {
+  if (!hasFloExtension(filename.c_str())) std::printf("%s should have extension '.flo'\n", filename.c_str());
+  CAtomicFile output(filename);
+  writeFlo(flow, output.tempPath(), filename.c_str());
+  output.commit();
 }
 
 void COpticFlow::readMiddlebury(const char* filename, CTensor<float>& flow) {

@@ -74,6 +74,7 @@ FlowMetrics evaluateFlow(const CTensor<float>& flow, const CTensor<float>& truth
     const float tu = truth.data[i], tv = truth.data[plane + i];
     if (unknownTruth(tu, tv)) {
       marked.data[i] = marked.data[plane + i] = 1e10f;
+      m.nonFinite += !std::isfinite(tu) || !std::isfinite(tv);
       continue;
     }
     const double du = static_cast<double>(flow.data[i]) - tu, dv = static_cast<double>(flow.data[plane + i]) - tv;
@@ -100,9 +101,14 @@ FlowMetrics evaluateFlow(const CTensor<float>& flow, const CTensor<float>& truth
 std::string metricsText(const FlowMetrics& m) {
   std::string out;
   char line[160];
-  std::snprintf(line, sizeof line, "pixels          %d x %d, %zu with known ground truth\n", m.width, m.height,
+  std::snprintf(line, sizeof line, "pixels          %d x %d, %zu with known ground truth", m.width, m.height,
                 m.known);
   out += line;
+  if (m.nonFinite > 0) {
+    std::snprintf(line, sizeof line, " (%zu more not finite: left out)", m.nonFinite);
+    out += line;
+  }
+  out += "\n";
   out += "EPE             " + number(m.epe, "%.4f px") + "\n";
   out += "AAE             " + number(m.aae, "%.4f deg") + "\n";
   out += "angular error   " + number(m.angularError, "%.4f deg") + "\n";
@@ -120,6 +126,7 @@ std::string metricsJson(const FlowMetrics& m) {
   std::string out = "{";
   out += "\"width\": " + std::to_string(m.width) + ", \"height\": " + std::to_string(m.height);
   out += ", \"known_pixels\": " + std::to_string(m.known);
+  out += ", \"nonfinite_pixels\": " + std::to_string(m.nonFinite);
   out += ", \"epe\": " + jsonNumber(m.epe);
   out += ", \"aae\": " + jsonNumber(m.aae);
   out += ", \"angular_error\": " + jsonNumber(m.angularError);

@@ -9,6 +9,7 @@
 struct FlowMetrics {
   int width = 0, height = 0;
   std::size_t known = 0;      // pixels with known ground truth
+  std::size_t nonFinite = 0;  // pixels whose ground truth is NaN or infinite (unknown too)
   double epe = 0.0;           // mean end-point error (pixels)
   double aae = 0.0;           // aae(): direction only, divided by all pixels
   double angularError = 0.0;  // classic space-time angular error (degrees)

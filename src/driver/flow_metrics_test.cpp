@@ -44,6 +44,8 @@ TEST(FlowMetrics, UnknownTruthIsLeftOutAndBandsFollowTheTrueMotion) {
   truth(1, 1, 0) = std::numeric_limits<float>::quiet_NaN();
   m = evaluateFlow(flow, truth);
   EXPECT_EQ(m.known, 3u);
+  EXPECT_EQ(m.nonFinite, 1u);
+  EXPECT_NE(metricsText(m).find("(1 more not finite: left out)"), std::string::npos) << metricsText(m);
   EXPECT_TRUE(std::isfinite(m.aae));
   EXPECT_TRUE(std::isfinite(m.angularError));
   const CTensor<float> errors = endPointErrors(flow, truth);

@@ -8,6 +8,8 @@
 #include <map>
 #include <vector>
 
+#include "image/write_picture.h"
+
 namespace {
 
 bool parseFloat(const std::string& text, float low, float high, bool lowOpen, float& out) {
@@ -54,6 +56,18 @@ ValueHandler text(std::string& target) {
   };
 }
 
+ValueHandler picture(std::string& target) {
+  return [&target](const std::string& v) {
+    if (NImageIO::pictureFormatOf(v) == NImageIO::PictureFormat::Unknown)
+      return std::string("expects a picture named .png, .jpg or .jpeg");
+    target = v;
+    return std::string();
+  };
+}
+
+// Whether an option was given: a name that is not empty.
+bool given(const std::string& name) { return !name.empty(); }
+
 }  // namespace
 
 bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::string& error) {
@@ -64,23 +78,35 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
       {"--alpha", floatIn(o.alpha, 0.0f, 1e6f, false, "from 0 to 1e6")},
       {"--beta", floatIn(o.beta, 0.0f, 1e6f, false, "from 0 to 1e6")},
       {"--gamma", floatIn(o.gamma, 0.0f, 1e6f, false, "from 0 to 1e6")},
-      {"--eta", floatIn(o.eta, 0.0f, 0.99f, true, "above 0 and at most 0.99")},
+      {"--eta",
+       [&o](const std::string& v) {
+         // Any finite factor but 1: outside (0, 1) there is no pyramid and
+         // only the full-size passes run; at 1 the number of scales is
+         // undefined.
+         float eta = 0.0f;
+         if (!parseFloat(v, -3e38f, 3e38f, false, eta)) return std::string("expects a finite number");
+         if (eta == 1.0f) return std::string("cannot be 1 (a pyramid that never shrinks has no number of scales)");
+         o.eta = eta;
+         return std::string();
+       }},
       {"--fixed-point-iters", intIn(o.fixedPointIterations, 0, 1000, "from 0 to 1000")},
       {"--solver-iters", intIn(o.solverIterations, 0, 10000, "from 0 to 10000")},
-      {"--viz", text(o.viz)},
+      {"--viz", picture(o.viz)},
+      {"--viz-video", text(o.vizVideo)},
       {"--max-flow", floatIn(o.maxFlow, 0.0f, 1e6f, true, "above 0")},
       {"--backward", text(o.backward)},
-      {"--occlusions", text(o.occlusions)},
+      {"--occlusions", picture(o.occlusions)},
       {"--sequence", text(o.sequence)},
       {"--first", intIn(o.first, 0, 1000000000, "from 0")},
+      {"--video", text(o.video)},
+      {"--start", intIn(o.start, 0, 1000000000, "from 0")},
+      {"--frames", intIn(o.frames, 2, 1000000000, "from 2")},
+      {"--step", intIn(o.step, 1, 1000000, "from 1")},
       {"--threads", intIn(o.threads, 1, 1024, "from 1 to 1024")},
       {"--device",
        [&o](const std::string& v) {
-         if (v == "auto") o.device = DeviceChoice::Auto;
-         else if (v == "cpu") o.device = DeviceChoice::Cpu;
-         else if (v == "cuda") o.device = DeviceChoice::Cuda;
-         else return std::string("expects auto, cpu or cuda");
-         return std::string();
+         return flowcore::parseDeviceName(v, o.device) ? std::string()
+                                                       : std::string("expects ") + flowcore::kDeviceNames;
        }},
   };
   const std::map<std::string, bool*> flags = {
@@ -138,9 +164,14 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
     }
   }
 
-  if (!o.sequence.empty()) {
+  const bool inVideo = given(o.video);
+  if (given(o.sequence) && inVideo) {
+    error = "--sequence and --video exclude each other";
+    return false;
+  }
+  if (given(o.sequence) || inVideo) {
     if (!positional.empty()) {
-      error = "--sequence takes no frame arguments";
+      error = std::string(inVideo ? "--video" : "--sequence") + " takes no frame arguments";
       return false;
     }
   } else if (positional.size() != 2) {
@@ -150,16 +181,24 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
     o.frame1 = positional[0];
     o.frame2 = positional[1];
   }
-  if (o.first >= 0 && o.sequence.empty()) {
+  if (o.first >= 0 && !given(o.sequence)) {
     error = "--first only applies to --sequence";
     return false;
   }
-  if (o.output.empty()) {
-    error = "no output: give -o FLOW.flo";
+  if (!inVideo) {
+    const char* videoOnly = o.start != 0 ? "--start" : o.frames != 0 ? "--frames" : o.step != 1 ? "--step"
+                            : given(o.vizVideo) ? "--viz-video" : nullptr;
+    if (videoOnly != nullptr) {
+      error = std::string(videoOnly) + " only applies to --video";
+      return false;
+    }
+  }
+  if (!given(o.output) && !given(o.viz) && !given(o.backward) && !given(o.occlusions) && !given(o.vizVideo)) {
+    error = "no output: give -o FLOW.flo, --viz, --backward, --occlusions or --viz-video";
     return false;
   }
-  if ((o.maxFlow > 0.0f || o.legend) && o.viz.empty()) {
-    error = "--max-flow and --legend only apply to --viz";
+  if ((o.maxFlow > 0.0f || o.legend) && !given(o.viz) && !given(o.vizVideo)) {
+    error = "--max-flow and --legend only apply to --viz and --viz-video";
     return false;
   }
   return true;
@@ -169,11 +208,12 @@ std::string flowUsage(const char* program) {
   std::string p = program;
   return "Usage: " + p + " [options] FRAME1 FRAME2 -o FLOW.flo\n"
          "       " + p + " [options] --sequence 'frames/%05d.png' -o 'flows/%05d.flo'\n"
+         "       " + p + " [options] --video clip.mp4 -o 'flows/%05d.flo'\n"
          "Computes the dense optical flow from FRAME1 to FRAME2 (PNG, JPEG, PGM or PPM).\n"
          "\n"
-         "Output:\n"
-         "  -o, --output FILE        flow file (.flo); in sequence mode a pattern\n"
-         "      --viz FILE.png       colour-coded flow picture\n"
+         "Output (at least one):\n"
+         "  -o, --output FILE        flow file (.flo); a pattern with --sequence, --video\n"
+         "      --viz FILE.png       colour-coded flow picture (.png, .jpg or .jpeg)\n"
          "      --max-flow M         flow length (pixels) shown at full brightness in the\n"
          "                           picture (default: the longest vector of the field)\n"
          "      --legend             add the colour wheel to the picture\n"
@@ -185,7 +225,8 @@ std::string flowUsage(const char* program) {
          "      --alpha A            smoothness weight (default 30)\n"
          "      --beta B             descriptor-matching weight (default 300)\n"
          "      --gamma G            gradient-constancy weight (default 5)\n"
-         "      --eta E              pyramid scaling factor (default 0.95)\n"
+         "      --eta E              pyramid scaling factor (default 0.95; not 1; outside\n"
+         "                           0..1 no pyramid: only the full-size passes run)\n"
          "      --fixed-point-iters N  outer iterations per level (default 5)\n"
          "      --solver-iters N     linear-solver iterations (default 10)\n"
          "Sequences:\n"
@@ -193,8 +234,19 @@ std::string flowUsage(const char* program) {
          "                           every consecutive pair is computed and -o, --viz,\n"
          "                           --backward and --occlusions are patterns too\n"
          "      --first N            number of the first frame (default: 0 or 1)\n"
+         "Videos (any file FFmpeg decodes; outputs are patterns, numbered by the first\n"
+         "frame of their pair, frames counting from 0):\n"
+         "      --video FILE         compute the flow between consecutive frames\n"
+         "      --start N            first frame used (default 0)\n"
+         "      --frames N           number of frames used (default: to the end)\n"
+         "      --step K             use every K-th frame: pairs are K frames apart\n"
+         "      --viz-video FILE     colour-coded flow as a video at the clip's frame rate\n"
+         "                           (H.264, or MPEG-4 Part 2 without an H.264 encoder),\n"
+         "                           one scale throughout: --max-flow, or the longest\n"
+         "                           vector of the first pair\n"
          "Running:\n"
-         "      --device D           auto (CUDA when a GPU is usable), cpu or cuda\n"
+         "      --device D           auto (CUDA when a GPU is usable), cpu, cuda or cuda:N\n"
+         "                           (CUDA device N; cuda is cuda:0)\n"
          "      --threads N          CPU threads\n"
          "      --timings            print the stage timings\n"
          "  -q, --quiet              print errors and warnings only\n"

@@ -25,7 +25,7 @@ TEST(FlowOptions, FramesOutputAndBothValueSpellingsWork) {
   EXPECT_EQ(o.frame1, "a.png");
   EXPECT_EQ(o.frame2, "b.png");
   EXPECT_EQ(o.output, "f.flo");
-  EXPECT_EQ(o.device, DeviceChoice::Auto);
+  EXPECT_EQ(o.device.backend, flowcore::BackendRequest::Auto);
 
   ASSERT_TRUE(parse({"--alpha=12.5", "--beta", "0", "--sigma=0", "--eta", "0.5", "--fixed-point-iters", "3",
                      "--solver-iters=20", "--device", "cpu", "--threads=2", "-q", "a", "b", "--output=x.flo",
@@ -38,7 +38,7 @@ TEST(FlowOptions, FramesOutputAndBothValueSpellingsWork) {
   EXPECT_FLOAT_EQ(o.eta, 0.5f);
   EXPECT_EQ(o.fixedPointIterations, 3);
   EXPECT_EQ(o.solverIterations, 20);
-  EXPECT_EQ(o.device, DeviceChoice::Cpu);
+  EXPECT_EQ(o.device.backend, flowcore::BackendRequest::Cpu);
   EXPECT_EQ(o.threads, 2);
   EXPECT_TRUE(o.quiet);
   EXPECT_TRUE(o.legend);
@@ -54,6 +54,25 @@ TEST(FlowOptions, FramesOutputAndBothValueSpellingsWork) {
   EXPECT_TRUE(o.help);
   ASSERT_TRUE(parse({"--sequence", "f/%03d.png", "-o", "o/%03d.flo", "--first", "7"}, o, error)) << error;
   EXPECT_EQ(o.first, 7);
+  // A CUDA device by number; plain cuda is device 0.
+  ASSERT_TRUE(parse({"a", "b", "-o", "f.flo", "--device=cuda:12"}, o, error)) << error;
+  EXPECT_EQ(o.device.backend, flowcore::BackendRequest::Cuda);
+  EXPECT_EQ(o.device.cudaDevice, 12);
+  ASSERT_TRUE(parse({"a", "b", "-o", "f.flo", "--device", "cuda"}, o, error)) << error;
+  EXPECT_EQ(o.device.cudaDevice, 0);
+  // Any output alone is a request; eta outside 0..1 is computed, not refused.
+  ASSERT_TRUE(parse({"a", "b", "--viz", "v.JPEG", "--eta", "-2"}, o, error)) << error;
+  EXPECT_TRUE(o.output.empty());
+  EXPECT_FLOAT_EQ(o.eta, -2.0f);
+  ASSERT_TRUE(parse({"--video", "c.mp4", "--viz-video", "f.mp4", "--start", "3", "--frames", "5", "--step", "2",
+                     "--max-flow", "4"},
+                    o, error))
+      << error;
+  EXPECT_EQ(o.video, "c.mp4");
+  EXPECT_EQ(o.vizVideo, "f.mp4");
+  EXPECT_EQ(o.start, 3);
+  EXPECT_EQ(o.frames, 5);
+  EXPECT_EQ(o.step, 2);
 }
 
 TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
@@ -63,12 +82,17 @@ TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
       {"a", "b", "-o", "f.flo", "--alpha", "3x"},        // trailing junk (atof would give 3)
       {"a", "b", "-o", "f.flo", "--alpha", "abc"},       // atof would give 0
       {"a", "b", "-o", "f.flo", "--alpha", "-1"},        // negative weight
-      {"a", "b", "-o", "f.flo", "--eta", "1"},           // pyramid that never shrinks
-      {"a", "b", "-o", "f.flo", "--eta", "0"},           // no pyramid at all
+      {"a", "b", "-o", "f.flo", "--eta", "1"},           // no number of scales
+      {"a", "b", "-o", "f.flo", "--eta", "1.00000001"},  // the same once narrowed to float
+      {"a", "b", "-o", "f.flo", "--eta", "inf"},
       {"a", "b", "-o", "f.flo", "--sigma", "nan"},       // not finite
       {"a", "b", "-o", "f.flo", "--solver-iters", "2.5"},
       {"a", "b", "-o", "f.flo", "--threads", "0"},
       {"a", "b", "-o", "f.flo", "--device", "gpu"},
+      {"a", "b", "-o", "f.flo", "--device", "cuda:"},
+      {"a", "b", "-o", "f.flo", "--device", "cuda:-1"},
+      {"a", "b", "-o", "f.flo", "--device", "cuda:1x"},
+      {"a", "b", "-o", "f.flo", "--device", "cuda:9999999999"},  // beyond an int
       {"a", "b", "-o", "f.flo", "--max-flow", "0", "--viz", "v.png"},
       {"a", "b", "-o", "f.flo", "--alpha"},              // value missing at the end
       {"a", "b", "-o", "f.flo", "--bogus"},
@@ -79,6 +103,11 @@ TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
       {"a", "b"},                                        // no output
       {"--sequence", "s%d.png", "a", "-o", "o%d.flo"},   // frames and a sequence
       {"a", "b", "-o", "f.flo", "--first", "3"},         // --first without a sequence
+      {"a", "b", "--viz", "v.gif"},                      // a picture format that is not written
+      {"a", "b", "-o", "f.flo", "--step", "2"},          // video options without --video
+      {"a", "b", "--viz-video", "v.mp4"},
+      {"--video", "c.mp4", "a", "-o", "o%d.flo"},        // frames and a video
+      {"--video", "c.mp4", "-o", "o%d.flo", "--frames", "1"},  // a pair needs two frames
   };
   for (const auto& args : bad) {
     std::string joined;
@@ -90,4 +119,6 @@ TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
   parse({"a", "b", "-o", "f.flo", "--alpha", "3x"}, o, error);
   EXPECT_NE(error.find("--alpha"), std::string::npos) << error;
   EXPECT_NE(error.find("3x"), std::string::npos) << error;
+  parse({"a", "b", "-o", "f.flo", "--device", "cuda:x"}, o, error);
+  EXPECT_NE(error.find("auto, cpu, cuda or cuda:N"), std::string::npos) << error;
 }

@@ -3,6 +3,8 @@
 // horizontal component u, plane 1 the vertical component v, in pixels.
 #pragma once
 
+#include <string>
+
 #include "image/tensor.h"
 #include "image/write_error.h"
 
@@ -16,6 +18,11 @@ class COpticFlow {
   // EFileWriteFailed; a tensor with fewer than two planes (but pixels) or
   // negative sizes throws ETensorIncompatibleSize.
   static void writeMiddlebury(CTensor<float>& flow, const char* filename);
+
+  // The same through a temporary file beside filename that is renamed onto
+  // it once complete, so that no partial file ever carries the name. The
+  // extension warning and the messages name filename, not the temporary.
+  static void writeMiddleburyAtomically(CTensor<float>& flow, const std::string& filename);
 
   // Replaces flow with the contents of a .flo file (xSize = width,
   // ySize = height, zSize = 2). The tag is not compared. Sizes are checked

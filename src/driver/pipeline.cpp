@@ -4,12 +4,16 @@
 #include <cstdio>
 #include <memory>
 
+#include "common/stage_lines.h"
 #include "common/timer.h"
 #include "driver/flow_stages.h"
 #include "driver/run_flow.h"
 #include "backends/backend_factory.h"
 #include "image/exceptions.h"
 #include "image/recursive_smooth.h"
+#include "matching/hog_match_driver.h"
+#include "variational/solver_timers.h"
+#include "variational/run_memory.h"
 
 namespace {
 
@@ -49,6 +53,8 @@ void runFlowGPU(CTensor<float>& frame1, CTensor<float>& frame2, CTensor<float>& 
 void runFlowOnBackend(flowcore::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
                       CTensor<float>& flow, float sigma, const FlowParameters& params) {
   checkFrames(frame1, frame2);
+  // A run that cannot fit is refused before any host work on its frames.
+  flowcore::refuseIfTooLarge(backend, frame1.ySize, frame1.xSize, backend.pitchFor(frame1.xSize), frame1.zSize);
 
   flowcore::stamp(start_total);
   flowcore::stamp(start_filter);
@@ -64,9 +70,15 @@ void runFlowOnBackend(flowcore::Backend& backend, CTensor<float>& frame1, CTenso
 
   flowcore::closeStretch(start_total, finish_total, timer_total);
 
-  std::printf("Memcpy time = %f \n", timer_memcpy1);
-  std::printf("Filter time = %f \n", timer_filter);
-  std::printf("HOG time = %f \n", timer_HOG);
-  std::printf("Var time = %f \n", timer_var);
-  std::printf("Total time = %f \n", timer_total);
+  flowcore::stageLine("Memcpy time = %f \n", timer_memcpy1);
+  flowcore::stageLine("Filter time = %f \n", timer_filter);
+  flowcore::stageLine("HOG time = %f \n", timer_HOG);
+  flowcore::stageLine("Var time = %f \n", timer_var);
+  flowcore::stageLine("Total time = %f \n", timer_total);
+}
+
+void resetStageTimers() {
+  for (double* t : {&timer_filter, &timer_memcpy1, &timer_HOG, &timer_var, &timer_total, &timer_makematrix,
+                    &timer_solver, &timer_interp_warp, &timer_down, &timer_memcpy, &timer_hogc, &timer_hogmatch})
+    *t = 0.0;
 }

@@ -12,3 +12,8 @@
 void runFlowGPU(CTensor<float>& frame1, CTensor<float>& frame2, CTensor<float>& flow, float sigma,
                 float alpha, float beta, float gamma, float eta, int fixedPointIterations,
                 int solverIterations);
+
+// Sets every stage-time accumulator of the pipeline, the matching and the
+// solver to zero, so that the next run prints its own times instead of sums
+// over the process.
+void resetStageTimers();

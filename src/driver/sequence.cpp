@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cctype>
 
 namespace {
@@ -69,10 +70,14 @@ std::string progressLine(int done, int total, double seconds, bool terminal) {
     std::snprintf(rate, sizeof rate, "-- pairs/s");
   }
   char counts[64];
+  if (total < 0) {
+    std::snprintf(counts, sizeof counts, "%d pairs, ", done);
+    return (terminal ? "\r" : "") + std::string(counts) + rate + (terminal ? "" : "\n");
+  }
   std::snprintf(counts, sizeof counts, "%d/%d pairs, ", done, total);
   if (!terminal) return std::string(counts) + rate + "\n";
   constexpr int kWidth = 30;
-  const int filled = total > 0 ? done * kWidth / total : kWidth;
+  const int filled = total > 0 ? std::min(done, total) * kWidth / total : kWidth;
   return "\r[" + std::string(filled, '#') + std::string(kWidth - filled, ' ') + "] " + counts + rate;
 }
 

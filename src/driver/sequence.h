@@ -18,7 +18,8 @@ std::string frameName(const std::string& pattern, int number);
 std::vector<int> findFrames(const std::string& pattern, int first);
 
 // One progress report: on a terminal a bar redrawn in place ("\r[####  ]
-// 3/10 pairs, 0.50 pairs/s"), otherwise a plain line per report.
+// 3/10 pairs, 0.50 pairs/s"), otherwise a plain line per report. A total
+// below 0 is unknown: the count alone, without a bar.
 std::string progressLine(int done, int total, double seconds, bool terminal);
 
 class CProgress {

@@ -44,4 +44,7 @@ TEST(Sequence, ProgressIsABarOnATerminalAndPlainLinesOtherwise) {
   EXPECT_EQ(bar.find('\n'), std::string::npos);
   EXPECT_NE(bar.find("[" + std::string(15, '#') + std::string(15, ' ') + "]"), std::string::npos) << bar;
   EXPECT_NE(bar.find("2.50 pairs/s"), std::string::npos);
+  // A video that does not say how long it is: counts only.
+  EXPECT_EQ(progressLine(3, -1, 6.0, false), "3 pairs, 0.50 pairs/s\n");
+  EXPECT_EQ(progressLine(3, -1, 6.0, true), "\r3 pairs, 0.50 pairs/s");
 }

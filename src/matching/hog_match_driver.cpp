@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/stage_lines.h"
 #include "common/timer.h"
 #include "backends/backend.h"
 #include "backends/matching_stages.h"
@@ -26,8 +27,8 @@ int matchGridCount(int size) {
 namespace {
 
 void printTimes() {
-  std::printf("HOG creation = %f msec\n", timer_hogc);
-  std::printf("HOG match = %f msec\n", timer_hogmatch);
+  stageLine("HOG creation = %f msec\n", timer_hogc);
+  stageLine("HOG match = %f msec\n", timer_hogmatch);
 }
 
 }  // namespace
@@ -42,7 +43,7 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   }
   const int nx = matchGridCount(width);
   const int ny = matchGridCount(height);
-  std::printf("%d %d %d %d\n", nx, ny, width, height);
+  stageLine("%d %d %d %d\n", nx, ny, width, height);
 
   const std::size_t plane = (std::size_t)pitch * height;
   backend.clear(Confidence, plane);
@@ -84,6 +85,7 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   IntBuffer backwardX = stages.allocateInts(n), backwardY = stages.allocateInts(n);
   Buffer forwardDist = backend.allocate(n), forwardDist2 = backend.allocate(n);
   Buffer backwardDist = backend.allocate(n), backwardDist2 = backend.allocate(n);
+  Buffer average = backend.allocate(1);  // mean cornerness, where the search reads it
   stages.clearInts(forwardX.data(), n);
   stages.clearInts(forwardY.data(), n);
   stages.clearInts(backwardX.data(), n);
@@ -94,37 +96,37 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   stages.uploadInts(mx.data(), gridX.data(), n);
   stages.uploadInts(my.data(), gridY.data(), n);
 
-  stamp(start_hogc);
+  // Device time on a GPU, settled once before the totals are printed.
+  backend.openStretch(start_hogc);
   backend.clear(hog1.data(), plane * kHogBins);
   backend.clear(hog2.data(), plane * kHogBins);
   stages.computeHOG(Image1, hog1.data(), nChannels, kHogBins, height, width, pitch);
   stages.computeHOG(Image2, hog2.data(), nChannels, kHogBins, height, width, pitch);
-  backend.synchronize();
-  closeStretch(start_hogc, finish_hogc, timer_hogc);
+  backend.closeStretch(start_hogc, finish_hogc, timer_hogc);
 
-  stamp(start_hogmatch);
+  backend.openStretch(start_hogmatch);
   stages.computeConfidence(Image1, conf.data(), height, width, pitch, nChannels);
   stages.computeEnergy(hog1.data(), energy1.data(), height, width, pitch, kHogBins);
   stages.computeEnergy(hog2.data(), energy2.data(), height, width, pitch, kHogBins);
-  const float average = stages.sum2D(conf.data(), height, width, pitch) / (float)(width * height);
+  stages.average2D(conf.data(), height, width, pitch, average.data());
 
   // Forward: grid points of frame 1, searched in frame 2, weak points skipped.
   const HogMatchInputs forward{Image1,         Image2,         hog1.data(), hog2.data(), conf.data(), 1,
-                               energy1.data(), energy2.data(), average,     height,      width,       pitch};
+                               energy1.data(), energy2.data(), average.data(), height,      width,       pitch};
   stages.hogMatch(forward, mx.data(), my.data(), n,
                   HogMatchResults{forwardX.data(), forwardY.data(), forwardDist.data(), forwardDist2.data()});
   // Backward: each forward result searched in frame 1. Points without a
   // forward match sit at (0, 0) and are skipped.
   const HogMatchInputs backward{Image2,         Image1,         hog2.data(), hog1.data(), conf.data(), 0,
-                                energy2.data(), energy1.data(), average,     height,      width,       pitch};
+                                energy2.data(), energy1.data(), average.data(), height,      width,       pitch};
   stages.hogMatch(backward, forwardX.data(), forwardY.data(), n,
                   HogMatchResults{backwardX.data(), backwardY.data(), backwardDist.data(), backwardDist2.data()});
   stages.consistencyCheck(mx.data(), my.data(), forwardX.data(), forwardY.data(), backwardX.data(),
                           backwardY.data(), forwardDist.data(), forwardDist2.data(), n, Confidence, u, v, height,
                           width, pitch);
-  backend.synchronize();
-  closeStretch(start_hogmatch, finish_hogmatch, timer_hogmatch);
+  backend.closeStretch(start_hogmatch, finish_hogmatch, timer_hogmatch);
 
+  backend.settleStretches();
   printTimes();
 }
 

@@ -21,6 +21,7 @@ struct CgScalars {
   float beta = 0.0f;   // weight of the previous direction in the next one
   int active = 0;      // 1 while the solve goes on; the passes do nothing once it is 0
   int iterations = 0;  // updates applied so far
+  long long updates = 0;  // updates applied by every solve so far (never reset by cgStart)
 };
 
 VEMO_INLINE bool cgContinues(float rz) { return !(::fabs(static_cast<double>(rz)) < kPcgTolerance); }
@@ -43,6 +44,7 @@ VEMO_INLINE void cgFinish(CgScalars& s, float rzNext) {
   s.beta = rzNext / s.rz;
   s.rz = rzNext;
   ++s.iterations;
+  ++s.updates;
   s.active = cgContinues(rzNext) ? 1 : 0;
 }
 

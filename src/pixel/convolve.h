@@ -21,8 +21,16 @@ constexpr int kBlockSize = 16;
 // Longest mask that the tiled short-mask rule handles (lengths below 8).
 constexpr int kSmallMaskLimit = 8;
 
+// Samples of one line of a plane: position p at line[p * step].
+struct StridedLine {
+  const float* line;
+  int step;
+  VEMO_INLINE float operator()(int p) const { return line[p * step]; }
+};
+
 // Value that the tiled short-mask filter holds at tile entry t of the block
-// starting at line position `blockStart` (a multiple of 16) for half-width h.
+// starting at line position `blockStart` (a multiple of 16) for half-width h,
+// the line's samples read through `line` (a functor of the position).
 // The tile covers positions blockStart - h ... blockStart + 15 + h:
 //  - centre entries hold their own sample, or, beyond the end of the line,
 //    the last valid sample n - 1 (which is always in this block);
@@ -32,32 +40,41 @@ constexpr int kSmallMaskLimit = 8;
 //    block is partly valid;
 //  - leading halo entries hold the previous block's sample, or sample 0 in
 //    the first block.
-VEMO_INLINE float smallTileEntry(const float* line, int step, int n, int blockStart, int h, int t) {
+template <class Line>
+VEMO_INLINE float smallTileEntryOf(Line line, int n, int blockStart, int h, int t) {
   if (t < h) {  // leading halo
     const int p = blockStart - h + t;
-    return p >= 0 ? line[p * step] : line[0];
+    return p >= 0 ? line(p) : line(0);
   }
   const int p = blockStart + t - h;
   if (t >= h + kBlockSize) {  // trailing halo
-    if (p < n) return line[p * step];
+    if (p < n) return line(p);
     const int last = blockStart + kBlockSize - 1;
-    return line[(last < n ? last : n - 1) * step];
+    return line(last < n ? last : n - 1);
   }
-  return line[(p < n ? p : n - 1) * step];  // centre
+  return line(p < n ? p : n - 1);  // centre
+}
+
+// The same for a line stored at `line`, samples `step` floats apart.
+VEMO_INLINE float smallTileEntry(const float* line, int step, int n, int blockStart, int h, int t) {
+  return smallTileEntryOf(StridedLine{line, step}, n, blockStart, h, t);
 }
 
 // Short-mask (length < 8) correlation at line position `pos`, emulating the
 // shared-memory tile of a 16-wide block: the border rule depends on which
-// block `pos` falls in (see smallTileEntry).
-VEMO_INLINE float convolveSmallAt(const float* line, int step, int n, int pos,
-                                  const float* mask, int length) {
+// block `pos` falls in (see smallTileEntryOf).
+template <class Line>
+VEMO_INLINE float convolveSmallOf(Line line, int n, int pos, const float* mask, int length) {
   const int h = length / 2;
   const int blockStart = (pos / kBlockSize) * kBlockSize;
   const int tx = pos - blockStart;
   float sum = 0.0f;
-  for (int j = 0; j < length; ++j)
-    sum = fmaf(mask[j], smallTileEntry(line, step, n, blockStart, h, tx + j), sum);
+  for (int j = 0; j < length; ++j) sum = fmaf(mask[j], smallTileEntryOf(line, n, blockStart, h, tx + j), sum);
   return sum;
+}
+
+VEMO_INLINE float convolveSmallAt(const float* line, int step, int n, int pos, const float* mask, int length) {
+  return convolveSmallOf(StridedLine{line, step}, n, pos, mask, length);
 }
 
 // Correlation at line position `pos` with samples taken through `sample`

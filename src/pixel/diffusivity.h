@@ -10,6 +10,7 @@
 #include <cmath>
 
 #include "common/hd.h"
+#include "pixel/convolve.h"
 
 namespace flowcore {
 
@@ -19,23 +20,30 @@ constexpr double kRobustEpsilon = 1e-6;
 // Mean of two samples: single-precision sum, halved in double precision.
 VEMO_INLINE float edgeMean(float a, float b) { return (float)(0.5 * (double)(a + b)); }
 
+// Tap j of the central difference 0.5 * (f(x + 1) - f(x - 1)) that gives the
+// across-edge derivatives.
+VEMO_INLINE float centralDifferenceTap(int j) { return j == 0 ? -0.5f : j == 1 ? 0.0f : 0.5f; }
+
+// Squared gradient on an edge: the along-edge difference d of the two
+// samples, and the across-edge derivatives ga, gb of its two pixels.
+VEMO_INLINE float edgeTerm(float d, float ga, float gb) {
+  const float g = edgeMean(ga, gb);
+  return fmaf(d, d, g * g);
+}
+
 // Contribution of one flow component to the edge between (x, y) and (x + 1, y),
 // added into diffX at the left pixel. `grad` is the vertical central
 // derivative of `channel`. Valid for x < width - 1.
 VEMO_INLINE void gradientXPixel(float* diffX, const float* grad, const float* channel, int x, int y, int pitch) {
   const int i = y * pitch + x;
-  const float dx = channel[i + 1] - channel[i];
-  const float gy = edgeMean(grad[i], grad[i + 1]);
-  diffX[i] = diffX[i] + fmaf(dx, dx, gy * gy);
+  diffX[i] = diffX[i] + edgeTerm(channel[i + 1] - channel[i], grad[i], grad[i + 1]);
 }
 
 // Same for the edge between (x, y) and (x, y + 1), added into diffY at the
 // upper pixel; `grad` is the horizontal derivative. Valid for y < height - 1.
 VEMO_INLINE void gradientYPixel(float* diffY, const float* grad, const float* channel, int x, int y, int pitch) {
   const int i = y * pitch + x;
-  const float dy = channel[i + pitch] - channel[i];
-  const float gx = edgeMean(grad[i], grad[i + pitch]);
-  diffY[i] = diffY[i] + fmaf(dy, dy, gx * gx);
+  diffY[i] = diffY[i] + edgeTerm(channel[i + pitch] - channel[i], grad[i], grad[i + pitch]);
 }
 
 // Reciprocal robust magnitude, in double precision, rounded once.
@@ -43,5 +51,50 @@ VEMO_INLINE float inverseRobustNorm(float s) { return (float)(1.0 / ::sqrt((doub
 
 // normalize_kernel at one pixel: x <- 1 / sqrt(x + 1e-6).
 VEMO_INLINE void normalizePixel(float* x, int i) { x[i] = inverseRobustNorm(x[i]); }
+
+// One flow component plus its increment, f + df, along a line of the planes.
+struct FlowSumLine {
+  const float* f;
+  const float* df;
+  int step;
+  VEMO_INLINE float operator()(int p) const { return f[p * step] + df[p * step]; }
+};
+
+// The whole diffusivity pass of one fixed-point step at (x, y), any pixel of
+// the pitch x height planes, computed from u, v, du, dv alone: the values
+// that clearing diffX and diffY, then per flow component c (u, then v)
+// sum = c + dc, the central derivatives of sum along y and x (short-mask
+// tile rule), gradientX / gradientY, and finally normalize leave at the
+// pixel. Padding columns (x >= width) end as 0, the last column of diffX and
+// the last row of diffY as the normalised 0.
+VEMO_INLINE void diffusivityAt(const float* u, const float* v, const float* du, const float* dv, float* diffX,
+                               float* diffY, int x, int y, int height, int width, int pitch) {
+  const int i = y * pitch + x;
+  if (x >= width) {
+    diffX[i] = 0.0f;
+    diffY[i] = 0.0f;
+    return;
+  }
+  const float central[3] = {centralDifferenceTap(0), centralDifferenceTap(1), centralDifferenceTap(2)};
+  const float* flow[2] = {u, v};
+  const float* increment[2] = {du, dv};
+  float sx = 0.0f, sy = 0.0f;
+  for (int c = 0; c < 2; ++c) {
+    const FlowSumLine row{flow[c] + y * pitch, increment[c] + y * pitch, 1};
+    const FlowSumLine column{flow[c] + x, increment[c] + x, pitch};
+    if (x < width - 1) {
+      const FlowSumLine next{flow[c] + x + 1, increment[c] + x + 1, pitch};
+      sx = sx + edgeTerm(row(x + 1) - row(x), convolveSmallOf(column, height, y, central, 3),
+                         convolveSmallOf(next, height, y, central, 3));
+    }
+    if (y < height - 1) {
+      const FlowSumLine below{flow[c] + (y + 1) * pitch, increment[c] + (y + 1) * pitch, 1};
+      sy = sy + edgeTerm(column(y + 1) - column(y), convolveSmallOf(row, width, x, central, 3),
+                         convolveSmallOf(below, width, x, central, 3));
+    }
+  }
+  diffX[i] = inverseRobustNorm(sx);
+  diffY[i] = inverseRobustNorm(sy);
+}
 
 }  // namespace flowcore

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 
 #include "backends/cpu/cpu_backend.h"
+#include "pixel/diffusivity.h"
 #include "support/solver_fixtures.h"
 
 namespace flowcore {
@@ -71,6 +73,31 @@ TEST(Diffusivity, RampWeightsUseTheRightDerivativesOfFlowPlusIncrement) {
       const float expected = (x == 0 || x == w - 1) ? one : half;
       EXPECT_EQ(inFlow.diffY.at(x, y), expected) << x << "," << y;
     }
+  }
+}
+
+// The fused rule that the CUDA backend runs as one kernel (and inside
+// one-block levels) gives every float of the composed passes, padding
+// included, on random flows: widths around the 16-wide tiles whose border
+// rule it reproduces, and rows of one or two pixels.
+TEST(Diffusivity, TheFusedPixelRuleIsTheComposedPassesBitForBit) {
+  CpuBackend backend(16, 3);
+  const int sizes[][2] = {{19, 5}, {19, 16}, {19, 17}, {7, 33}, {4, 70}, {1, 9}, {2, 40}, {40, 1}};
+  for (const auto& hw : sizes) {
+    const int h = hw[0], w = hw[1];
+    DiffusivityRun d(backend, h, w);
+    d.u.fill(testing::uniformNoise(1, -3.0f, 3.0f));
+    d.v.fill(testing::uniformNoise(2, -3.0f, 3.0f));
+    d.du.fill(testing::uniformNoise(3, -0.5f, 0.5f));
+    d.run(backend);
+    TestImage fusedX(backend, h, w), fusedY(backend, h, w);
+    fusedX.fill([](int, int, int) { return 7.0f; });
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < d.u.pitch; ++x)
+        diffusivityAt(d.u.data(), d.v.data(), d.du.data(0), d.du.data(1), fusedX.data(), fusedY.data(), x, y, h, w,
+                      d.u.pitch);
+    EXPECT_EQ(std::memcmp(fusedX.data(), d.diffX.data(), fusedX.plane() * sizeof(float)), 0) << h << "x" << w;
+    EXPECT_EQ(std::memcmp(fusedY.data(), d.diffY.data(), fusedY.plane() * sizeof(float)), 0) << h << "x" << w;
   }
 }
 

@@ -19,6 +19,7 @@
 #include "variational/host_flow.h"
 #include "variational/nonlinear_iteration.h"
 #include "variational/pcg.h"
+#include "variational/run_memory.h"
 #include "variational/scratch.h"
 #include "pixel/system_matrix.h"
 
@@ -34,6 +35,13 @@ namespace {
 void checkSize(const char* who, int height, int width) {
   if (height < 1 || width < 1)
     refuse(std::string(who) + ": invalid size " + std::to_string(width) + "x" + std::to_string(height));
+}
+
+// The stages index the planes with 32-bit offsets (run_memory.h).
+void checkPlaneOffsets(const char* who, int height, int width, int pitch) {
+  if (!planeOffsetsFit(height, pitch))
+    refuse(std::string(who) + ": a " + std::to_string(width) + "x" + std::to_string(height) +
+           " image is too large for 32-bit plane offsets");
 }
 
 void checkArrays(const char* who, std::initializer_list<const void*> arrays) {
@@ -52,6 +60,7 @@ void NonLinearIteration(const float* frame1, const float* warped, const float* c
   checkArrays("NonLinearIteration", {frame1, warped, conf, geoU, geoV, geoConf, u, v});
   const std::unique_ptr<Backend> backend = makeBackend();
   const int pitch = backend->pitchFor(width);
+  checkPlaneOffsets("NonLinearIteration", height, width, pitch);
   const Buffer f1 = uploadRows(*backend, frame1, width, nChan * height, pitch);
   const Buffer f2 = uploadRows(*backend, warped, width, nChan * height, pitch);
   const Buffer c = uploadRows(*backend, conf, width, height, pitch);
@@ -64,6 +73,7 @@ void NonLinearIteration(const float* frame1, const float* warped, const float* c
   gNonLinearIteration(*backend, f1.data(), f2.data(), c.data(), gu.data(), gv.data(), gc.data(), hypos, du.data(),
                       dv.data(), height, width, pitch, nChan, alpha, beta, gamma, fixedPointIterations,
                       solverIterations, scratch.cg(), scratch.fp());
+  backend->settleStretches();  // the level's stage times into their totals
   backend->download(u, du.data(), pitch, width, height);
   backend->download(v, dv.data(), pitch, width, height);
   backend->synchronize();
@@ -76,6 +86,7 @@ int PCG(const float* matrix, const float* b, float* du, float* dv, int height, i
   stamp(start);
   const std::unique_ptr<Backend> backend = makeBackend();
   const int pitch = backend->pitchFor(width);
+  checkPlaneOffsets("PCG", height, width, pitch);
   const std::size_t plane = static_cast<std::size_t>(pitch) * height;
   const Buffer A = uploadRows(*backend, matrix, width, kMatrixPlanes * height, pitch);
   const Buffer rhs = uploadRows(*backend, b, width, 2 * height, pitch);
@@ -84,8 +95,8 @@ int PCG(const float* matrix, const float* b, float* du, float* dv, int height, i
   backend->upload(x.data(), pitch, du, width, height);
   backend->upload(x.data() + plane, pitch, dv, width, height);
   SolverScratch scratch(*backend, plane);
-  const int updates =
-      gPCG(*backend, A.data(), rhs.data(), x.data(), x.data() + plane, height, width, pitch, iterations, scratch.cg());
+  gPCG(*backend, A.data(), rhs.data(), x.data(), x.data() + plane, height, width, pitch, iterations, scratch.cg());
+  const int updates = backend->cgIterations();
   backend->download(du, x.data(), pitch, width, height);
   backend->download(dv, x.data() + plane, pitch, width, height);
   backend->synchronize();

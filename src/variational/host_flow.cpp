@@ -6,6 +6,7 @@
 #include <string>
 
 #include "common/timer.h"
+#include "variational/run_memory.h"
 #include "variational/solver_timers.h"
 #include "variational/variational_flow.h"
 
@@ -18,6 +19,12 @@ void variationalFlowVemo(Backend& backend, const float* frame1, const float* fra
   if (height < 1 || width < 1 || nChan < 1) {
     const std::string message = "variationalFlowVemo: invalid frame size " + std::to_string(width) + "x" +
                                 std::to_string(height) + "x" + std::to_string(nChan);
+    std::fprintf(stderr, "%s\n", message.c_str());
+    throw std::invalid_argument(message);
+  }
+  if (!planeOffsetsFit(height, backend.pitchFor(width))) {
+    const std::string message = "variationalFlowVemo: a " + std::to_string(width) + "x" + std::to_string(height) +
+                                " frame is too large for 32-bit plane offsets";
     std::fprintf(stderr, "%s\n", message.c_str());
     throw std::invalid_argument(message);
   }

@@ -18,8 +18,10 @@ namespace flowcore {
 // geoU, geoV, geoConf are the level's match planes (a weight <= 0 or NaN
 // switches the match term off at that pixel). `hypos` is the number of match
 // hypotheses the caller holds; one is used. gamma is already scaled for the
-// level. Adds to timer_makematrix (the whole call) and timer_solver (the
-// solves).
+// level. Times the whole call as the "makematrix" stretch and the solves as
+// "solver" stretches of the backend (added to timer_makematrix and
+// timer_solver when the caller settles the backend's stretches). A backend
+// may run the whole call as one unit of work (Backend::runWholeLevel).
 void gNonLinearIteration(Backend& backend, const float* frame1, const float* warped, const float* conf,
                          const float* geoU, const float* geoV, const float* geoConf, int hypos, float* u, float* v,
                          int height, int width, int pitch, int nChan, float alpha, float beta, float gamma,

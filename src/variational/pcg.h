@@ -2,20 +2,76 @@
 // fixed-point step (pixel/system_matrix.h).
 #pragma once
 
+#include <cstddef>
+
 #include "backends/backend.h"
+#include "common/hd.h"
 #include "variational/scratch.h"
 #include "pixel/cg_scalars.h"
 
 namespace flowcore {
+
+// One solve: the system `A` with right-hand side `b` for the increment
+// (du, dv), at most `iterations` updates, scratch `cg`.
+struct SolveArgs {
+  const float* A;
+  const float* b;
+  float* du;
+  float* dv;  // du + pitch * height
+  int height, width, pitch, iterations;
+  CGtmp cg;
+};
+
+// Everything the operations of a solve depend on, for recorded work.
+RepeatKey repeatKeyOf(const SolveArgs& a);
+
+// The operations of one solve, issued on `steps` (a Backend, or a kernel's
+// executor with the same operations). The solver's scalars live with the
+// executor: each reduction advances them and each step does nothing once the
+// solve has converged, so nothing here reads a result back.
+//
+// Each iteration needs two reductions: p . q and the new r . z. The
+// convergence test comes before the product, which is not needed once the
+// solver stops. The direction update p <- beta p + z of one iteration is done
+// by the product pass of the next, into the other direction buffer.
+VEMO_EXECUTOR_TEMPLATE
+template <class Steps>
+VEMO_INLINE void pcgSteps(Steps& steps, const SolveArgs& a) {
+  const std::size_t plane = static_cast<std::size_t>(a.pitch) * a.height;
+  const int h = a.height, w = a.width, pitch = a.pitch;
+  const CGtmp& t = a.cg;
+  steps.clear(t.r, 2 * plane);
+  steps.clear(t.z, 2 * plane);
+  steps.clear(t.p, 2 * plane);
+  steps.clear(t.q, 2 * plane);
+  steps.clear(t.pNext, 2 * plane);
+  steps.residual(a.A, a.b, a.du, a.dv, h, w, pitch, t.r);
+  steps.blockJacobi(a.A, t.r, t.z, h, w, pitch);
+  steps.copy(t.p, t.z, 2 * plane);
+  float* p = t.p;
+  float* pOther = t.pNext;
+  steps.cgBegin(t.r, t.z, h, w, pitch);
+  for (int k = 0; k < a.iterations && steps.cgActive(); ++k) {
+    if (k == 0) {
+      steps.cgFirstProduct(a.A, p, t.q, h, w, pitch);
+    } else {
+      steps.cgNextProduct(a.A, p, t.z, pOther, t.q, h, w, pitch);
+      float* previous = p;
+      p = pOther;
+      pOther = previous;
+    }
+    steps.cgUpdate(a.A, a.du, p, t.r, t.q, t.z, h, w, pitch);
+  }
+}
 
 // Refines (du, dv) in place, warm-starting from the values given, with at most
 // `iterations` updates. du and dv must be consecutive planes (dv = du +
 // pitch * height): the vector updates treat them as one image of 2 * height
 // rows. The CGtmp buffers must hold two planes of at least pitch * height
 // floats; r, z, p, q and pNext are cleared here, the spare buffer is not
-// touched.
-// Returns the number of updates applied.
-int gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, float* dv, int height, int width,
-         int pitch, int iterations, const CGtmp& tmp);
+// touched. Nothing is read back: backend.cgIterations() tells the number of
+// updates applied.
+void gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, float* dv, int height, int width,
+          int pitch, int iterations, const CGtmp& tmp);
 
 }  // namespace flowcore

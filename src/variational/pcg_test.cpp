@@ -54,7 +54,8 @@ struct SpdSystem {
   const float* A() const { return scratch.fp().devMatrix; }
   const float* b() const { return scratch.fp().b; }
   int solve(Backend& backend, int iterations) {
-    return gPCG(backend, A(), b(), du(), dv(), height, width, pitch, iterations, scratch.cg());
+    gPCG(backend, A(), b(), du(), dv(), height, width, pitch, iterations, scratch.cg());
+    return backend.cgIterations();
   }
   // Euclidean norm of b - A (du, dv), in double.
   double residualNorm(Backend& backend) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <limits>
 #include <stdexcept>
 #include <string>
 
@@ -10,18 +11,32 @@ namespace flowcore {
 
 namespace {
 
+// eta = 1 leaves the number of scales undefined (ln 1 = 0 divides it), and
+// a factor that is not finite has no level sizes.
 void checkGeometry(int height, int width, float eta) {
-  if (height < 1 || width < 1 || !(eta > 0.0f && eta < 1.0f)) {
-    const std::string msg = "pyramid: need a non-empty frame and 0 < eta < 1, got " + std::to_string(width) +
-                            "x" + std::to_string(height) + " and eta " + std::to_string(eta);
+  if (height < 1 || width < 1 || !std::isfinite(eta) || eta == 1.0f) {
+    const std::string msg = "pyramid: need a non-empty frame and a finite eta other than 1, got " +
+                            std::to_string(width) + "x" + std::to_string(height) + " and eta " + std::to_string(eta);
     std::cerr << msg << std::endl;
     throw std::invalid_argument(msg);
   }
 }
 
+bool shrinks(float eta) { return eta > 0.0f && eta < 1.0f; }
+
+// ceilf(f * size) as a side length. Factors outside (0, 1) make the coarser
+// size the driver compares with negative or larger than any frame: such
+// sides are held to 0 .. INT_MAX instead of overflowing the conversion.
+int levelSide(float f, int size) {
+  const float side = ceilf(f * (float)size);
+  if (!(side > 0.0f)) return 0;
+  if (side >= 2147483648.0f) return std::numeric_limits<int>::max();
+  return (int)side;
+}
+
 LevelSize sizeForExponent(float e, int height, int width, float eta) {
   const float f = powf(eta, e);
-  return LevelSize{(int)ceilf(f * (float)height), (int)ceilf(f * (float)width)};
+  return LevelSize{levelSide(f, height), levelSide(f, width)};
 }
 
 float exponentOf(int s) { return s >= 0 ? (float)s : 0.0f; }
@@ -30,6 +45,10 @@ float exponentOf(int s) { return s >= 0 ? (float)s : 0.0f; }
 
 int pyramidScaleCount(int height, int width, float eta) {
   checkGeometry(height, width, eta);
+  // No pyramid outside (0, 1): below 0 the logarithm is undefined and the
+  // count is 0; above 1 the count is 0 for frames of 15 pixels or more and,
+  // for smaller ones, would ask for levels larger than the frame.
+  if (!shrinks(eta)) return 0;
   const float m = (float)std::min(height, width);
   const double r = std::log(kCoarsestDimension / (double)m) / (double)logf(eta);
   const int n = (int)r;

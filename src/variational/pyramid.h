@@ -14,12 +14,14 @@ struct LevelSize {
 
 // Number of scales: trunc(ln(15 / min(height, width)) / ln(eta)), at least 0.
 // The logarithm of the ratio is taken in double, ln(eta) in single and
-// widened. 640 x 480 with eta 0.95 gives 67. Prints a message and throws
-// std::invalid_argument unless 0 < eta < 1 and both sizes are positive.
+// widened. 640 x 480 with eta 0.95 gives 67. A factor outside (0, 1) gives 0:
+// no pyramid, only the full-size passes. Prints a message and throws
+// std::invalid_argument for eta = 1 (no number of scales), an eta that is
+// not finite, or a size below 1.
 int pyramidScaleCount(int height, int width, float eta);
 
 // Size of level s: ceilf(powf(eta, e) * size) with e = s for s >= 0 and
-// e = 0 (full size) for s < 0, all in single precision.
+// e = 0 (full size) for s < 0, all in single precision, held to 0 .. INT_MAX.
 LevelSize pyramidLevelSize(int s, int height, int width, float eta);
 
 // Size of the next coarser level as the driver compares it: exponent e + 1

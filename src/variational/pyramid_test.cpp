@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <stdexcept>
 
 TEST(Pyramid, DefaultFrameHas67ScalesDownTo21x16) {
@@ -40,9 +41,17 @@ TEST(Pyramid, SmallFramesHaveNoScalesAndRepeatedSizesAreDegenerate) {
   EXPECT_FALSE(flowcore::pyramidLevelIsDegenerate(0, 10, 100, 0.95f));
 }
 
-TEST(Pyramid, RefusesReductionFactorsOutsideTheOpenUnitInterval) {
+TEST(Pyramid, FactorsOutsideTheUnitIntervalBuildNoPyramidAndOneIsRefused) {
+  // Only the full-size passes: no scale, and never a degenerate pass, even
+  // for a tiny frame (above 1 the formula alone would give it levels larger
+  // than the frame) or a factor whose coarser size overflows an int.
+  for (float eta : {0.0f, -0.5f, 1.5f, 1e30f, -1e30f}) {
+    EXPECT_EQ(flowcore::pyramidScaleCount(480, 640, eta), 0) << eta;
+    EXPECT_EQ(flowcore::pyramidScaleCount(4, 6, eta), 0) << eta;
+    EXPECT_FALSE(flowcore::pyramidLevelIsDegenerate(-2, 4, 6, eta)) << eta;
+    EXPECT_EQ(flowcore::pyramidLevelSize(0, 480, 640, eta).width, 640) << eta;
+  }
   EXPECT_THROW(flowcore::pyramidScaleCount(480, 640, 1.0f), std::invalid_argument);
-  EXPECT_THROW(flowcore::pyramidScaleCount(480, 640, 0.0f), std::invalid_argument);
-  EXPECT_THROW(flowcore::pyramidScaleCount(480, 640, 1.5f), std::invalid_argument);
+  EXPECT_THROW(flowcore::pyramidScaleCount(480, 640, NAN), std::invalid_argument);
   EXPECT_THROW(flowcore::pyramidScaleCount(0, 640, 0.95f), std::invalid_argument);
 }

@@ -10,14 +10,17 @@
 
 namespace {
 
-// A backend that pretends to have little memory.
+// A backend that pretends to have `bytes` of memory and to hold `overhead`
+// beyond its buffers.
 class SmallCpuBackend : public flowcore::CpuBackend {
  public:
-  explicit SmallCpuBackend(std::size_t bytes) : bytes_(bytes) {}
+  explicit SmallCpuBackend(std::size_t bytes, RunOverhead overhead = {}) : bytes_(bytes), overhead_(overhead) {}
   std::size_t availableBytes() const override { return bytes_; }
+  RunOverhead runOverhead(int, int, int, int) const override { return overhead_; }
 
  private:
   std::size_t bytes_;
+  RunOverhead overhead_;
 };
 
 }  // namespace
@@ -57,4 +60,37 @@ TEST(RunMemory, FrameTooLargeIsRefusedBeforeAnyAllocation) {
   // A frame of 100000 x 100000 pixels needs terabytes: the estimate must not
   // overflow into a small number.
   EXPECT_GT(flowcore::estimateRunBytes(100000, 100000, 100000, 3), std::size_t(1) << 40);
+}
+
+TEST(RunMemory, WhatTheBackendHoldsBeyondItsBuffersIsCounted) {
+  using flowcore::estimateRunBytes;
+  const int H = 480, W = 640, P = 640, C = 3;
+  const std::size_t bare = estimateRunBytes(H, W, P, C), plane = std::size_t(P) * H * sizeof(float);
+  EXPECT_EQ(estimateRunBytes(H, W, P, C, {0, 12345}), bare + 12345);
+  // Matching scratch counts only where it lifts the matching phase above the
+  // peak of the whole run.
+  EXPECT_EQ(estimateRunBytes(H, W, P, C, {17 * plane, 0}), bare);
+  EXPECT_GT(estimateRunBytes(H, W, P, C, {80 * plane, 0}), bare);
+
+  // Enough memory for the buffers alone, not for what the backend holds too.
+  SmallCpuBackend tight(bare + 1000, {0, 1 << 20});
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(flowcore::refuseIfTooLarge(tight, H, W, P, C), flowcore::BackendError);
+  testing::internal::GetCapturedStderr();
+  EXPECT_NO_THROW(flowcore::refuseIfTooLarge(SmallCpuBackend(bare + 1000), H, W, P, C));
+}
+
+TEST(RunMemory, PlanesBeyond32BitOffsetsAreRefusedBeforeAnyAllocation) {
+  // Memory is no limit here: only the offsets can refuse.
+  SmallCpuBackend roomy(std::size_t(1) << 50);
+  // Twelve matrix planes of 10 x 17895697 floats end at 2^31 - 8.
+  EXPECT_NO_THROW(flowcore::refuseIfTooLarge(roomy, 17895697, 10, 10, 3));
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(flowcore::refuseIfTooLarge(roomy, 17895698, 10, 10, 3), flowcore::BackendError);
+  const std::string message = testing::internal::GetCapturedStderr();
+  EXPECT_NE(message.find("a 10 x 17895698 frame is too large: the solver addresses 12 planes of 10 x 17895698 "
+                         "floats"),
+            std::string::npos)
+      << message;
+  EXPECT_EQ(roomy.peakBytes(), 0u);
 }

@@ -1,5 +1,6 @@
 // Stretches of the coarse-to-fine solver, accumulated in milliseconds over the
-// whole process and never reset (see common/timer.h for the arithmetic).
+// whole process; only resetStageTimers (driver/run_flow.h) resets them (see
+// common/timer.h for the arithmetic).
 #pragma once
 
 #include <sys/time.h>

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "common/timer.h"
+#include "common/stage_lines.h"
 #include "variational/nonlinear_iteration.h"
 #include "variational/pyramid.h"
 #include "variational/scratch.h"
@@ -47,16 +47,18 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   const std::size_t fullPlane = static_cast<std::size_t>(pitch) * height;
 
   // Level copies of the match field.
-  stamp(start_memcpy);
+  // Stage stretches are timed by the backend (device time on a GPU) and
+  // added to their totals once, before the totals are printed: nothing in
+  // the level loop waits for the device.
+  backend.openStretch(start_memcpy);
   Buffer levelGeoU = backend.allocate(fullPlane);
   Buffer levelGeoV = backend.allocate(fullPlane);
   Buffer levelGeoConf = backend.allocate(fullPlane);
-  backend.synchronize();
-  closeStretch(start_memcpy, finish_memcpy, timer_memcpy);
+  backend.closeStretch(start_memcpy, finish_memcpy, timer_memcpy);
 
   const int nscales = pyramidScaleCount(height, width, eta);
-  std::printf("# scales = %d \n", nscales);
-  if (sigma > 0.0f) std::printf("Filters not yet implemented\n");
+  stageLine("# scales = %d \n", nscales);
+  if (sigma > 0.0f) stageLine("Filters not yet implemented\n");
 
   SolverScratch scratch(backend, fullPlane);
 
@@ -80,7 +82,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   for (int s = nscales; s >= -kExtraFullSizePasses; --s) {
     const int e = s >= 0 ? s : 0;
     if (pyramidLevelIsDegenerate(s, height, width, eta)) {
-      std::printf("Increase eta or increase minimum dimension\n");
+      stageLine("Increase eta or increase minimum dimension\n");
       continue;
     }
     const LevelSize size = pyramidLevelSize(s, height, width, eta);
@@ -90,7 +92,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
 
     // Frames and match field of the level, always from the full-size inputs
     // so that rounding does not accumulate over the levels.
-    stamp(start_down);
+    backend.openStretch(start_down);
     if (s <= 0) {
       backend.copy(level1.data(), frame1, nChan * plane);
       backend.copy(level2.data(), frame2, nChan * plane);
@@ -113,12 +115,11 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
       backend.scale(levelGeoV.data(), hs, ws, ps, shrink);
       backend.downsample(geoConf, height, width, pitch, levelGeoConf.data(), hs, ws, ps, geoConf);
     }
-    backend.synchronize();
-    closeStretch(start_down, finish_down, timer_down);
+    backend.closeStretch(start_down, finish_down, timer_down);
 
     // Flow carried into the level: zero at the coarsest level, enlarged from
     // the previous level above full size, kept during the full-size passes.
-    stamp(start_interp_warp);
+    backend.openStretch(start_interp_warp);
     const bool coarsest = static_cast<float>(e) == static_cast<float>(nscales);
     if (s >= 0 || !haveFlow) {
       const int next = 1 - current;
@@ -154,8 +155,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     }
     if (s == -1) iterations = 2 * solverIterations;
     if (s < 0) backend.clear(levelGeoConf.data(), plane);
-    backend.synchronize();
-    closeStretch(start_interp_warp, finish_interp_warp, timer_interp_warp);
+    backend.closeStretch(start_interp_warp, finish_interp_warp, timer_interp_warp);
 
     gNonLinearIteration(backend, level1.data(), warped, conf.data(), levelGeoU.data(), levelGeoV.data(),
                         levelGeoConf.data(), hypos, u, v, hs, ws, ps, nChan, alpha, beta,
@@ -173,10 +173,11 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     backend.clear(flowV[current].data(), fullPlane);
   }
 
-  std::printf("Solver time = %f ms\n", timer_solver);
-  std::printf("MakeMatrix time = %f ms\n", timer_makematrix);
-  std::printf("Interp time = %f ms\n", timer_interp_warp);
-  std::printf("downsampling time = %f ms\n", timer_down);
+  backend.settleStretches();
+  stageLine("Solver time = %f ms\n", timer_solver);
+  stageLine("MakeMatrix time = %f ms\n", timer_makematrix);
+  stageLine("Interp time = %f ms\n", timer_interp_warp);
+  stageLine("downsampling time = %f ms\n", timer_down);
 
   FlowPlanes result;
   result.u = std::move(flowU[current]);

@@ -62,7 +62,11 @@ Buffer CpuBackend::allocate(std::size_t floats) {
     cachedBytes_ -= block;
   } else {
     p = std::aligned_alloc(kAlignmentBytes, block);
-    if (p == nullptr) fail("CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes");
+    if (p == nullptr) {
+      const std::string message = "CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes";
+      std::fprintf(stderr, "%s\n", message.c_str());
+      throw BackendOutOfMemory(message);
+    }
   }
   // Large blocks all start at the same offset within a page, and so would
   // the same pixel of every image: streaming through many images at once

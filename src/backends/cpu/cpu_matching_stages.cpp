@@ -46,14 +46,14 @@ void CpuMatchingStages::computeEnergy(const float* hog, float* energy, int heigh
   cpu::computeEnergy(hog, energy, height, width, pitch, nOri);
 }
 
-float CpuMatchingStages::sum2D(const float* image, int height, int width, int pitch) {
-  return cpu::gCompute2DSum(image, height, width, pitch);
+void CpuMatchingStages::average2D(const float* image, int height, int width, int pitch, float* average) {
+  *average = cpu::gCompute2DSum(image, height, width, pitch) / (float)(width * height);
 }
 
 void CpuMatchingStages::hogMatch(const HogMatchInputs& in, const int* mx, const int* my, int n,
                                  const HogMatchResults& out) {
   cpu::HOGMatch(in.Image1, in.Image2, in.HOG1, in.HOG2, in.Cornerness, in.checkCorner, in.Energy1, in.Energy2,
-                in.average, out.match_x, out.match_y, out.match_dist, out.match_dist2, mx, my, n, in.height,
+                *in.average, out.match_x, out.match_y, out.match_dist, out.match_dist2, mx, my, n, in.height,
                 in.width, in.pitch);
 }
 

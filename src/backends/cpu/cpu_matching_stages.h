@@ -16,7 +16,7 @@ class CpuMatchingStages : public MatchingStages {
   void computeConfidence(const float* image, float* conf, int height, int width, int pitch,
                          int nChannels) override;
   void computeEnergy(const float* hog, float* energy, int height, int width, int pitch, int nOri) override;
-  float sum2D(const float* image, int height, int width, int pitch) override;
+  void average2D(const float* image, int height, int width, int pitch, float* average) override;
   void hogMatch(const HogMatchInputs& inputs, const int* mx, const int* my, int n,
                 const HogMatchResults& results) override;
   void consistencyCheck(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,

@@ -12,7 +12,8 @@
 
 namespace flowcore {
 
-CudaBackend::CudaBackend() {
+CudaBackend::CudaBackend(int device) {
+  VEMO_CUDA_CALL(cudaSetDevice(device));
   // The row alignment that cudaMallocPitch applies: the pitch it gives a
   // one-float row.
   void* probe = nullptr;
@@ -22,34 +23,26 @@ CudaBackend::CudaBackend() {
   if (pitchBytes < sizeof(float) || pitchBytes % sizeof(float) != 0)
     cuda::refuseArguments("CudaBackend: unexpected row alignment of " + std::to_string(pitchBytes) + " bytes");
   pitchAlignment_ = static_cast<int>(pitchBytes);
-  int device = 0;
-  VEMO_CUDA_CALL(cudaGetDevice(&device));
   VEMO_CUDA_CALL(cudaDeviceGetAttribute(&maxTextureWidth_, cudaDevAttrMaxTexture2DWidth, device));
   VEMO_CUDA_CALL(cudaDeviceGetAttribute(&maxTextureHeight_, cudaDevAttrMaxTexture2DHeight, device));
 }
 
+// Every release is checked; a failure ends the process (cuda_check.h).
 CudaBackend::~CudaBackend() {
-  // No exit from a destructor: failures here are ignored.
+  releaseRunState();
   releaseTexture();
-  for (auto& entry : masks_) cudaFree(entry.second);
+  for (auto& entry : masks_) VEMO_CUDA_TEARDOWN(cudaFree(entry.second));
   masks_.clear();
   for (float*& s : scratch_) {
-    if (s != nullptr) cudaFree(s);
+    if (s != nullptr) VEMO_CUDA_TEARDOWN(cudaFree(s));
     s = nullptr;
   }
-  if (rowSums_ != nullptr) cudaFree(rowSums_);
+  if (rowSums_ != nullptr) VEMO_CUDA_TEARDOWN(cudaFree(rowSums_));
   rowSums_ = nullptr;
-  if (cgScalars_ != nullptr) cudaFree(cgScalars_);
+  if (cgScalars_ != nullptr) VEMO_CUDA_TEARDOWN(cudaFree(cgScalars_));
   cgScalars_ = nullptr;
-  for (auto& entry : cache_) cudaFree(entry.second);
+  for (auto& entry : cache_) VEMO_CUDA_TEARDOWN(cudaFree(entry.second));
   cache_.clear();
-}
-
-std::size_t CudaBackend::availableBytes() const {
-  std::size_t freeBytes = 0, totalBytes = 0;
-  VEMO_CUDA_CALL(cudaMemGetInfo(&freeBytes, &totalBytes));
-  // Blocks this backend keeps for reuse are available to it as well.
-  return freeBytes + cachedBytes_;
 }
 
 }  // namespace flowcore

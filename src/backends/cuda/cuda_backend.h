@@ -16,11 +16,20 @@
 // (cuda_matching_stages.h, cuda_extra_stages.h), made by
 // cuda_backend_factory.h.
 //
-// All work runs on the default stream in issue order. A failing runtime call
-// or launch prints the file, line and runtime message and ends the process
-// with status 1; invalid arguments are refused with BackendError.
+// All work runs on the default stream in issue order; only while a solve is
+// being recorded into a CUDA graph do the solver's operations go to the
+// capture stream (the graph is then launched on the default stream). A run
+// never waits for the device between upload and download except where its
+// stage timers are printed (settleStretches()): the solver's scalars stay on
+// the device, and the stage stretches are timed by events. A failing runtime
+// call or launch prints the file, line and runtime message and ends the
+// process with status 1 (cuda_check.h, teardown included); invalid
+// arguments, and an allocation the device cannot satisfy even after the
+// cached blocks are given back, are refused with BackendError.
 //
-// This header needs no CUDA headers, so host code may include it.
+// This header needs no CUDA headers, so host code may include it: streams,
+// events and graphs appear as the runtime's opaque struct pointers
+// (cudaStream_t is CUstream_st*, and so on).
 #pragma once
 
 #include <cstddef>
@@ -30,18 +39,26 @@
 
 #include "backends/backend.h"
 
+struct CUstream_st;
+struct CUevent_st;
+struct CUgraphExec_st;
+
 namespace flowcore {
 
 class CudaBackend : public Backend {
  public:
-  // Uses the current device. The caller checks cudaDeviceUsable() first.
-  CudaBackend();
+  // Works on device `device` (cuda:N), which becomes the calling thread's
+  // current device. The caller checks cudaDeviceUsable(device) first.
+  explicit CudaBackend(int device = 0);
   ~CudaBackend() override;
   CudaBackend(const CudaBackend&) = delete;
   CudaBackend& operator=(const CudaBackend&) = delete;
 
   const char* name() const override { return "cuda"; }
+  // Free device memory, plus what this backend holds and a run reuses or
+  // gives back: cached blocks, scratch, the filter texture's array, masks.
   std::size_t availableBytes() const override;
+  RunOverhead runOverhead(int height, int width, int pitch, int channels) const override;
 
   Buffer allocate(std::size_t floats) override;
   int pitchFor(int width) const override;
@@ -50,6 +67,12 @@ class CudaBackend : public Backend {
   void copy(float* dst, const float* src, std::size_t floats) override;
   void clear(float* dst, std::size_t floats) override;
   void synchronize() override;
+
+  // Stretches are timed by events on the default stream and added to their
+  // totals in settleStretches(), which waits once (cuda_timing.cu).
+  void openStretch(timeval& start) override;
+  void closeStretch(const timeval& start, timeval& finish, double& total) override;
+  void settleStretches() override;
 
   void scale(float* arr, int height, int width, int pitch, float scale) override;
   void setValue(float* a, int height, int width, int pitch, float val) override;
@@ -76,6 +99,10 @@ class CudaBackend : public Backend {
   void gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
                  int pitch) override;
   void normalize(float* x, int height, int width, int pitch) override;
+  // One kernel over the whole planes (pixel/diffusivity.h, diffusivityAt);
+  // `sum` and `derivative` are not written.
+  void diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
+                   int height, int width, int pitch, float* sum, float* derivative) override;
 
   void dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height, int width,
                   int pitch) override;
@@ -121,7 +148,8 @@ class CudaBackend : public Backend {
 
   // The solver scalars stay on the device: the reductions of the conjugate
   // gradient write them and the next passes read them, so a solve is issued
-  // without any wait; cgIterations() is its only transfer to the host.
+  // without any wait; only cgIterations() and solverUpdates() read them back,
+  // and runs call neither.
   void cgBegin(const float* r, const float* z, int height, int width, int pitch) override;
   bool cgActive() override;
   void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) override;
@@ -130,8 +158,33 @@ class CudaBackend : public Backend {
   void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height, int width,
                 int pitch) override;
   int cgIterations() override;
+  long long solverUpdates() override;
+
+  // The first call with a key issues the work directly; the second records it
+  // into a CUDA graph (stream capture) and launches that; later calls replay
+  // the graph (cuda_graphs.cu, cuda_work_policy.h).
+  void issueRepeatable(const RepeatKey& key, FunctionRef work) override;
+  // Levels below cuda::kOneBlockLevelPixels run in one thread block
+  // (cuda_resident_level.cu).
+  bool runWholeLevel(const LevelArgs& level, double& solverTotal) override;
+
+  // Switches for the GPU tests, which compare both ways of running the same
+  // work bit for bit: recording repeatable work into graphs, and running
+  // small levels in one block. Both are on by default.
+  void setRecording(bool enabled) { recording_ = enabled; }
+  void setOneBlockLevels(bool enabled) { oneBlockLevels_ = enabled; }
+
+  // The stream operations go to: the default stream (null), or the capture
+  // stream while repeatable work is being recorded.
+  CUstream_st* stream() const { return issueStream_; }
 
   void release(float* data) noexcept override;
+
+  // cudaMalloc for memory outside the buffers (the stage executors' integer
+  // arrays, this backend's scratch): when the device is out of memory, the
+  // cached blocks are given back and the allocation is tried once more
+  // before the run is refused (message, BackendError).
+  void* deviceAlloc(std::size_t bytes);
 
   // Where a reduction's total goes: back to the host (dot()), or into the
   // solver scalars as the first r . z, a p . q, or a new r . z.
@@ -158,8 +211,23 @@ class CudaBackend : public Backend {
   // an overlapping range moved by copy(), or of a plane filtered without a
   // texture; slots 0 and 2: unused.
   float* scratch(int slot, std::size_t floats);
-  // Device buffer for the row sums and the result of dot().
+  // Device buffer for the row sums and the result of dot(), of at least
+  // rows + 1 entries. A buffer outgrown is kept until the next settle point
+  // (freeing it would wait for the device).
   double* rowSums(int rows);
+  // Gives every cached block back to the device.
+  void emptyCache();
+  // Bytes held outside the buffers: scratch, row sums, texture array, masks.
+  std::size_t heldBytes() const;
+  void releaseRetired() noexcept;
+  // The next event for a stretch, from a pool; recorded on the default
+  // stream.
+  CUevent_st* recordEvent();
+  // A device counter of nanoseconds that one-block levels add their solves'
+  // time to, one per total it is destined for.
+  unsigned long long* solveClockFor(double* total);
+  // Graphs, events and clocks, at destruction.
+  void releaseRunState() noexcept;
 
   // Bytes behind every live allocation, for the accounting in release().
   std::unordered_map<const float*, std::size_t> sizes_;
@@ -173,15 +241,52 @@ class CudaBackend : public Backend {
   std::size_t scratchFloats_[kScratchSlots] = {};
   double* rowSums_ = nullptr;
   int rowSumCapacity_ = 0;
+  std::vector<double*> retiredRowSums_;
   CgScalars* cgScalars_ = nullptr;
   static constexpr std::size_t kMaxStoredMasks = 64;
   std::map<std::vector<float>, float*> masks_;
+  std::size_t maskBytes_ = 0;
   // The filter texture: a cudaArray_t and a cudaTextureObject_t, held
   // opaquely so that host code needs no CUDA headers.
   void* textureArray_ = nullptr;
   unsigned long long texture_ = 0;
   int textureWidth_ = 0, textureHeight_ = 0;
   int maxTextureWidth_ = 0, maxTextureHeight_ = 0;
+
+  // Stage stretches: events of the open ones, and the closed ones waiting to
+  // be added to their totals.
+  struct OpenStretch {
+    const timeval* start;
+    CUevent_st* event;
+  };
+  struct ClosedStretch {
+    CUevent_st* start;
+    CUevent_st* finish;
+    double* total;
+  };
+  std::vector<CUevent_st*> events_;  // every event made; events_[0, eventsUsed_) are in use
+  std::size_t eventsUsed_ = 0;
+  std::vector<OpenStretch> openStretches_;
+  std::vector<ClosedStretch> closedStretches_;
+  // Solve clocks of one-block levels: device counters and their totals.
+  static constexpr int kSolveClocks = 16;
+  unsigned long long* solveClocks_ = nullptr;
+  double* solveClockTotals_[kSolveClocks] = {};
+  bool solveClocksUsed_ = false;
+
+  // Recorded work.
+  struct RepeatEntry {
+    RepeatKey key;
+    int calls;
+    CUgraphExec_st* graph;
+    unsigned long long lastUse;
+  };
+  std::vector<RepeatEntry> repeats_;
+  unsigned long long repeatClock_ = 0;
+  CUstream_st* captureStream_ = nullptr;
+  CUstream_st* issueStream_ = nullptr;
+  bool recording_ = true;
+  bool oneBlockLevels_ = true;
 };
 
 }  // namespace flowcore

@@ -13,10 +13,11 @@
 
 namespace flowcore {
 
-std::unique_ptr<Backend> makeCudaBackend() {
+std::unique_ptr<Backend> makeCudaBackend(int device) {
 #if defined(VEMO_HAVE_CUDA)
-  return std::make_unique<CudaBackend>();
+  return std::make_unique<CudaBackend>(device);
 #else
+  (void)device;
   return nullptr;
 #endif
 }

@@ -8,10 +8,10 @@
 
 namespace flowcore {
 
-// A CUDA backend on the current device, or nullptr in a build without CUDA.
-// The caller checks cudaDeviceUsable() first: without a usable device the
-// first runtime call fails and ends the process.
-std::unique_ptr<Backend> makeCudaBackend();
+// A CUDA backend on device `device` (cuda:N), or nullptr in a build without
+// CUDA. The caller checks cudaDeviceUsable(device) first: without a usable
+// device the first runtime call fails and ends the process.
+std::unique_ptr<Backend> makeCudaBackend(int device = 0);
 
 class ExtraStages;
 // The SOR, energy and 2-D filter stages on the memory of `backend`, which

@@ -2,13 +2,22 @@
 //
 // A device failure cannot be recovered from: the message names the source
 // file and line of the failing call and the runtime's text for the error,
-// then the process ends with status 1.
+// then the process ends with status 1. Teardown (cudaFree, texture and array
+// destruction in destructors and release()) is checked the same way but
+// never throws: it reports and ends the process with status 1 after flushing
+// the C streams, which is safe even while the process is already exiting;
+// only the runtime's own shutdown (cudaErrorCudartUnloading, when static
+// objects die after it) passes silently, as the memory goes with it.
 #pragma once
 
 #include <cuda_runtime.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+
+#include "backends/backend.h"
+#include "common/env_flag.h"
 
 namespace flowcore::cuda {
 
@@ -24,9 +33,44 @@ namespace flowcore::cuda {
   std::exit(1);
 }
 
-// The last error after (or, with a " begin" label, before) a launch.
+// The device cannot hold `bytes` more even with this backend's cached blocks
+// given back: the run is refused (message on standard error, BackendError).
+[[noreturn]] inline void refuseOutOfMemory(std::size_t bytes) {
+  cudaGetLastError();  // the failed allocation's error is not sticky
+  std::size_t freeBytes = 0, totalBytes = 0;
+  cudaMemGetInfo(&freeBytes, &totalBytes);
+  const double mib = 1024.0 * 1024.0;
+  char text[200];
+  std::snprintf(text, sizeof text,
+                "the CUDA device is out of memory: %.1f MiB could not be allocated (%.1f of %.1f MiB free)",
+                bytes / mib, freeBytes / mib, totalBytes / mib);
+  std::fprintf(stderr, "vemo: %s\n", text);
+  throw BackendError(text);
+}
+
+// A teardown call returned `err`.
+inline void checkTeardown(cudaError_t err, const char* file, int line) noexcept {
+  if (err == cudaSuccess || err == cudaErrorCudartUnloading) return;
+  std::fprintf(stderr, "Cuda error in file '%s' in line %i : %s.\n", file, line, cudaGetErrorString(err));
+  std::fflush(nullptr);
+  std::_Exit(1);
+}
+
+// VEMO_CUDA_SYNC=1: every launch check also waits for the device, so that a
+// fault inside a kernel is reported at the launch that caused it rather than
+// at a later call. Read once; off, it costs one test of a static. A wait is
+// not allowed while a stream is being captured into a CUDA graph: with the
+// switch on, work is launched directly instead of recorded.
+inline bool syncAfterLaunches() {
+  static const bool on = envFlag("VEMO_CUDA_SYNC");
+  return on;
+}
+
+// The last error after (or, with a " begin" label, before) a launch, and
+// under VEMO_CUDA_SYNC the error of the work itself.
 inline void checkLastError(const char* label, const char* file, int line) {
-  const cudaError_t err = cudaGetLastError();
+  cudaError_t err = cudaGetLastError();
+  if (err == cudaSuccess && syncAfterLaunches()) err = cudaDeviceSynchronize();
   if (err != cudaSuccess) failLaunch(label, err, file, line);
 }
 
@@ -39,6 +83,9 @@ inline void checkLastError(const char* label, const char* file, int line) {
     if (vemoCudaErr_ != cudaSuccess)                                           \
       ::flowcore::cuda::failCall(vemoCudaErr_, __FILE__, __LINE__);            \
   } while (0)
+
+// Runtime calls in destructors and release(): never throws.
+#define VEMO_CUDA_TEARDOWN(call) ::flowcore::cuda::checkTeardown((call), __FILE__, __LINE__)
 
 // After a kernel launch, with a short label naming it.
 #define VEMO_CUDA_LAUNCHED(label) ::flowcore::cuda::checkLastError((label), __FILE__, __LINE__)

@@ -1,5 +1,5 @@
-// The two forms of the device error report. They need the CUDA runtime's
-// error texts but no device, so they run wherever the backend is built.
+// The forms of the device error report. They need the CUDA runtime's error
+// texts but no device, so they run wherever the backend is built.
 #include <gtest/gtest.h>
 
 #if defined(VEMO_HAVE_CUDA)
@@ -23,6 +23,24 @@ TEST(CudaErrorReport, FailingCallsAndLaunchesNameFileLineAndRuntimeTextThenExitO
               "^Cuda error: small x conv in file 'Filters' in line 77 : invalid configuration argument\\.\n$");
   // A successful call passes silently.
   VEMO_CUDA_CALL(cudaSuccess);
+#endif
+}
+
+TEST(CudaErrorReport, FailedTeardownIsReportedWithoutThrowingExceptAtRuntimeShutdown) {
+#if !defined(VEMO_HAVE_CUDA)
+  GTEST_SKIP() << "built without CUDA";
+#else
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  // As from a destructor: noexcept, so a throw would terminate instead.
+  auto teardown = [](cudaError_t err) noexcept { VEMO_CUDA_TEARDOWN(err); };
+  const int line = __LINE__ - 1;
+  EXPECT_EXIT(teardown(cudaErrorIllegalAddress), ::testing::ExitedWithCode(1),
+              "^Cuda error in file '[^']*cuda_check_test\\.cpp' in line " + std::to_string(line) +
+                  " : an illegal memory access was encountered\\.\n$");
+  // Static objects that die after the runtime has shut down find their
+  // memory gone with it: nothing to report.
+  teardown(cudaErrorCudartUnloading);
+  teardown(cudaSuccess);
 #endif
 }
 

@@ -12,7 +12,8 @@
 //    call of the same size. Planes beyond the device's texture size read
 //    the same clamped samples from a copy in global memory.
 // Masks are uploaded once and kept on the device, keyed by their taps, so a
-// filter call does not wait for a host copy.
+// filter call does not wait for a host copy; the upload itself passes the
+// taps as kernel arguments, so not even the first call waits.
 #include <cuda_runtime.h>
 
 #include <cstddef>
@@ -107,6 +108,17 @@ __global__ void clampedConvolveKernel(float* out, const float* in, int height, i
              : convolveClampAt(in + x, pitch, height, y, mask, length);
 }
 
+// Up to kTapChunk taps, carried by value in a launch.
+constexpr int kTapChunk = 64;
+struct TapChunk {
+  float taps[kTapChunk];
+};
+
+__global__ void storeTapsKernel(float* device, TapChunk chunk, int count) {
+  const int j = threadIdx.x;
+  if (j < count) device[j] = chunk.taps[j];
+}
+
 void checkMask(const char* stage, const float* mask, int length) {
   if (mask == nullptr || length < 1 || length > kMaxMaskLength)
     refuseArguments(std::string(stage) + ": mask length " + std::to_string(length) + " outside 1.." +
@@ -125,17 +137,26 @@ const float* CudaBackend::deviceMask(const float* mask, int length) {
     VEMO_CUDA_CALL(cudaDeviceSynchronize());
     for (auto& entry : masks_) VEMO_CUDA_CALL(cudaFree(entry.second));
     masks_.clear();
+    maskBytes_ = 0;
   }
-  void* p = nullptr;
-  VEMO_CUDA_CALL(cudaMalloc(&p, static_cast<std::size_t>(length) * sizeof(float)));
-  float* device = static_cast<float*>(p);
+  const std::size_t bytes = static_cast<std::size_t>(length) * sizeof(float);
+  float* device = static_cast<float*>(deviceAlloc(bytes));
   try {
     masks_.emplace(std::move(taps), device);
   } catch (...) {
-    cudaFree(device);
+    VEMO_CUDA_TEARDOWN(cudaFree(device));
     throw;
   }
-  VEMO_CUDA_CALL(cudaMemcpy(device, mask, static_cast<std::size_t>(length) * sizeof(float), cudaMemcpyHostToDevice));
+  maskBytes_ += bytes;
+  // A host-to-device cudaMemcpy from pageable memory would wait for the
+  // device; kernel arguments are copied when the launch is issued.
+  for (int first = 0; first < length; first += kTapChunk) {
+    TapChunk chunk{};
+    const int count = length - first < kTapChunk ? length - first : kTapChunk;
+    for (int j = 0; j < count; ++j) chunk.taps[j] = mask[first + j];
+    storeTapsKernel<<<1, kTapChunk, 0, stream()>>>(device + first, chunk, count);
+    VEMO_CUDA_LAUNCHED("mask upload");
+  }
   return device;
 }
 
@@ -144,7 +165,15 @@ unsigned long long CudaBackend::textureOf(const float* in, int height, int width
     releaseTexture();
     cudaChannelFormatDesc desc = cudaCreateChannelDesc<float>();
     cudaArray_t array = nullptr;
-    VEMO_CUDA_CALL(cudaMallocArray(&array, &desc, width, height));
+    cudaError_t err = cudaMallocArray(&array, &desc, width, height);
+    if (err == cudaErrorMemoryAllocation && !cache_.empty()) {
+      cudaGetLastError();
+      emptyCache();
+      err = cudaMallocArray(&array, &desc, width, height);
+    }
+    if (err == cudaErrorMemoryAllocation)
+      cuda::refuseOutOfMemory(static_cast<std::size_t>(width) * height * sizeof(float));
+    VEMO_CUDA_CALL(err);
     textureArray_ = array;
     textureWidth_ = width;
     textureHeight_ = height;
@@ -164,16 +193,16 @@ unsigned long long CudaBackend::textureOf(const float* in, int height, int width
   // Stream-ordered: the copy waits for earlier readers of the array.
   VEMO_CUDA_CALL(cudaMemcpy2DToArrayAsync(static_cast<cudaArray_t>(textureArray_), 0, 0, in,
                                           static_cast<std::size_t>(pitch) * sizeof(float), width * sizeof(float),
-                                          height, cudaMemcpyDeviceToDevice, 0));
+                                          height, cudaMemcpyDeviceToDevice, stream()));
   return texture_;
 }
 
 void CudaBackend::releaseTexture() noexcept {
   if (textureArray_ == nullptr) return;
   // The kernels that read the texture must be done before it goes.
-  cudaDeviceSynchronize();
-  cudaDestroyTextureObject(texture_);
-  cudaFreeArray(static_cast<cudaArray_t>(textureArray_));
+  VEMO_CUDA_TEARDOWN(cudaDeviceSynchronize());
+  VEMO_CUDA_TEARDOWN(cudaDestroyTextureObject(texture_));
+  VEMO_CUDA_TEARDOWN(cudaFreeArray(static_cast<cudaArray_t>(textureArray_)));
   textureArray_ = nullptr;
   texture_ = 0;
   textureWidth_ = textureHeight_ = 0;
@@ -191,9 +220,11 @@ void CudaBackend::convolve(bool alongX, float* out, const float* in, int height,
     VEMO_CUDA_LAUNCHED(alongX ? "small x conv begin" : "small y conv begin");
     const std::size_t shared = static_cast<std::size_t>(kBlockSize) * (kBlockSize + 2 * (length / 2)) * sizeof(float);
     if (alongX)
-      convolveXsmall_kernel<<<grid, cuda::pixelBlock(), shared>>>(out, in, height, width, pitch, taps, length);
+      convolveXsmall_kernel<<<grid, cuda::pixelBlock(), shared, stream()>>>(out, in, height, width, pitch, taps,
+                                                                            length);
     else
-      convolveYsmall_kernel<<<grid, cuda::pixelBlock(), shared>>>(out, in, height, width, pitch, taps, length);
+      convolveYsmall_kernel<<<grid, cuda::pixelBlock(), shared, stream()>>>(out, in, height, width, pitch, taps,
+                                                                            length);
     VEMO_CUDA_LAUNCHED(alongX ? "small x conv" : "small y conv");
     return;
   }
@@ -201,12 +232,14 @@ void CudaBackend::convolve(bool alongX, float* out, const float* in, int height,
   if (width > maxTextureWidth_ || height > maxTextureHeight_) {
     float* source = scratch(1, static_cast<std::size_t>(pitch) * height);
     copy(source, in, static_cast<std::size_t>(pitch) * height);
-    clampedConvolveKernel<<<grid, cuda::pixelBlock()>>>(out, source, height, width, pitch, taps, length, alongX);
+    clampedConvolveKernel<<<grid, cuda::pixelBlock(), 0, stream()>>>(out, source, height, width, pitch, taps, length,
+                                                                     alongX);
     VEMO_CUDA_LAUNCHED(alongX ? "x conv" : "y conv");
     return;
   }
   const cudaTextureObject_t tex = textureOf(in, height, width, pitch);
-  Convolve2dSep_kernel<<<grid, cuda::pixelBlock()>>>(out, tex, height, width, pitch, taps, length, alongX);
+  Convolve2dSep_kernel<<<grid, cuda::pixelBlock(), 0, stream()>>>(out, tex, height, width, pitch, taps, length,
+                                                                    alongX);
   VEMO_CUDA_LAUNCHED(alongX ? "x conv" : "y conv");
 }
 

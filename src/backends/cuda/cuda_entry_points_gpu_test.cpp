@@ -11,7 +11,7 @@
 #include <random>
 #include <vector>
 
-#include "backends/cuda/device_probe.h"
+#include "backends/cuda/cuda_gpu_test_fixture.h"
 #include "driver/vemo.h"
 #include "backends/backend_factory.h"
 #include "variational/host_entry_points.h"
@@ -26,7 +26,8 @@ namespace {
 class CudaEntryPoints : public testing::Test {
  protected:
   void SetUp() override {
-    if (!cudaDeviceUsable()) GTEST_SKIP() << "no usable CUDA device";
+    VEMO_NEEDS_GPU();
+    device_ = chosenCudaDevice();
   }
   void TearDown() override { requestBackend(BackendRequest::Auto); }
 
@@ -35,9 +36,11 @@ class CudaEntryPoints : public testing::Test {
   void onBoth(F f) {
     requestBackend(BackendRequest::Cpu);
     f(0);
-    requestBackend(BackendRequest::Cuda);
+    requestBackend(BackendRequest::Cuda, device_);
     f(1);
   }
+
+  int device_ = 0;
 
   static std::vector<float> noise(std::size_t n, unsigned seed, float lo, float hi) {
     std::mt19937 rng(seed);

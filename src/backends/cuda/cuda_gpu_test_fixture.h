@@ -1,6 +1,7 @@
 // Fixture of the GPU tests: the CUDA backend beside a CPU backend with the
 // same row alignment, data mirrored into both, and comparisons of the
-// results (bit for bit, or with a stated share of differences).
+// results (bit for bit, or with a stated share of differences); and the gate
+// every GPU test passes first.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "backends/backend_factory.h"
 #include "backends/cpu/cpu_backend.h"
 #include "backends/cuda/cuda_backend_factory.h"
 #include "backends/cuda/device_probe.h"
@@ -25,9 +27,31 @@
 #include "variational/scratch.h"
 #include "variational/variational_flow.h"
 #include "matching/hog_match_driver.h"
+#include "common/env_flag.h"
 #include "pixel/hog.h"
 
 namespace flowcore::cuda_testing {
+
+// Why the GPU tests cannot run here, or "" when the device they use
+// (chosenCudaDevice(): 0 unless VEMO_DEVICE names cuda:N) is usable.
+inline std::string gpuMissing() {
+  const int device = chosenCudaDevice();
+  const CudaProbe& probe = probeCudaDevice(device);
+  if (probe.usable) return "";
+  return "no usable CUDA device cuda:" + std::to_string(device) + (probe.reason.empty() ? "" : ": " + probe.reason);
+}
+
+// The test (or fixture set-up) that calls this skips without a usable GPU,
+// or fails when VEMO_REQUIRE_GPU is set: on a machine meant to have a GPU, a
+// device that cannot be used must not pass as zero failures.
+#define VEMO_NEEDS_GPU()                                                               \
+  do {                                                                                 \
+    const std::string vemoMissing_ = ::flowcore::cuda_testing::gpuMissing();           \
+    if (!vemoMissing_.empty()) {                                                       \
+      if (::flowcore::envFlag("VEMO_REQUIRE_GPU")) GTEST_FAIL() << "VEMO_REQUIRE_GPU is set, but " << vemoMissing_; \
+      GTEST_SKIP() << vemoMissing_;                                                    \
+    }                                                                                  \
+  } while (0)
 
 // Same value, NaNs of any payload counting as equal (the two processors
 // produce different default NaNs).
@@ -61,8 +85,8 @@ class CudaAgainstCpu : public ::testing::Test {
   };
 
   void SetUp() override {
-    if (!cudaDeviceUsable()) GTEST_SKIP() << "no usable CUDA device";
-    gpu_ = makeCudaBackend();
+    VEMO_NEEDS_GPU();
+    gpu_ = makeCudaBackend(chosenCudaDevice());
     ASSERT_NE(gpu_, nullptr);
     // Rows aligned as on the device, so that both backends use one layout.
     cpu_ = std::make_unique<CpuBackend>(gpu_->pitchFor(1));

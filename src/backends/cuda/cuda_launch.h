@@ -36,11 +36,12 @@ __global__ void pixelKernel(Op op, int height, int width) {
   if (x < width && y < height) op(x, y);
 }
 
-// Runs op over the region on the default stream and checks the launch.
+// Runs op over the region on `stream` (the default stream unless given) and
+// checks the launch.
 template <class Op>
-void forEachPixel(const char* label, int height, int width, const Op& op) {
+void forEachPixel(const char* label, int height, int width, const Op& op, cudaStream_t stream = nullptr) {
   if (height < 1 || width < 1) return;
-  pixelKernel<<<checkedPixelGrid(label, height, width), pixelBlock()>>>(op, height, width);
+  pixelKernel<<<checkedPixelGrid(label, height, width), pixelBlock(), 0, stream>>>(op, height, width);
   VEMO_CUDA_LAUNCHED(label);
 }
 

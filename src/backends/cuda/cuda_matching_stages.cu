@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "backends/cuda/cuda_arguments.h"
+#include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
 #include "backends/backend.h"
@@ -111,7 +112,7 @@ __global__ void HOGMatch_kernel(MatchArgs a) {
   const int pitch = a.in.pitch;
   if (!hogDescriptorInside(ax, ay, a.in.height, a.in.width)) return;
   const std::size_t query = static_cast<std::size_t>(ay) * pitch + ax;
-  if (a.in.checkCorner != 0 && matchCornerRejects(a.in.Cornerness[query], a.in.average)) return;
+  if (a.in.checkCorner != 0 && matchCornerRejects(a.in.Cornerness[query], *a.in.average)) return;
   if (ax == 0 || ay == 0) return;
   const std::size_t plane = static_cast<std::size_t>(pitch) * a.in.height;
   if (c < kHogBins) hogLoadDescriptorBin(a.in.HOG1, plane, pitch, kHogBins, ax, ay, c, desc);
@@ -138,33 +139,76 @@ __global__ void HOGMatch_kernel(MatchArgs a) {
   a.out.match_dist2[p] = fold.second;
 }
 
+// The rows' sums added in row order in single precision, then divided by the
+// pixel count, as the host does: one thread.
+__global__ void averageRowsKernel(const float* rowSums, int height, int width, float* average) {
+  float total = 0.0f;
+  for (int y = 0; y < height; ++y) total += rowSums[y];
+  *average = total / (float)(width * height);
+}
+
+// Points outside the frame were refused by the host before the launch; the
+// test here only keeps a point that escaped that check from writing outside
+// the planes.
 __global__ void consistencyCheck_kernel(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
                                   const int* backward_x, const int* backward_y, const float* forward_dist,
                                   const float* forward_nextdist, int n, float* Confidence, float* u, float* v,
-                                  int pitch) {
+                                  int height, int width, int pitch) {
   const int i = blockIdx.x * blockDim.x + threadIdx.x;
-  if (i < n)
+  if (i < n && m_x[i] >= 0 && m_x[i] < width && m_y[i] >= 0 && m_y[i] < height)
     consistencyCheckAt(m_x, m_y, forward_x, forward_y, backward_x, backward_y, forward_dist, forward_nextdist,
                        Confidence, u, v, pitch, i);
+}
+
+constexpr std::size_t kIntChunk = 960;
+struct IntChunk {
+  int values[kIntChunk];
+};
+
+__global__ void storeIntsKernel(int* dst, IntChunk chunk, int n) {
+  const int j = blockIdx.x * blockDim.x + threadIdx.x;
+  if (j < n) dst[j] = chunk.values[j];
 }
 
 }  // namespace
 
 IntBuffer CudaMatchingStages::allocateInts(std::size_t count) {
+  const std::size_t bytes = (count == 0 ? 1 : count) * sizeof(int);
   void* p = nullptr;
-  VEMO_CUDA_CALL(cudaMalloc(&p, (count == 0 ? 1 : count) * sizeof(int)));
+  // Through the backend, which gives its cached blocks back when the device
+  // is full, unless it is wrapped (tests that count operations).
+  if (auto* cuda = dynamic_cast<CudaBackend*>(&backend_))
+    p = cuda->deviceAlloc(bytes);
+  else
+    VEMO_CUDA_CALL(cudaMalloc(&p, bytes));
   return IntBuffer(this, static_cast<int*>(p), count);
 }
 
+// A host-to-device cudaMemcpy from pageable memory first waits for the work
+// queued on the stream; kernel arguments are copied when a launch is issued,
+// so the grid points travel in launches of kIntChunk values (under the 4 KB
+// of arguments every device and driver accepts) and the host never waits.
 void CudaMatchingStages::uploadInts(int* dst, const int* src, std::size_t count) {
-  if (count > 0) VEMO_CUDA_CALL(cudaMemcpy(dst, src, count * sizeof(int), cudaMemcpyHostToDevice));
+  if (count == 0) return;
+  uploaded_[dst].assign(src, src + count);
+  for (std::size_t first = 0; first < count; first += kIntChunk) {
+    IntChunk chunk;
+    const int n = static_cast<int>(count - first < kIntChunk ? count - first : kIntChunk);
+    for (int j = 0; j < n; ++j) chunk.values[j] = src[first + j];
+    storeIntsKernel<<<(n + 255) / 256, 256>>>(dst + first, chunk, n);
+    VEMO_CUDA_LAUNCHED("int upload");
+  }
 }
 
 void CudaMatchingStages::clearInts(int* dst, std::size_t count) {
+  uploaded_.erase(dst);
   if (count > 0) VEMO_CUDA_CALL(cudaMemset(dst, 0, count * sizeof(int)));
 }
 
-void CudaMatchingStages::releaseInts(int* data) noexcept { cudaFree(data); }
+void CudaMatchingStages::releaseInts(int* data) noexcept {
+  uploaded_.erase(data);
+  VEMO_CUDA_TEARDOWN(cudaFree(data));
+}
 
 // Per channel the central gradients (3-tap tiled filters) add their
 // magnitudes to the orientation bins; the bins are smoothed across
@@ -235,24 +279,25 @@ void CudaMatchingStages::computeEnergy(const float* hog, float* energy, int heig
                EnergyOp{hog, energy, nOri, pitch, static_cast<std::size_t>(pitch) * height});
 }
 
-// Row sums on the device, added on the host in row order in single
-// precision.
-float CudaMatchingStages::sum2D(const float* image, int height, int width, int pitch) {
+// Row sums, then their total and the mean, all on the device: the search
+// that needs the mean reads it there, and the host goes on issuing. (The
+// row-sum buffer goes back to the backend's cache at once; a later user of
+// that block is ordered after these kernels on the stream.)
+void CudaMatchingStages::average2D(const float* image, int height, int width, int pitch, float* average) {
   checkPlane("gCompute2DSum", height, width, pitch);
   Buffer sums = backend_.allocate(static_cast<std::size_t>(height));
   compute2DSum_kernel<<<height, kSumThreads>>>(image, width, pitch, sums.data());
   VEMO_CUDA_LAUNCHED("Sum2D");
-  std::vector<float> rows(height);
-  VEMO_CUDA_CALL(cudaMemcpy(rows.data(), sums.data(), height * sizeof(float), cudaMemcpyDeviceToHost));
-  float total = 0.0f;
-  for (float r : rows) total += r;
-  return total;
+  averageRowsKernel<<<1, 1>>>(sums.data(), height, width, average);
+  VEMO_CUDA_LAUNCHED("Sum2D average");
 }
 
 void CudaMatchingStages::hogMatch(const HogMatchInputs& in, const int* mx, const int* my, int n,
                                   const HogMatchResults& out) {
   checkPlane("HOGMatch", in.height, in.width, in.pitch);
   if (n < 0) refuseArguments("HOGMatch: negative point count");
+  uploaded_.erase(out.match_x);  // overwritten on the device: the host copies no longer hold
+  uploaded_.erase(out.match_y);
   if (n == 0) return;
   HOGMatch_kernel<<<n, kMatchWorkers>>>(MatchArgs{in, mx, my, out});
   VEMO_CUDA_LAUNCHED("HOGMatch");
@@ -264,10 +309,21 @@ void CudaMatchingStages::consistencyCheck(const int* m_x, const int* m_y, const 
                                           float* Confidence, float* u, float* v, int height, int width, int pitch) {
   checkPlane("consistencyCheck", height, width, pitch);
   if (n <= 0) return;
-  // The grid points address the planes: each is checked before any write.
-  std::vector<int> xs(n), ys(n);
-  VEMO_CUDA_CALL(cudaMemcpy(xs.data(), m_x, n * sizeof(int), cudaMemcpyDeviceToHost));
-  VEMO_CUDA_CALL(cudaMemcpy(ys.data(), m_y, n * sizeof(int), cudaMemcpyDeviceToHost));
+  // The grid points address the planes: each is checked before any write,
+  // from the copies kept when they were uploaded (the driver's case, no
+  // wait), or else read back.
+  std::vector<int> xs, ys;
+  auto keptX = uploaded_.find(m_x), keptY = uploaded_.find(m_y);
+  if (keptX != uploaded_.end() && keptY != uploaded_.end() && keptX->second.size() >= static_cast<std::size_t>(n) &&
+      keptY->second.size() >= static_cast<std::size_t>(n)) {
+    xs.assign(keptX->second.begin(), keptX->second.begin() + n);
+    ys.assign(keptY->second.begin(), keptY->second.begin() + n);
+  } else {
+    xs.resize(n);
+    ys.resize(n);
+    VEMO_CUDA_CALL(cudaMemcpy(xs.data(), m_x, n * sizeof(int), cudaMemcpyDeviceToHost));
+    VEMO_CUDA_CALL(cudaMemcpy(ys.data(), m_y, n * sizeof(int), cudaMemcpyDeviceToHost));
+  }
   for (int i = 0; i < n; ++i)
     if (xs[i] < 0 || xs[i] >= width || ys[i] < 0 || ys[i] >= height)
       refuseArguments("consistencyCheck: grid point " + std::to_string(i) + " (" + std::to_string(xs[i]) + ", " +
@@ -276,7 +332,7 @@ void CudaMatchingStages::consistencyCheck(const int* m_x, const int* m_y, const 
   const int threads = 256;
   consistencyCheck_kernel<<<(n + threads - 1) / threads, threads>>>(m_x, m_y, forward_x, forward_y, backward_x,
                                                                     backward_y, forward_dist, forward_nextdist, n,
-                                                                    Confidence, u, v, pitch);
+                                                                    Confidence, u, v, height, width, pitch);
   VEMO_CUDA_LAUNCHED("consistency check");
 }
 

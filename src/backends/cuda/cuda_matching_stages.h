@@ -10,6 +10,9 @@
 // This header needs no CUDA headers, so host code may include it.
 #pragma once
 
+#include <map>
+#include <vector>
+
 #include "backends/matching_stages.h"
 
 namespace flowcore {
@@ -31,7 +34,7 @@ class CudaMatchingStages : public MatchingStages {
   void computeConfidence(const float* image, float* conf, int height, int width, int pitch,
                          int nChannels) override;
   void computeEnergy(const float* hog, float* energy, int height, int width, int pitch, int nOri) override;
-  float sum2D(const float* image, int height, int width, int pitch) override;
+  void average2D(const float* image, int height, int width, int pitch, float* average) override;
   void hogMatch(const HogMatchInputs& inputs, const int* mx, const int* my, int n,
                 const HogMatchResults& results) override;
   void consistencyCheck(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
@@ -43,6 +46,10 @@ class CudaMatchingStages : public MatchingStages {
 
  private:
   Backend& backend_;
+  // What uploadInts() put in each array still holding it, so that
+  // consistencyCheck() can check the grid points without reading them back
+  // (which would wait for the device).
+  std::map<const int*, std::vector<int>> uploaded_;
 };
 
 }  // namespace flowcore

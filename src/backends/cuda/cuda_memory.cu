@@ -7,6 +7,8 @@
 #include "backends/cuda/cuda_arguments.h"
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
+#include "pixel/hog.h"
+#include "variational/filter_masks.h"
 
 namespace flowcore {
 
@@ -16,6 +18,8 @@ namespace {
 // Allocation granule: sizes are rounded up to it so that released blocks
 // fit later requests of nearly the same size.
 constexpr std::size_t kGranuleBytes = 256;
+// A stored filter mask holds at most this much.
+constexpr std::size_t kMaskBytesBound = kMaxMaskLength * sizeof(float);
 }  // namespace
 
 Buffer CudaBackend::allocate(std::size_t floats) {
@@ -31,14 +35,12 @@ Buffer CudaBackend::allocate(std::size_t floats) {
     cache_.erase(cached);
     cachedBytes_ -= bytes;
   } else {
-    void* p = nullptr;
-    VEMO_CUDA_CALL(cudaMalloc(&p, bytes));
-    data = static_cast<float*>(p);
+    data = static_cast<float*>(deviceAlloc(bytes));
   }
   try {
     sizes_.emplace(data, bytes);
   } catch (...) {
-    cudaFree(data);
+    VEMO_CUDA_TEARDOWN(cudaFree(data));
     throw;
   }
   // Zero-filled, fresh or reused, as on the CPU backend: no run depends on
@@ -63,9 +65,58 @@ void CudaBackend::release(float* data) noexcept {
       // No room to remember the block: give it back instead.
     }
   }
-  // A failure here cannot be thrown from a destructor; it shows at the next
-  // checked call.
-  cudaFree(data);
+  VEMO_CUDA_TEARDOWN(cudaFree(data));
+}
+
+void* CudaBackend::deviceAlloc(std::size_t bytes) {
+  void* p = nullptr;
+  cudaError_t err = cudaMalloc(&p, bytes);
+  if (err == cudaErrorMemoryAllocation && !cache_.empty()) {
+    cudaGetLastError();  // not sticky: cleared so that no later check sees it
+    emptyCache();
+    err = cudaMalloc(&p, bytes);
+  }
+  if (err == cudaErrorMemoryAllocation) cuda::refuseOutOfMemory(bytes);
+  VEMO_CUDA_CALL(err);
+  return p;
+}
+
+void CudaBackend::emptyCache() {
+  for (auto& entry : cache_) VEMO_CUDA_CALL(cudaFree(entry.second));
+  cache_.clear();
+  cachedBytes_ = 0;
+}
+
+std::size_t CudaBackend::heldBytes() const {
+  std::size_t bytes = rowSumCapacity_ * sizeof(double) + maskBytes_ + (cgScalars_ != nullptr ? sizeof(CgScalars) : 0);
+  for (std::size_t floats : scratchFloats_) bytes += floats * sizeof(float);
+  if (textureArray_ != nullptr)
+    bytes += static_cast<std::size_t>(pitchFor(textureWidth_)) * textureHeight_ * sizeof(float);
+  return bytes;
+}
+
+std::size_t CudaBackend::availableBytes() const {
+  std::size_t freeBytes = 0, totalBytes = 0;
+  VEMO_CUDA_CALL(cudaMemGetInfo(&freeBytes, &totalBytes));
+  return freeBytes + cachedBytes_ + heldBytes();
+}
+
+Backend::RunOverhead CudaBackend::runOverhead(int height, int width, int pitch, int channels) const {
+  const std::size_t plane = static_cast<std::size_t>(pitch) * height * sizeof(float);
+  RunOverhead o;
+  // computeHOG's gradients and bins, or computeConfidence's gradients and
+  // tensor entries, and sum2D's row sums; one at a time.
+  const std::size_t hogPlanes = 2 + kHogBins, confidencePlanes = 2 * static_cast<std::size_t>(channels) + 5;
+  o.matchingScratch = (hogPlanes > confidencePlanes ? hogPlanes : confidencePlanes) * plane +
+                      static_cast<std::size_t>(height) * sizeof(float);
+  // The filter texture's array of a full plane (or, beyond the texture
+  // limits, its copy in scratch); the row sums of a two-plane vector; the
+  // matching's six integer arrays of one entry per 4 x 4 grid cell at most;
+  // the mask store at its bound; the solver scalars.
+  const std::size_t gridPoints = static_cast<std::size_t>((width + 3) / 4) * ((height + 3) / 4);
+  o.held = plane + (2 * static_cast<std::size_t>(height) + 1) * sizeof(double) + 6 * gridPoints * sizeof(int) +
+           kMaxStoredMasks * kMaskBytesBound + sizeof(CgScalars);
+  return o;
 }
 
 int CudaBackend::pitchFor(int width) const {
@@ -101,46 +152,55 @@ void CudaBackend::copy(float* dst, const float* src, std::size_t floats) {
   if (floats == 0 || dst == src) return;
   const bool overlap = dst < src + floats && src < dst + floats;
   const std::size_t bytes = floats * sizeof(float);
+  // Stream-ordered copies (the host does not wait), which a graph capture
+  // can record.
   if (!overlap) {
-    VEMO_CUDA_CALL(cudaMemcpy(dst, src, bytes, cudaMemcpyDeviceToDevice));
+    VEMO_CUDA_CALL(cudaMemcpyAsync(dst, src, bytes, cudaMemcpyDeviceToDevice, stream()));
     return;
   }
   float* staging = scratch(1, floats);
-  VEMO_CUDA_CALL(cudaMemcpy(staging, src, bytes, cudaMemcpyDeviceToDevice));
-  VEMO_CUDA_CALL(cudaMemcpy(dst, staging, bytes, cudaMemcpyDeviceToDevice));
+  VEMO_CUDA_CALL(cudaMemcpyAsync(staging, src, bytes, cudaMemcpyDeviceToDevice, stream()));
+  VEMO_CUDA_CALL(cudaMemcpyAsync(dst, staging, bytes, cudaMemcpyDeviceToDevice, stream()));
 }
 
 void CudaBackend::clear(float* dst, std::size_t floats) {
-  if (floats > 0) VEMO_CUDA_CALL(cudaMemset(dst, 0, floats * sizeof(float)));
+  if (floats > 0) VEMO_CUDA_CALL(cudaMemsetAsync(dst, 0, floats * sizeof(float), stream()));
 }
 
-void CudaBackend::synchronize() { VEMO_CUDA_CALL(cudaDeviceSynchronize()); }
+void CudaBackend::synchronize() {
+  VEMO_CUDA_CALL(cudaDeviceSynchronize());
+  releaseRetired();
+}
 
 float* CudaBackend::scratch(int slot, std::size_t floats) {
   if (floats > scratchFloats_[slot]) {
     if (scratch_[slot] != nullptr) VEMO_CUDA_CALL(cudaFree(scratch_[slot]));
     scratch_[slot] = nullptr;
     scratchFloats_[slot] = 0;
-    void* p = nullptr;
-    VEMO_CUDA_CALL(cudaMalloc(&p, floats * sizeof(float)));
-    scratch_[slot] = static_cast<float*>(p);
+    scratch_[slot] = static_cast<float*>(deviceAlloc(floats * sizeof(float)));
     scratchFloats_[slot] = floats;
   }
   return scratch_[slot];
 }
 
 double* CudaBackend::rowSums(int rows) {
-  // One extra entry holds the total.
+  // One extra entry holds the total. The buffer grows as the pyramid's
+  // levels grow; the outgrown one may still be read by queued kernels, and
+  // cudaFree would wait for them, so it is kept until the device is idle.
   if (rows + 1 > rowSumCapacity_) {
-    if (rowSums_ != nullptr) VEMO_CUDA_CALL(cudaFree(rowSums_));
+    if (rowSums_ != nullptr) retiredRowSums_.push_back(rowSums_);
     rowSums_ = nullptr;
     rowSumCapacity_ = 0;
-    void* p = nullptr;
-    VEMO_CUDA_CALL(cudaMalloc(&p, static_cast<std::size_t>(rows + 1) * sizeof(double)));
-    rowSums_ = static_cast<double*>(p);
-    rowSumCapacity_ = rows + 1;
+    const int capacity = rows + 1 > 1024 ? rows + 1 : 1024;
+    rowSums_ = static_cast<double*>(deviceAlloc(static_cast<std::size_t>(capacity) * sizeof(double)));
+    rowSumCapacity_ = capacity;
   }
   return rowSums_;
+}
+
+void CudaBackend::releaseRetired() noexcept {
+  for (double* p : retiredRowSums_) VEMO_CUDA_TEARDOWN(cudaFree(p));
+  retiredRowSums_.clear();
 }
 
 }  // namespace flowcore

@@ -74,15 +74,22 @@ __global__ void combineRowsKernel(double* rowSums, int rows, CgScalars* scalars,
   }
 }
 
+// The scalars of a solve that stops at once; the count over all solves stays.
+__global__ void stopSolveKernel(CgScalars* scalars) {
+  const long long updates = scalars->updates;
+  *scalars = CgScalars();
+  scalars->updates = updates;
+}
+
 }  // namespace
 
 void CudaBackend::reduce(const float* x, const float* y, int rows, int width, int pitch, DotUse use) {
   double* sums = rowSums(rows);
   CgScalars* scalars = use == DotUse::Host ? nullptr : cgScalars();
   const CgScalars* gate = use == DotUse::Step || use == DotUse::Finish ? scalars : nullptr;
-  rowDotKernel<<<rows, kReduceThreads>>>(x, y, width, pitch, sums, gate);
+  rowDotKernel<<<rows, kReduceThreads, 0, stream()>>>(x, y, width, pitch, sums, gate);
   VEMO_CUDA_LAUNCHED("dot rows");
-  combineRowsKernel<<<1, kReduceThreads>>>(sums, rows, scalars, use);
+  combineRowsKernel<<<1, kReduceThreads, 0, stream()>>>(sums, rows, scalars, use);
   VEMO_CUDA_LAUNCHED("dot combine");
 }
 
@@ -108,8 +115,8 @@ CgScalars* CudaBackend::cgScalars() {
 void CudaBackend::cgBegin(const float* r, const float* z, int height, int width, int pitch) {
   if (height < 1 || width < 1) {
     // Nothing to solve: a solve that has stopped before its first step.
-    const CgScalars none;
-    VEMO_CUDA_CALL(cudaMemcpy(cgScalars(), &none, sizeof none, cudaMemcpyHostToDevice));
+    stopSolveKernel<<<1, 1, 0, stream()>>>(cgScalars());
+    VEMO_CUDA_LAUNCHED("empty solve");
     return;
   }
   reduce(r, z, 2 * height, width, pitch, DotUse::Start);
@@ -123,6 +130,12 @@ int CudaBackend::cgIterations() {
   int iterations = 0;
   VEMO_CUDA_CALL(cudaMemcpy(&iterations, &cgScalars()->iterations, sizeof iterations, cudaMemcpyDeviceToHost));
   return iterations;
+}
+
+long long CudaBackend::solverUpdates() {
+  long long updates = 0;
+  VEMO_CUDA_CALL(cudaMemcpy(&updates, &cgScalars()->updates, sizeof updates, cudaMemcpyDeviceToHost));
+  return updates;
 }
 
 }  // namespace flowcore

@@ -3,11 +3,14 @@
 #include <cuda_runtime.h>
 
 #include <cstddef>
+#include <string>
 
+#include "backends/cuda/cuda_arguments.h"
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
 #include "variational/scratch.h"
+#include "pixel/assembly.h"
 #include "pixel/diffusivity.h"
 #include "pixel/pcg.h"
 #include "pixel/robust_factors.h"
@@ -31,6 +34,17 @@ struct GradientYOp {
   const float *grad, *channel;
   int pitch;
   __device__ void operator()(int x, int y) const { gradientYPixel(diffY, grad, channel, x, y, pitch); }
+};
+
+// The whole diffusivity of a fixed-point step, over the pitch x height
+// planes (padding columns end as 0, as the composed passes leave them).
+struct DiffusivityOp {
+  const float *u, *v, *du, *dv;
+  float *diffX, *diffY;
+  int height, width, pitch;
+  __device__ void operator()(int x, int y) const {
+    diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch);
+  }
 };
 
 struct NormalizeOp {
@@ -81,21 +95,10 @@ struct MakeMatrixOp {
 // The three weights of a pixel feed its matrix row straight from registers,
 // as in the CPU backend's fused pass; the weight planes are not written.
 struct AssembleOp {
-  const float *ST, *ST2, *du, *dv, *u, *v, *geoU, *geoV, *geoConf, *diffX, *diffY;
-  float *devMatrix, *b;
+  AssemblyInputs in;
   int height, width, pitch;
   float alpha, beta, gamma;
-  __device__ void operator()(int x, int y) const {
-    const int i = y * pitch + x;
-    const int plane = pitch * height;
-    const float pd = dataWeight(ST, i, plane, du[i], dv[i]);
-    const float pg = gradientWeight(ST2, i, plane, du[i], dv[i], gamma);
-    float pm, mu, mv;
-    matchSingle(u, v, du, dv, geoU, geoV, geoConf, i, beta, pm, mu, mv);
-    const Neighbours n = neighboursOf(x, y, height, width);
-    makeMatrixAt(devMatrix, b, pd, pg, pm, mu, mv, ST, ST2, u, v, diffX, diffY, i, plane, pitch, n.north, n.west,
-                 n.east, n.south, alpha);
-  }
+  __device__ void operator()(int x, int y) const { assembleAt(in, x, y, height, width, pitch, alpha, beta, gamma); }
 };
 
 struct BlockJacobiOp {
@@ -239,19 +242,21 @@ __global__ void updatePreconditionKernel(const float* A, float* du, const float*
   blockJacobiPixel(A, r, z, i, plane);
 }
 
-void launchProduct(const char* label, const float* A, const float* du, const float* dv, const float* z, float beta,
-                   float* pNext, float* q, const CgScalars* gate, int height, int width, int pitch) {
+void launchProduct(cudaStream_t stream, const char* label, const float* A, const float* du, const float* dv,
+                   const float* z, float beta, float* pNext, float* q, const CgScalars* gate, int height, int width,
+                   int pitch) {
   if (height < 1 || width < 1) return;
   const dim3 grid = cuda::checkedPixelGrid(label, height, width);
-  mvm_opt_kernel<<<grid, cuda::pixelBlock()>>>(A, du, dv, z, beta, pNext, q, gate, height, width, pitch);
+  mvm_opt_kernel<<<grid, cuda::pixelBlock(), 0, stream>>>(A, du, dv, z, beta, pNext, q, gate, height, width, pitch);
   VEMO_CUDA_LAUNCHED(label);
 }
 
-void launchUpdate(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
-                  const CgScalars* gate, int height, int width, int pitch) {
+void launchUpdate(cudaStream_t stream, const float* A, float* du, const float* p, float* r, const float* q, float a,
+                  float* z, const CgScalars* gate, int height, int width, int pitch) {
   if (height < 1 || width < 1) return;
   const dim3 grid = cuda::checkedPixelGrid("UpdatePrecondition", height, width);
-  updatePreconditionKernel<<<grid, cuda::pixelBlock()>>>(A, du, p, r, q, a, z, gate, height, width, pitch);
+  updatePreconditionKernel<<<grid, cuda::pixelBlock(), 0, stream>>>(A, du, p, r, q, a, z, gate, height, width,
+                                                                     pitch);
   VEMO_CUDA_LAUNCHED("UpdatePrecondition");
 }
 
@@ -259,27 +264,38 @@ void launchUpdate(const float* A, float* du, const float* p, float* r, const flo
 
 void CudaBackend::gradientX(float* diffX, const float* grad, const float* channel, int height, int width,
                             int pitch) {
-  forEachPixel("gradientX", height, width - 1, GradientXOp{diffX, grad, channel, pitch});
+  forEachPixel("gradientX", height, width - 1, GradientXOp{diffX, grad, channel, pitch}, stream());
 }
 
 void CudaBackend::gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
                             int pitch) {
-  forEachPixel("gradientY", height - 1, width, GradientYOp{diffY, grad, channel, pitch});
+  forEachPixel("gradientY", height - 1, width, GradientYOp{diffY, grad, channel, pitch}, stream());
+}
+
+void CudaBackend::diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
+                              float* diffY, int height, int width, int pitch, float* sum, float* derivative) {
+  (void)sum;  // scratch of the composed passes, not needed here
+  (void)derivative;
+  if (height < 1 || width < 1) return;
+  if (pitch < width) cuda::refuseArguments("diffusivity: pitch " + std::to_string(pitch) + " below width " +
+                                           std::to_string(width));
+  forEachPixel("Diffusivity", height, pitch, DiffusivityOp{u, v, du, dv, diffX, diffY, height, width, pitch},
+               stream());
 }
 
 void CudaBackend::normalize(float* x, int height, int width, int pitch) {
-  forEachPixel("normalize", height, width, NormalizeOp{x, pitch});
+  forEachPixel("normalize", height, width, NormalizeOp{x, pitch}, stream());
 }
 
 void CudaBackend::dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height,
                              int width, int pitch) {
-  forEachPixel("DataFactor", height, width, DataFactorOp{ST, du, dv, dPsiData, pitch, pitch * height});
+  forEachPixel("DataFactor", height, width, DataFactorOp{ST, du, dv, dPsiData, pitch, pitch * height}, stream());
 }
 
 void CudaBackend::gradientFactor(const float* ST2, const float* du, const float* dv, float* dPsiGradient,
                                  int height, int width, int pitch, float gamma) {
   forEachPixel("GradientFactor", height, width,
-               GradientFactorOp{ST2, du, dv, dPsiGradient, pitch, pitch * height, gamma});
+               GradientFactorOp{ST2, du, dv, dPsiGradient, pitch, pitch * height, gamma}, stream());
 }
 
 void CudaBackend::matchFactor(const float* u, const float* v, const float* du, const float* dv, const float* geoU,
@@ -287,7 +303,7 @@ void CudaBackend::matchFactor(const float* u, const float* v, const float* du, c
                               float* matchV, int hypos, int height, int width, int pitch, float beta) {
   forEachPixel("MatchFactor", height, width,
                MatchFactorOp{u, v, du, dv, geoU, geoV, geoConf, dPsiMatch, matchU, matchV, hypos, pitch,
-                             pitch * height, beta});
+                             pitch * height, beta}, stream());
 }
 
 void CudaBackend::makeMatrix(float* devMatrix, float* b, const float* dPsiData, const float* dPsiGradient,
@@ -296,77 +312,77 @@ void CudaBackend::makeMatrix(float* devMatrix, float* b, const float* dPsiData, 
                              const float* diffY, int height, int width, int pitch, float alpha) {
   forEachPixel("MakeMatrix", height, width,
                MakeMatrixOp{devMatrix, b, dPsiData, dPsiGradient, dPsiMatch, ST, ST2, matchU, matchV, u, v, diffX,
-                            diffY, height, width, pitch, alpha});
+                            diffY, height, width, pitch, alpha}, stream());
 }
 
 void CudaBackend::assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
                                  const float* geoV, const float* geoConf, int height, int width, int pitch,
                                  float alpha, float beta, float gamma) {
   const std::size_t plane = static_cast<std::size_t>(pitch) * height;
-  forEachPixel("Assemble", height, width,
-               AssembleOp{fp.ST, fp.ST2, fp.du, fp.du + plane, u, v, geoU, geoV, geoConf, fp.diffX, fp.diffY,
-                          fp.devMatrix, fp.b, height, width, pitch, alpha, beta, gamma});
+  const AssemblyInputs in{fp.ST, fp.ST2, fp.du,    fp.du + plane, u,        v,   geoU,
+                          geoV,  geoConf, fp.diffX, fp.diffY,     fp.devMatrix, fp.b};
+  forEachPixel("Assemble", height, width, AssembleOp{in, height, width, pitch, alpha, beta, gamma}, stream());
 }
 
 void CudaBackend::residual(const float* A, const float* rhs, const float* du, const float* dv, int height, int width,
                            int pitch, float* res) {
   if (height < 1 || width < 1) return;
   const dim3 grid = cuda::checkedPixelGrid("Residual", height, width);
-  computeResidual_opt_kernel<<<grid, cuda::pixelBlock()>>>(A, rhs, du, dv, res, height, width, pitch);
+  computeResidual_opt_kernel<<<grid, cuda::pixelBlock(), 0, stream()>>>(A, rhs, du, dv, res, height, width, pitch);
   VEMO_CUDA_LAUNCHED("Residual");
 }
 
 void CudaBackend::product(const float* A, const float* du, const float* dv, int height, int width, int pitch,
                           float* res) {
-  launchProduct("Product", A, du, dv, nullptr, 0.0f, nullptr, res, nullptr, height, width, pitch);
+  launchProduct(stream(), "Product", A, du, dv, nullptr, 0.0f, nullptr, res, nullptr, height, width, pitch);
 }
 
 void CudaBackend::blockJacobi(const float* A, const float* x, float* y, int height, int width, int pitch) {
-  forEachPixel("BlockJacobi", height, width, BlockJacobiOp{A, x, y, pitch, pitch * height});
+  forEachPixel("BlockJacobi", height, width, BlockJacobiOp{A, x, y, pitch, pitch * height}, stream());
 }
 
 void CudaBackend::saxpy2(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2, float alpha2,
                          int height, int width, int pitch) {
-  forEachPixel("Saxpy2", height, width, Saxpy2Op{acc1, b1, alpha1, acc2, b2, alpha2, pitch});
+  forEachPixel("Saxpy2", height, width, Saxpy2Op{acc1, b1, alpha1, acc2, b2, alpha2, pitch}, stream());
 }
 
 void CudaBackend::scaleAndAdd(float* acc, const float* b, float s, int height, int width, int pitch) {
-  forEachPixel("ScaleAndAdd", height, width, ScaleAndAddOp{acc, b, s, pitch});
+  forEachPixel("ScaleAndAdd", height, width, ScaleAndAddOp{acc, b, s, pitch}, stream());
 }
 
 float CudaBackend::productDot(const float* A, const float* p, float* q, int height, int width, int pitch) {
   const float* pv = p + static_cast<std::size_t>(pitch) * height;
-  launchProduct("Product", A, p, pv, nullptr, 0.0f, nullptr, q, nullptr, height, width, pitch);
+  launchProduct(stream(), "Product", A, p, pv, nullptr, 0.0f, nullptr, q, nullptr, height, width, pitch);
   return dot(p, q, 2 * height, width, pitch);
 }
 
 float CudaBackend::nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext,
                                            float* q, int height, int width, int pitch) {
-  launchProduct("NextDirectionProduct", A, p, nullptr, z, beta, pNext, q, nullptr, height, width, pitch);
+  launchProduct(stream(), "NextDirectionProduct", A, p, nullptr, z, beta, pNext, q, nullptr, height, width, pitch);
   return dot(pNext, q, 2 * height, width, pitch);
 }
 
 float CudaBackend::updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,
                                       float* z, int height, int width, int pitch) {
-  launchUpdate(A, du, p, r, q, a, z, nullptr, height, width, pitch);
+  launchUpdate(stream(), A, du, p, r, q, a, z, nullptr, height, width, pitch);
   return dot(r, z, 2 * height, width, pitch);
 }
 
 void CudaBackend::cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) {
   const float* pv = p + static_cast<std::size_t>(pitch) * height;
-  launchProduct("Product", A, p, pv, nullptr, 0.0f, nullptr, q, cgScalars(), height, width, pitch);
+  launchProduct(stream(), "Product", A, p, pv, nullptr, 0.0f, nullptr, q, cgScalars(), height, width, pitch);
   if (height >= 1 && width >= 1) reduce(p, q, 2 * height, width, pitch, DotUse::Step);
 }
 
 void CudaBackend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
                                 int width, int pitch) {
-  launchProduct("NextDirectionProduct", A, p, nullptr, z, 0.0f, pNext, q, cgScalars(), height, width, pitch);
+  launchProduct(stream(), "NextDirectionProduct", A, p, nullptr, z, 0.0f, pNext, q, cgScalars(), height, width, pitch);
   if (height >= 1 && width >= 1) reduce(pNext, q, 2 * height, width, pitch, DotUse::Step);
 }
 
 void CudaBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,
                            int width, int pitch) {
-  launchUpdate(A, du, p, r, q, 0.0f, z, cgScalars(), height, width, pitch);
+  launchUpdate(stream(), A, du, p, r, q, 0.0f, z, cgScalars(), height, width, pitch);
   if (height >= 1 && width >= 1) reduce(r, z, 2 * height, width, pitch, DotUse::Finish);
 }
 

@@ -106,15 +106,15 @@ struct GradientTensorOp {
 }  // namespace
 
 void CudaBackend::scale(float* arr, int height, int width, int pitch, float s) {
-  forEachPixel("Scale", height, width, ScaleOp{arr, pitch, s});
+  forEachPixel("Scale", height, width, ScaleOp{arr, pitch, s}, stream());
 }
 
 void CudaBackend::setValue(float* a, int height, int width, int pitch, float val) {
-  forEachPixel("setValue", height, width, SetValueOp{a, pitch, val});
+  forEachPixel("setValue", height, width, SetValueOp{a, pitch, val}, stream());
 }
 
 void CudaBackend::add(float* acc, const float* b, int height, int width, int pitch) {
-  forEachPixel("Add", height, width, AddOp{acc, b, pitch});
+  forEachPixel("Add", height, width, AddOp{acc, b, pitch}, stream());
 }
 
 void CudaBackend::downsample(const float* arr, int height, int width, int pitch, float* out, int newheight,
@@ -122,14 +122,14 @@ void CudaBackend::downsample(const float* arr, int height, int width, int pitch,
   checkPlane("downsample (source)", height, width, pitch);
   checkPlane("downsample (target)", newheight, newwidth, newpitch);
   forEachPixel("Downsample", newheight, newwidth,
-               DownsampleOp{arr, height, width, pitch, out, newheight, newwidth, newpitch, conf});
+               DownsampleOp{arr, height, width, pitch, out, newheight, newwidth, newpitch, conf}, stream());
 }
 
 void CudaBackend::interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height,
                               int width, int pitch, float scaleFactor) {
   checkPlane("gInterpolate (source)", height, width, pitch);
   checkPlane("gInterpolate (target)", oheight, owidth, opitch);
-  forEachPixel("Inteprolation", oheight, owidth, InterpolateOp{out, opitch, src, height, width, pitch, scaleFactor});
+  forEachPixel("Inteprolation", oheight, owidth, InterpolateOp{out, opitch, src, height, width, pitch, scaleFactor}, stream());
 }
 
 void CudaBackend::warpMotion(float* out, const float* u, const float* v, const float* src, const float* first,
@@ -137,24 +137,24 @@ void CudaBackend::warpMotion(float* out, const float* u, const float* v, const f
   checkPlane("gWarpMotion", height, width, pitch);
   if (nChan < 1)
     refuseArguments("gWarpMotion: the image needs at least one channel, got " + std::to_string(nChan));
-  forEachPixel("Warping", height, width, WarpOp{out, u, v, src, first, nChan, confidence, height, width, pitch});
+  forEachPixel("Warping", height, width, WarpOp{out, u, v, src, first, nChan, confidence, height, width, pitch}, stream());
 }
 
 void CudaBackend::diff(float* c, const float* a, const float* b, int height, int width, int pitch) {
   checkPlane("Diff", height, width, pitch);
-  forEachPixel("Diff", height, width, DiffOp{c, a, b, pitch});
+  forEachPixel("Diff", height, width, DiffOp{c, a, b, pitch}, stream());
 }
 
 void CudaBackend::brightnessTensor(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* conf,
                                    int height, int width, int pitch) {
   checkPlane("MakeST", height, width, pitch);
-  forEachPixel("MakeST", height, width, BrightnessTensorOp{ST, Ix, Iy, Iz, conf, height, width, pitch});
+  forEachPixel("MakeST", height, width, BrightnessTensorOp{ST, Ix, Iy, Iz, conf, height, width, pitch}, stream());
 }
 
 void CudaBackend::gradientTensor(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
                                  const float* Iyz, const float* conf, int height, int width, int pitch) {
   checkPlane("MakeST2", height, width, pitch);
-  forEachPixel("MakeST2", height, width, GradientTensorOp{ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch});
+  forEachPixel("MakeST2", height, width, GradientTensorOp{ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch}, stream());
 }
 
 }  // namespace flowcore

@@ -1,4 +1,6 @@
-// Finds out whether a usable CUDA device is present.
+// Gathers what the CUDA runtime says about the device asked for; the
+// verdict is judgeCudaDevice's. Nothing here is checked with the fatal
+// macros: a failure is a fact to report, not a reason to exit.
 #include <cuda_runtime.h>
 
 #include <string>
@@ -9,48 +11,55 @@ namespace flowcore {
 
 namespace {
 
-CudaProbe probe() {
-  CudaProbe result;
-  int count = 0;
-  const cudaError_t err = cudaGetDeviceCount(&count);
-  if (err == cudaErrorNoDevice || err == cudaErrorInsufficientDriver || (err == cudaSuccess && count == 0)) {
-    cudaGetLastError();  // clear the "no device" error
-    return result;
+CudaCountAnswer countAnswer(cudaError_t err) {
+  switch (err) {
+    case cudaSuccess: return CudaCountAnswer::Devices;
+    case cudaErrorNoDevice: return CudaCountAnswer::NoDevice;
+    case cudaErrorInsufficientDriver: return CudaCountAnswer::InsufficientDriver;
+    case cudaErrorStubLibrary: return CudaCountAnswer::StubDriver;
+    default: return CudaCountAnswer::OtherError;
   }
-  result.present = true;
-  if (err != cudaSuccess) {
-    cudaGetLastError();
-    result.reason = std::string("the CUDA driver reports: ") + cudaGetErrorString(err);
-    return result;
-  }
-  cudaDeviceProp prop{};
-  if (cudaGetDeviceProperties(&prop, 0) != cudaSuccess) {
-    cudaGetLastError();
-    result.reason = "the properties of CUDA device 0 cannot be read";
-    return result;
-  }
-  if (prop.major * 10 + prop.minor < 75) {
-    result.reason = std::string(prop.name) + " has compute capability " + std::to_string(prop.major) + "." +
-                    std::to_string(prop.minor) + ", below the 7.5 this build needs";
-    return result;
-  }
-  // Makes the context now, so that a device that is busy (exclusive mode) or
-  // out of memory is found here rather than at the first allocation.
-  const cudaError_t ctx = cudaFree(nullptr);
-  if (ctx != cudaSuccess) {
-    cudaGetLastError();
-    result.reason = std::string(prop.name) + " cannot be used: " + cudaGetErrorString(ctx);
-    return result;
-  }
-  result.usable = true;
-  return result;
 }
 
 }  // namespace
 
-const CudaProbe& probeCudaDevice() {
-  static const CudaProbe result = probe();
-  return result;
+void gatherCudaFacts(int ordinal, CudaProbeFacts& f) {
+  f.ordinal = ordinal;
+  cudaDriverGetVersion(&f.driverVersion);
+  cudaRuntimeGetVersion(&f.runtimeVersion);
+  const cudaError_t count = cudaGetDeviceCount(&f.deviceCount);
+  cudaGetLastError();  // a failed probe leaves no error for the next check
+  f.count = countAnswer(count);
+  if (count != cudaSuccess) {
+    f.countError = cudaGetErrorString(count);
+    f.deviceCount = 0;
+    return;
+  }
+  if (ordinal < 0 || ordinal >= f.deviceCount) return;
+  cudaDeviceProp prop{};
+  const cudaError_t props = cudaGetDeviceProperties(&prop, ordinal);
+  if (props != cudaSuccess) {
+    cudaGetLastError();
+    f.propertiesError = cudaGetErrorString(props);
+    return;
+  }
+  f.name = prop.name;
+  f.major = prop.major;
+  f.minor = prop.minor;
+  if (f.major * 10 + f.minor < kMinComputeCapability) return;
+  // Makes the context now, so that a device that is busy (exclusive mode) or
+  // out of memory is found here rather than at the first allocation.
+  // The calling thread's current device is left as it was.
+  int current = 0;
+  cudaGetDevice(&current);
+  cudaError_t ctx = cudaSetDevice(ordinal);
+  if (ctx == cudaSuccess) ctx = cudaFree(nullptr);
+  if (ctx != cudaSuccess) {
+    cudaGetLastError();
+    f.contextError = cudaGetErrorString(ctx);
+  }
+  cudaSetDevice(current);
+  cudaGetLastError();
 }
 
 }  // namespace flowcore

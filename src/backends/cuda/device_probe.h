@@ -1,30 +1,22 @@
-// Whether the CUDA backend can run here: built with nvcc, a device of
-// compute capability 7.5 or newer present, and a context can be made on it.
+// Whether the CUDA backend can run here: built with nvcc, the device asked
+// for present with compute capability 7.5 or newer, and a context can be
+// made on it. The decision itself is judgeCudaDevice (device_verdict.h).
 #pragma once
 
-#include <string>
+#include "backends/cuda/device_verdict.h"
 
 namespace flowcore {
 
-struct CudaProbe {
-  // No CUDA device at all (or no driver, or a build without CUDA): the
-  // normal case on a machine without a GPU, worth no message.
-  bool present = false;
-  bool usable = false;
-  // When a device is present but unusable: why, in a few words.
-  std::string reason;
-};
+// Probes device `ordinal` (cuda:N) once per process; later calls return the
+// first answer. In a build without CUDA: nothing present.
+const CudaProbe& probeCudaDevice(int ordinal = 0);
 
-// Probes once per process; later calls return the first answer.
+inline bool cudaDeviceUsable(int ordinal = 0) { return probeCudaDevice(ordinal).usable; }
+
 #if defined(VEMO_HAVE_CUDA)
-const CudaProbe& probeCudaDevice();
-#else
-inline const CudaProbe& probeCudaDevice() {
-  static const CudaProbe none;
-  return none;
-}
+// Fills the CUDA runtime's fields of `facts` for device `ordinal`
+// (device_probe.cu).
+void gatherCudaFacts(int ordinal, CudaProbeFacts& facts);
 #endif
-
-inline bool cudaDeviceUsable() { return probeCudaDevice().usable; }
 
 }  // namespace flowcore

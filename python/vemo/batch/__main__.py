@@ -1,0 +1,64 @@
+"""python -m vemo.batch INPUT... -o OUTPUT: the flow of every consecutive pair
+of the sequences under the inputs. Exit status 0 when every pair has its
+flow, 1 when some failed, 2 for a usage error."""
+
+from __future__ import annotations
+
+import argparse
+import sys
+from typing import List, Optional
+
+from .run import MANIFEST, run_batch
+
+
+def parse(argv: Optional[List[str]]) -> argparse.Namespace:
+    p = argparse.ArgumentParser(
+        prog="python -m vemo.batch",
+        description="Computes the optical flow of every consecutive pair of frames of the sequences under "
+        "the inputs (folders of numbered frames such as 00001.png, and video files, searched recursively) on a "
+        "Dask cluster, "
+        "writing <label>.flo per pair under OUTPUT in folders that mirror the input. Pairs whose output is "
+        "already there are skipped, so an interrupted batch is finished by running it again.",
+    )
+    p.add_argument("inputs", nargs="+", metavar="INPUT", help="folder (or file) holding sequences")
+    p.add_argument("-o", "--output", required=True, help="output folder")
+    p.add_argument("--scheduler", metavar="tcp://HOST:PORT", help="an existing Dask scheduler "
+                   "(default: a local cluster of this machine)")
+    p.add_argument("--workers", type=int, help="local worker processes (default: one per core, or per GPU)")
+    p.add_argument("--threads", type=int, help="OpenMP threads per worker (default: cores / workers)")
+    p.add_argument("--chunk", type=int, default=8, help="consecutive pairs per task (default 8)")
+    p.add_argument("--viz", action="store_true", help="also write a colour picture <label>.png per pair")
+    p.add_argument("--manifest", help=f"JSON record of every pair (default OUTPUT/{MANIFEST})")
+    p.add_argument("--device", choices=("auto", "cpu", "cuda"), default="auto")
+    p.add_argument("--sigma", type=float, default=0.8)
+    p.add_argument("--alpha", type=float, default=30)
+    p.add_argument("--beta", type=float, default=300)
+    p.add_argument("--gamma", type=float, default=5)
+    p.add_argument("--eta", type=float, default=0.95)
+    p.add_argument("--fixed-point-iters", type=int, default=5)
+    p.add_argument("--solver-iters", type=int, default=10)
+    return p.parse_args(argv)
+
+
+def main(argv: Optional[List[str]] = None) -> int:
+    a = parse(argv)
+    try:
+        result = run_batch(
+            a.inputs, a.output, scheduler=a.scheduler, workers=a.workers, threads=a.threads, chunk_size=a.chunk,
+            pictures=a.viz, manifest=a.manifest, device=a.device, sigma=a.sigma, alpha=a.alpha, beta=a.beta,
+            gamma=a.gamma, eta=a.eta, fixed_point_iters=a.fixed_point_iters, solver_iters=a.solver_iters,
+        )
+    except ValueError as error:
+        print(f"vemo.batch: {error}", file=sys.stderr)
+        return 2
+    except KeyboardInterrupt:
+        print("vemo.batch: interrupted; the manifest lists what was done, and running the same command again "
+              "computes the rest", file=sys.stderr)
+        return 130
+    print(result.summary(), file=sys.stderr)
+    print(f"vemo.batch: manifest {result.manifest}", file=sys.stderr)
+    return 0 if result.ok else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

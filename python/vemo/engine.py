@@ -1,0 +1,142 @@
+"""Flow of frame pairs: the one-call function and the Engine that keeps its
+backend for many pairs."""
+
+from __future__ import annotations
+
+from typing import NamedTuple, Optional
+
+import numpy as np
+
+from . import _vemo
+
+
+class PairFlow(NamedTuple):
+    """The flows of one pair, as ``vemo-flow --backward --occlusions`` writes them."""
+
+    forward: np.ndarray
+    """frame 1 -> frame 2, float32 H x W x 2 (u, v in pixels)."""
+    backward: np.ndarray
+    """frame 2 -> frame 1, float32 H x W x 2."""
+    occluded: np.ndarray
+    """bool H x W: True where forward and backward flow disagree (the pixel
+    is hidden in frame 2 or leaves the frame)."""
+
+
+def _array(frame: object, name: str) -> object:
+    if not isinstance(frame, np.ndarray):
+        raise TypeError(f"{name} must be a numpy array, not {type(frame).__name__}")
+    return frame
+
+
+class Engine:
+    """One backend, and the buffers it keeps, for many frame pairs.
+
+    ``device`` is ``"auto"`` (the CUDA GPU where one is usable, else the
+    CPU), ``"cpu"`` or ``"cuda"`` (RuntimeError when no GPU can be used).
+    ``threads`` limits the OpenMP threads of the CPU stages (None: all
+    cores, or ``OMP_NUM_THREADS``); results do not depend on it.
+
+    The computations release the GIL, so other threads can read or write
+    files meanwhile; computations of several threads take turns.
+    """
+
+    def __init__(self, device: str = "auto", threads: Optional[int] = None) -> None:
+        if threads is not None and (isinstance(threads, bool) or not isinstance(threads, int)):
+            raise TypeError(f"threads must be an int or None, not {type(threads).__name__}")
+        if threads is not None and not 1 <= threads <= 1024:
+            raise ValueError(f"threads must be from 1 to 1024, not {threads}")
+        self._engine = _vemo.Engine(device, 0 if threads is None else threads)
+
+    @property
+    def device(self) -> str:
+        """The backend that runs this engine's pairs: ``"cpu"`` or ``"cuda"``."""
+        return self._engine.device
+
+    def __repr__(self) -> str:
+        threads = self._engine.threads or None
+        return f"vemo.Engine(device={self.device!r}, threads={threads!r})"
+
+    def flow(
+        self,
+        frame1: np.ndarray,
+        frame2: np.ndarray,
+        *,
+        sigma: float = 0.8,
+        alpha: float = 30,
+        beta: float = 300,
+        gamma: float = 5,
+        eta: float = 0.95,
+        fixed_point_iters: int = 5,
+        solver_iters: int = 10,
+    ) -> np.ndarray:
+        """The flow from frame1 to frame2 as float32 H x W x 2 (u, v in pixels).
+
+        Frames: H x W x 3 (RGB) or H x W (grey) arrays of uint8, uint16
+        (scaled by 255/65535) or float32 (0..255 scale), any strides, both of
+        the same size, at least 2 x 2. The parameters are those of the
+        ``vemo`` program: presmoothing sigma, smoothness alpha, matching
+        weight beta, gradient-constancy weight gamma, pyramid factor eta,
+        fixed-point and solver iterations. The result equals the ``.flo``
+        the program writes for the same frames and parameters, bit for bit.
+
+        Raises TypeError or ValueError for bad frames or parameters (before
+        any work), MemoryError when the run does not fit in memory and
+        RuntimeError for a failure of the backend.
+        """
+        return self._engine.flow(
+            _array(frame1, "frame1"), _array(frame2, "frame2"),
+            sigma, alpha, beta, gamma, eta, fixed_point_iters, solver_iters,
+        )
+
+    def flow_pair(
+        self,
+        frame1: np.ndarray,
+        frame2: np.ndarray,
+        *,
+        sigma: float = 0.8,
+        alpha: float = 30,
+        beta: float = 300,
+        gamma: float = 5,
+        eta: float = 0.95,
+        fixed_point_iters: int = 5,
+        solver_iters: int = 10,
+    ) -> PairFlow:
+        """Forward flow, backward flow and occlusion mask of a pair.
+
+        The backward flow is computed from the frames as given (both flows
+        see frames smoothed once), and a pixel is occluded where the forward
+        flow and the backward flow at its target do not cancel, as with
+        ``vemo-flow --backward --occlusions``. Frames, parameters and errors
+        as for :meth:`flow`.
+        """
+        forward, backward, occluded = self._engine.flow_pair(
+            _array(frame1, "frame1"), _array(frame2, "frame2"),
+            sigma, alpha, beta, gamma, eta, fixed_point_iters, solver_iters,
+        )
+        return PairFlow(forward, backward, occluded)
+
+
+def flow(
+    frame1: np.ndarray,
+    frame2: np.ndarray,
+    *,
+    sigma: float = 0.8,
+    alpha: float = 30,
+    beta: float = 300,
+    gamma: float = 5,
+    eta: float = 0.95,
+    fixed_point_iters: int = 5,
+    solver_iters: int = 10,
+    device: str = "auto",
+    threads: Optional[int] = None,
+) -> np.ndarray:
+    """The flow from frame1 to frame2 as float32 H x W x 2 (u, v in pixels).
+
+    A one-off :class:`Engine` (``device``, ``threads``) computes it; see
+    :meth:`Engine.flow` for the frames, the parameters and the errors. For
+    many pairs keep an Engine, which keeps its buffers.
+    """
+    return Engine(device, threads).flow(
+        frame1, frame2, sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
+        fixed_point_iters=fixed_point_iters, solver_iters=solver_iters,
+    )

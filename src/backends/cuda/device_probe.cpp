@@ -1,0 +1,28 @@
+#include "backends/cuda/device_probe.h"
+
+#include <map>
+#include <mutex>
+
+namespace flowcore {
+
+const CudaProbe& probeCudaDevice(int ordinal) {
+#if defined(VEMO_HAVE_CUDA)
+  static std::mutex lock;
+  static std::map<int, CudaProbe> probes;
+  std::lock_guard<std::mutex> hold(lock);
+  auto found = probes.find(ordinal);
+  if (found == probes.end()) {
+    CudaProbeFacts facts;
+    readSystemGpuFacts(facts);
+    gatherCudaFacts(ordinal, facts);
+    found = probes.emplace(ordinal, judgeCudaDevice(facts)).first;
+  }
+  return found->second;
+#else
+  (void)ordinal;
+  static const CudaProbe none{false, false, "this build has no CUDA backend"};
+  return none;
+#endif
+}
+
+}  // namespace flowcore

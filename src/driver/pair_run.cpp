@@ -1,0 +1,124 @@
+#include "driver/pair_run.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
+
+#include "backends/backend_factory.h"
+#include "backends/cuda/device_probe.h"
+#include "driver/flow_picture.h"
+#include "driver/flow_stages.h"
+#include "driver/occlusion.h"
+#include "driver/pair_flow.h"
+#include "driver/optic_flow.h"
+#include "driver/run_flow.h"
+#include "image/exceptions.h"
+#include "image/write_picture.h"
+
+namespace {
+
+constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid point
+
+// The flow from `from` to `to`; with --timings, under a line naming it and
+// with its own stage times.
+CTensor<float> labelledFlow(flowcore::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
+                            const FlowOptions& o, const char* direction, const std::string& fromName,
+                            const std::string& toName) {
+  if (o.timings) {
+    resetStageTimers();
+    std::printf("%s flow %s -> %s:\n", direction, fromName.c_str(), toName.c_str());
+  }
+  return flowBetween(backend, from, to, o.sigma,
+                     FlowParameters{o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations});
+}
+
+}  // namespace
+
+std::vector<std::string> PairOutputs::names() const {
+  std::vector<std::string> out;
+  for (const std::string* name : {&flow, &backward, &viz, &occlusions})
+    if (!name->empty()) out.push_back(*name);
+  return out;
+}
+
+std::string selectBackend(const flowcore::DeviceRequest& device) {
+  flowcore::requestBackend(device.backend, device.cudaDevice);
+  const std::string chosen = flowcore::chosenBackendName();
+  if (device.backend == flowcore::BackendRequest::Cuda && chosen != "cuda") {
+    const flowcore::CudaProbe& probe = flowcore::probeCudaDevice(device.cudaDevice);
+    const std::string why = probe.present ? probe.reason : "no usable CUDA GPU was found";
+    std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kFlowProgram, why.c_str(),
+                 chosen.c_str());
+  }
+  return chosen;
+}
+
+void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, const std::string& name1,
+                 const std::string& name2, bool quiet) {
+  if (frame1.xSize != frame2.xSize || frame1.ySize != frame2.ySize) {
+    std::fprintf(stderr, "%s: frames differ in size: %s is %d x %d, %s is %d x %d\n", kFlowProgram, name1.c_str(),
+                 frame1.xSize, frame1.ySize, name2.c_str(), frame2.xSize, frame2.ySize);
+    throw ETensorIncompatibleSize();
+  }
+  if (frame1.xSize < 2 || frame1.ySize < 2) {
+    std::fprintf(stderr, "%s: frames of %d x %d are too small: at least 2 x 2 pixels are needed\n", kFlowProgram,
+                 frame1.xSize, frame1.ySize);
+    throw ETensorIncompatibleSize();
+  }
+  if (!quiet && (frame1.xSize < kMatchingMinimum || frame1.ySize < kMatchingMinimum)) {
+    std::fprintf(stderr, "%s: note: frames of %d x %d are below %d x %d: descriptor matching is skipped\n",
+                 kFlowProgram, frame1.xSize, frame1.ySize, kMatchingMinimum, kMatchingMinimum);
+  }
+}
+
+void checkOutputDirectory(const std::string& name) {
+  if (name.empty()) return;
+  const size_t slash = name.find_last_of('/');
+  const std::string dir = slash == std::string::npos ? "." : (slash == 0 ? "/" : name.substr(0, slash));
+  if (access(dir.c_str(), W_OK) != 0) {
+    std::fprintf(stderr, "%s: cannot write %s: directory %s is missing or not writable\n", kFlowProgram,
+                 name.c_str(), dir.c_str());
+    throw EFileNotFound();
+  }
+}
+
+CTensor<float> runPair(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
+                       const FlowOptions& o, const PairOutputs& out, const std::string& name1,
+                       const std::string& name2) {
+  CTensor<float> forward = labelledFlow(backend, frame1, frame2, o, "Forward", name1, name2);
+  CTensor<float> backward;
+  if (!out.backward.empty() || !out.occlusions.empty())
+    backward = labelledFlow(backend, frame2, frame1, o, "Backward", name2, name1);
+  CTensor<float> picture, mask;
+  if (!out.viz.empty()) picture = flowPicture(forward, o.maxFlow, o.legend);
+  if (!out.occlusions.empty()) mask = occlusionMask(forward, backward);
+
+  if (!out.flow.empty()) COpticFlow::writeMiddleburyAtomically(forward, out.flow);
+  if (!out.backward.empty()) COpticFlow::writeMiddleburyAtomically(backward, out.backward);
+  if (!out.viz.empty()) NImageIO::writePicture(picture, out.viz);
+  if (!out.occlusions.empty()) NImageIO::writePicture(mask, out.occlusions);
+  return forward;
+}
+
+std::vector<std::string> outputRanges(const PairOutputs& first, const PairOutputs& last) {
+  const std::vector<std::string> a = first.names(), b = last.names();
+  std::vector<std::string> out;
+  for (size_t i = 0; i < a.size() && i < b.size(); ++i) out.push_back(a[i] == b[i] ? a[i] : a[i] + " to " + b[i]);
+  return out;
+}
+
+std::string pairCount(long long pairs) { return std::to_string(pairs) + (pairs == 1 ? " pair" : " pairs"); }
+
+std::string listed(const std::vector<std::string>& names) {
+  std::string out;
+  for (const std::string& name : names) out += (out.empty() ? "" : ", ") + name;
+  return out;
+}
+
+double wallSeconds() {
+  timeval t;
+  gettimeofday(&t, nullptr);
+  return t.tv_sec + t.tv_usec * 1e-6;
+}

@@ -1,0 +1,59 @@
+// One frame pair of a vemo-flow run, whatever the frames come from (two
+// files, a numbered sequence, a video): the flows, pictures and masks asked
+// for, computed first and then written, each file atomically.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "driver/flow_options.h"
+#include "image/tensor.h"
+
+namespace flowcore {
+class Backend;
+}
+
+constexpr const char* kFlowProgram = "vemo-flow";
+
+// The files of one pair; an empty name is an output not asked for.
+struct PairOutputs {
+  std::string flow, viz, backward, occlusions;
+  // The names asked for, in the order they are written.
+  std::vector<std::string> names() const;
+};
+
+// Tells the backend factory what --device asked for and says on stderr when
+// another backend runs instead. Returns the name of the one that runs.
+std::string selectBackend(const flowcore::DeviceRequest& device);
+
+// Refuses frames of different sizes or below 2 x 2 (message naming both
+// frames, ETensorIncompatibleSize); notes frames too small for matching
+// unless quiet.
+void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, const std::string& name1,
+                 const std::string& name2, bool quiet);
+
+// Fails (message, EFileNotFound) before any computing when the directory of
+// an output cannot take files. An empty name is no output.
+void checkOutputDirectory(const std::string& name);
+
+// Computes the pair (frame1 to frame2, and back when --backward or
+// --occlusions ask for it) and writes its outputs. With --timings the stage
+// times of each flow are printed under a line naming it (name1 -> name2),
+// each flow's own times. One backend serves every pair of a run, so its
+// buffers are reused. Returns the forward flow.
+CTensor<float> runPair(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
+                       const FlowOptions& options, const PairOutputs& outputs, const std::string& name1,
+                       const std::string& name2);
+
+// The outputs of a run of pairs for its closing line: "a" where first and
+// last pair write the same name, else "a to b".
+std::vector<std::string> outputRanges(const PairOutputs& first, const PairOutputs& last);
+
+// "1 pair", "2 pairs".
+std::string pairCount(long long pairs);
+
+// Names joined by ", ".
+std::string listed(const std::vector<std::string>& names);
+
+// Wall-clock seconds, for the closing lines.
+double wallSeconds();

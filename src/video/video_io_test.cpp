@@ -1,0 +1,132 @@
+// The video reader and writer against each other: a lossless codec gives
+// the frames back exactly, the default codec gives them back closely, and
+// broken files fail with a message naming what is wrong.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "image/synthetic.h"
+#include "support/process.h"
+#include "video/video_error.h"
+#include "video/video_reader.h"
+#include "video/video_writer.h"
+
+namespace {
+
+// Frames of a texture moving one pixel to the right per frame, rounded as
+// an 8-bit video stores them.
+std::vector<CTensor<float>> movingFrames(int count, int width, int height) {
+  std::vector<CTensor<float>> frames;
+  const NSynthetic::CTexture texture(3);
+  for (int n = 0; n < count; ++n) {
+    CTensor<float> f = NSynthetic::renderShifted(texture, width, height, n, 0.0);
+    for (size_t i = 0; i < f.elements(); ++i) f.data[i] = std::round(f.data[i]);
+    frames.push_back(f);
+  }
+  return frames;
+}
+
+void writeVideo(const std::string& name, const std::vector<CTensor<float>>& frames, VideoRate rate,
+                const std::string& codec) {
+  CVideoWriter writer(name, frames[0].xSize, frames[0].ySize, rate, codec);
+  for (const CTensor<float>& f : frames) writer.write(f);
+  writer.finish();
+}
+
+// The message of the EVideoError that f throws, or "" when it throws none.
+template <typename F>
+std::string videoError(F f) {
+  try {
+    f();
+  } catch (const EVideoError& e) {
+    return e.what();
+  }
+  return "";
+}
+
+class VideoIO : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!videoSupported()) GTEST_SKIP() << "built without FFmpeg";
+    scratch_ = std::make_unique<vemotest::ScratchDir>("vemo_video_");
+  }
+  std::string path(const std::string& name) const { return scratch_->path(name); }
+  std::unique_ptr<vemotest::ScratchDir> scratch_;
+};
+
+}  // namespace
+
+TEST_F(VideoIO, LosslessRoundTripGivesTheFramesRateAndCountBack) {
+  // An odd size: lossless RGB needs no padding.
+  const std::vector<CTensor<float>> frames = movingFrames(5, 37, 21);
+  writeVideo(path("clip.avi"), frames, VideoRate{30000, 1001}, "ffv1");
+  CVideoReader reader(path("clip.avi"));
+  EXPECT_EQ(reader.width(), 37);
+  EXPECT_EQ(reader.height(), 21);
+  EXPECT_EQ(reader.rate().num, 30000);
+  EXPECT_EQ(reader.rate().den, 1001);
+  EXPECT_EQ(reader.frameCount(), 5);
+  EXPECT_EQ(reader.codecName(), "ffv1");
+  CTensor<float> frame;
+  ASSERT_TRUE(reader.skip());
+  for (int n = 1; n < 5; ++n) {
+    ASSERT_TRUE(reader.read(frame)) << n;
+    ASSERT_EQ(frame.xSize, 37);
+    ASSERT_EQ(frame.zSize, 3);
+    for (size_t i = 0; i < frame.elements(); ++i) ASSERT_EQ(frame.data[i], frames[n].data[i]) << n << " " << i;
+  }
+  EXPECT_FALSE(reader.read(frame));
+  EXPECT_EQ(reader.framesDecoded(), 5);
+}
+
+TEST_F(VideoIO, DefaultCodecIsH264OrMpeg4In420WithEvenSizes) {
+  const std::vector<CTensor<float>> frames = movingFrames(3, 37, 21);
+  CVideoWriter writer(path("clip.mp4"), 37, 21, VideoRate{25, 1});
+  const std::string codec = writer.codecDescription();
+  EXPECT_TRUE(codec == "H.264 (libx264)" || codec == "MPEG-4 Part 2 (mpeg4)") << codec;
+  for (const CTensor<float>& f : frames) writer.write(f);
+  EXPECT_FALSE(vemotest::exists(path("clip.mp4")));  // nothing under the name before finish()
+  writer.finish();
+  CVideoReader reader(path("clip.mp4"));
+  EXPECT_EQ(reader.width(), 38);  // one column and one row copy the edge
+  EXPECT_EQ(reader.height(), 22);
+  CTensor<float> frame;
+  for (int n = 0; n < 3; ++n) {
+    ASSERT_TRUE(reader.read(frame));
+    double error = 0.0;
+    for (int c = 0; c < 3; ++c)
+      for (int y = 0; y < 21; ++y)
+        for (int x = 0; x < 37; ++x) error += std::fabs(frame(x, y, c) - frames[n](x, y, c));
+    EXPECT_LT(error / (3 * 21 * 37), 4.0) << "frame " << n << ", " << codec;
+  }
+  EXPECT_FALSE(reader.read(frame));
+}
+
+TEST_F(VideoIO, BrokenMissingOrUnnamedFilesFailWithTheirReason) {
+  EXPECT_NE(videoError([&] { CVideoReader r(path("none.mp4")); }).find("File not found"), std::string::npos);
+  std::ofstream(path("text.mp4")) << "not a video at all\n";
+  EXPECT_NE(videoError([&] { CVideoReader r(path("text.mp4")); }).find("not a video file"), std::string::npos);
+  EXPECT_NE(videoError([&] { CVideoWriter::checkName(path("flow.png")); }).find("names no video format"),
+            std::string::npos);
+  EXPECT_NE(videoError([&] { CVideoWriter w(path("flow.xyz"), 8, 8, VideoRate{25, 1}); }).find("flow.xyz"),
+            std::string::npos);
+
+  // A file cut off in its last frames: the frames before it decode, then the
+  // reader says the file is truncated instead of ending quietly.
+  writeVideo(path("whole.avi"), movingFrames(6, 32, 24), VideoRate{25, 1}, "ffv1");
+  const std::string whole = vemotest::slurp(path("whole.avi"));
+  std::ofstream(path("cut.avi"), std::ios::binary) << whole.substr(0, whole.size() * 4 / 5);
+  CVideoReader reader(path("cut.avi"));
+  CTensor<float> frame;
+  int decoded = 0;
+  const std::string message = videoError([&] {
+    while (reader.read(frame)) ++decoded;
+  });
+  EXPECT_GE(decoded, 2);
+  EXPECT_LT(decoded, 6);
+  EXPECT_NE(message.find("truncated"), std::string::npos) << message;
+}

@@ -1,0 +1,157 @@
+// vemo-flow --video as a process: flows equal to those of the frame-folder
+// path on the same decoded frames, frame selection, the flow video, and
+// clips that break off or change size.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cmath>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "driver/optic_flow.h"
+#include "image/png_io.h"
+#include "image/synthetic.h"
+#include "support/process.h"
+#include "video/video_error.h"
+#include "video/video_reader.h"
+#include "video/video_writer.h"
+
+namespace {
+
+using vemotest::Result;
+using vemotest::exists;
+using vemotest::slurp;
+
+const std::string kFlow = VEMO_BINARY_DIR "/vemo-flow";
+constexpr int kWidth = 48, kHeight = 40, kFrames = 4;
+
+// A texture moving by (1.5, -0.5) pixels per frame, as an 8-bit clip.
+void writeClip(const std::string& name, int frames, int width, int height, const std::string& codec) {
+  const NSynthetic::CTexture texture(11);
+  CVideoWriter writer(name, width, height, VideoRate{10, 1}, codec);
+  for (int n = 0; n < frames; ++n) writer.write(NSynthetic::renderShifted(texture, width, height, 1.5 * n, -0.5 * n));
+  writer.finish();
+}
+
+class VideoFlow : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!videoSupported()) GTEST_SKIP() << "built without FFmpeg";
+    scratch_ = std::make_unique<vemotest::ScratchDir>("vemo_video_flow_");
+    for (const char* dir : {"frames", "v", "s"}) ASSERT_EQ(mkdir(path(dir).c_str(), 0755), 0);
+    writeClip(path("clip.avi"), kFrames, kWidth, kHeight, "ffv1");
+  }
+  std::string path(const std::string& name) const { return scratch_->path(name); }
+  Result run(const std::vector<std::string>& args) const { return scratch_->run(kFlow, args); }
+
+  // The clip's frames as the reader gives them, saved as PNG frames/%05d.png.
+  void decodeToPngs() const {
+    CVideoReader reader(path("clip.avi"));
+    CTensor<float> frame;
+    for (int n = 0; reader.read(frame); ++n) {
+      char name[32];
+      std::snprintf(name, sizeof name, "frames/%05d.png", n);
+      NImageIO::writePNG(frame, path(name).c_str());
+    }
+  }
+
+  std::unique_ptr<vemotest::ScratchDir> scratch_;
+};
+
+bool validFlow(const std::string& file, int width, int height) {
+  CTensor<float> flow;
+  COpticFlow::readMiddlebury(file.c_str(), flow);
+  return flow.xSize == width && flow.ySize == height && std::isfinite(flow(0, 0, 0));
+}
+
+}  // namespace
+
+TEST_F(VideoFlow, FlowsEqualTheFrameFolderPathAndTheFlowVideoFollowsTheClip) {
+  Result r = run({"--video", "clip.avi", "-o", "v/%05d.flo", "--viz-video", "flow.mp4", "--device", "cpu"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("full brightness at"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("the longest vector of the first pair"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("Wrote v/00000.flo to v/00002.flo, flow.mp4 (3 pairs of 48 x 40"), std::string::npos) << r.out;
+  EXPECT_NE(r.err.find("3/3 pairs"), std::string::npos) << r.err;  // the clip announces its length
+  EXPECT_FALSE(exists(path("v/00003.flo")));
+
+  decodeToPngs();
+  r = run({"--sequence", "frames/%05d.png", "-o", "s/%05d.flo", "--device", "cpu", "-q"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  for (const char* n : {"00000", "00001", "00002"}) {
+    const std::string video = slurp(path(std::string("v/") + n + ".flo"));
+    EXPECT_EQ(video.size(), 12u + 8u * kWidth * kHeight);
+    EXPECT_TRUE(video == slurp(path(std::string("s/") + n + ".flo"))) << "pair " << n;
+  }
+
+  // One flow frame per pair, at the clip's rate, in a codec players read.
+  CVideoReader flowVideo(path("flow.mp4"));
+  EXPECT_EQ(flowVideo.rate().num, 10);
+  EXPECT_TRUE(flowVideo.codecName() == "h264" || flowVideo.codecName() == "mpeg4") << flowVideo.codecName();
+  CTensor<float> frame;
+  int frames = 0;
+  while (flowVideo.read(frame)) ++frames;
+  EXPECT_EQ(frames, 3);
+
+  // --step 2: the pair (0, 2) is the one the two frames give on their own;
+  // --start and --frames pick one pair, pictures as patterns.
+  r = run({"--video", "clip.avi", "-o", "v/s%05d.flo", "--step", "2", "--device", "cpu", "-q"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  r = run({"frames/00000.png", "frames/00002.png", "-o", "pair.flo", "--device", "cpu", "-q"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(slurp(path("v/s00000.flo")) == slurp(path("pair.flo")));
+  EXPECT_FALSE(exists(path("v/s00002.flo")));  // frame 4 does not exist
+  r = run({"--video", "clip.avi", "--viz", "v/p%05d.png", "--start", "1", "--frames", "2", "--device", "cpu"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(exists(path("v/p00001.png")));
+  EXPECT_FALSE(exists(path("v/p00002.png")));
+  EXPECT_NE(r.err.find("1/1 pairs"), std::string::npos) << r.err;
+}
+
+TEST_F(VideoFlow, BrokenClipsStopWithAMessageAndKeepTheFlowsBefore) {
+  Result r = run({"--video", "missing.mp4", "-o", "v/%05d.flo"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("File not found: missing.mp4"), std::string::npos) << r.err;
+  std::ofstream(path("notes.mp4")) << "these are notes, not a video\n";
+  r = run({"--video", "notes.mp4", "-o", "v/%05d.flo"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("notes.mp4: not a video file"), std::string::npos) << r.err;
+  r = run({"--video", "clip.avi", "-o", "v/%05d.flo", "--viz-video", "flow.gif2"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("names no video format"), std::string::npos) << r.err;
+  r = run({"--video", "clip.avi", "-o", "v/%05d.flo", "--start", "4"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("--start 4 is past its end"), std::string::npos) << r.err;
+
+  // A clip cut off in its fifth frame: the pairs before it, then the
+  // message; the flows and the flow video of those pairs are complete.
+  writeClip(path("long.avi"), 6, kWidth, kHeight, "ffv1");
+  const std::string whole = slurp(path("long.avi"));
+  std::ofstream(path("cut.avi"), std::ios::binary) << whole.substr(0, whole.size() * 4 / 5);
+  r = run({"--video", "cut.avi", "-o", "v/%05d.flo", "--viz-video", "cut.mkv", "--device", "cpu", "-q"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("truncated"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("pairs before are complete; cut.mkv holds them"), std::string::npos) << r.err;
+  EXPECT_TRUE(validFlow(path("v/00000.flo"), kWidth, kHeight));
+  EXPECT_TRUE(validFlow(path("v/00001.flo"), kWidth, kHeight));
+  EXPECT_TRUE(exists(path("cut.mkv")));
+
+  // Two H.264 streams of different sizes one after the other, as cameras
+  // and stream dumps produce them: the size change stops the run after the
+  // pairs of the first stream.
+  try {
+    writeClip(path("a.h264"), 2, kWidth, kHeight, "libx264");
+    writeClip(path("b.h264"), 2, 32, 24, "libx264");
+  } catch (const EVideoError& e) {
+    GTEST_SKIP() << "no H.264 encoder for the size-change clip: " << e.what();
+  }
+  std::ofstream(path("joined.h264"), std::ios::binary) << slurp(path("a.h264")) << slurp(path("b.h264"));
+  r = run({"--video", "joined.h264", "-o", "v/j%05d.flo", "--device", "cpu", "-q"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("frame 2 is 32 x 24 but frame 1 is 48 x 40"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("the outputs of the 1 pair before are complete"), std::string::npos) << r.err;
+  EXPECT_TRUE(validFlow(path("v/j00000.flo"), kWidth, kHeight));
+  EXPECT_FALSE(exists(path("v/j00001.flo")));
+}
