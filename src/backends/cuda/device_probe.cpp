@@ -20,7 +20,11 @@ const CudaProbe& probeCudaDevice(int ordinal) {
   return found->second;
 #else
   (void)ordinal;
-  static const CudaProbe none{false, false, "this build has no CUDA backend"};
+  static const CudaProbe none = [] {
+    CudaProbe probe;
+    probe.reason = "this build has no CUDA backend";
+    return probe;
+  }();
   return none;
 #endif
 }
