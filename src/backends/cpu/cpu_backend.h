@@ -103,6 +103,7 @@ class CpuBackend : public Backend {
   void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height, int width,
                 int pitch) override;
   int cgIterations() override;
+  long long solverUpdates() override;
 
   void release(float* data) noexcept override;
 

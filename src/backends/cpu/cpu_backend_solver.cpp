@@ -188,4 +188,6 @@ void CpuBackend::cgUpdate(const float* A, float* du, const float* p, float* r, c
 
 int CpuBackend::cgIterations() { return cg_.iterations; }
 
+long long CpuBackend::solverUpdates() { return cg_.updates; }
+
 }  // namespace flowcore
