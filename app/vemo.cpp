@@ -5,11 +5,9 @@
 #include <exception>
 #include <new>
 
-#include "common/wait_policy.h"
 #include "driver/command_line.h"
 
 int main(int argc, char** argv) {
-  flowcore::preferSleepingThreads(argv);
   int status = 1;
   try {
     status = runCommandLine(argc, argv);

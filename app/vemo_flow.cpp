@@ -4,11 +4,9 @@
 #include <exception>
 #include <new>
 
-#include "common/wait_policy.h"
 #include "driver/flow_command.h"
 
 int main(int argc, char** argv) {
-  flowcore::preferSleepingThreads(argv);
   int status = 1;
   try {
     status = runFlowProgram(argc, argv);

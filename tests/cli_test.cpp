@@ -188,19 +188,6 @@ TEST_F(CommandLine, UnreadableInputsAndUnwritableOutputFailWithStatusOne) {
   EXPECT_NE(r.out.find("Could not open frame1.ppmVEMO.flo\n"), std::string::npos) << r.out;
 }
 
-// Without a wait policy in the environment the program re-executes itself
-// once with sleeping OpenMP threads; the run must look exactly the same.
-TEST_F(CommandLine, ReExecutionForSleepingThreadsKeepsArgumentsAndOutput) {
-  const std::string env = "env -u OMP_WAIT_POLICY -u GOMP_SPINCOUNT ";
-  const std::string out = path("out.txt");
-  ASSERT_EQ(std::system((env + quote(kVemo) + " >" + quote(out)).c_str()), 0);
-  EXPECT_EQ(slurp(out).rfind("Usage : " + kVemo + " <frame1(.ppm)>", 0), 0u) << slurp(out);
-  const std::string cmd = "cd " + quote(dir_) + " && " + env + quote(kVemo) + " frame1.ppm frame2.ppm >" + quote(out);
-  ASSERT_EQ(std::system(cmd.c_str()), 0);
-  EXPECT_TRUE(std::regex_search(slurp(out), kTimingTail)) << slurp(out);
-  EXPECT_TRUE(exists(path("frame1.ppmVEMO.flo")));
-}
-
 // VEMO_DEVICE picks the backend for a program that leaves the choice open; a
 // request that cannot be met says so on standard error and the run goes on
 // with the same output.

@@ -167,6 +167,25 @@ VEMO_INLINE void matchBestUpdate(MatchBest& m, float d, int x, int y) {
   }
 }
 
+// The same column state whatever order a column's candidates come in: a tie
+// with the best goes to the upper row, as the top-to-bottom walk gives it.
+// d1 and d2 are then the smallest and second smallest distance of the column
+// (a repeated value counting twice) and (x, y) the topmost position of d1.
+VEMO_INLINE bool matchBestUpdateAnyOrder(MatchBest& m, float d, int x, int y) {
+  if (d < m.d1 || (d == m.d1 && y < m.y)) {
+    m.d2 = m.d1;
+    m.d1 = d;
+    m.x = x;
+    m.y = y;
+    return true;
+  }
+  if (d < m.d2) {
+    m.d2 = d;
+    return true;
+  }
+  return false;
+}
+
 // One candidate of the search: the two tests, then the distance, then the
 // update. The distance stops early once it reaches the worker's second
 // best, which leaves the outcome unchanged.
@@ -210,6 +229,9 @@ VEMO_INLINE MatchFold matchFoldInit(float best) {
   f.placed = false;
   return f;
 }
+
+// What a worker adds to the second best when the point's best is `best`.
+VEMO_INLINE float matchFoldShare(const MatchBest& m, float best) { return m.d1 == best ? m.d2 : m.d1; }
 
 VEMO_INLINE void matchFoldWorker(MatchFold& f, const MatchBest& m) {
   if (m.d1 == f.best) {

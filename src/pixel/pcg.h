@@ -40,38 +40,68 @@ struct DirectionRead {
   VEMO_INLINE float operator()(int j) const { return fmaf(p[j], beta, z[j]); }
 };
 
-// (A (du, dv)) at index i, the components read through `du` and `dv`: the
-// 2 x 2 block (one product and one fused multiply-add per row), then the
-// neighbours north, west, east, south with the same coupling for both
-// components. Executors that know a pixel lies inside pass constant flags so
-// that the tests fold away.
-template <class ReadU, class ReadV>
-VEMO_INLINE void productAtWith(const float* A, ReadU du, ReadV dv, int i, int plane, int pitch, Neighbours n,
-                               float& ru, float& rv) {
+// The couplings of pixel i to its neighbours, read from their own planes.
+struct PlaneCouplings {
+  const float* A;
+  int plane;
+  VEMO_INLINE float north(int i, int pitch) const { return A[i + kNorth * plane]; }
+  VEMO_INLINE float west(int i, int pitch) const { return A[i + kWest * plane]; }
+  VEMO_INLINE float east(int i, int pitch) const { return A[i + kEast * plane]; }
+  VEMO_INLINE float south(int i, int pitch) const { return A[i + kSouth * plane]; }
+};
+
+// The same couplings for a matrix in which they are mirrored, as the
+// assembly writes them: a pixel's coupling to its north neighbour is, bit for
+// bit, that neighbour's coupling to the south, and likewise west and east.
+// Only the east and south planes are read.
+struct MirroredCouplings {
+  const float* A;
+  int plane;
+  VEMO_INLINE float north(int i, int pitch) const { return A[i - pitch + kSouth * plane]; }
+  VEMO_INLINE float west(int i, int pitch) const { return A[i - 1 + kEast * plane]; }
+  VEMO_INLINE float east(int i, int pitch) const { return A[i + kEast * plane]; }
+  VEMO_INLINE float south(int i, int pitch) const { return A[i + kSouth * plane]; }
+};
+
+// (A (du, dv)) at index i, the components read through `du` and `dv` and the
+// couplings through `c`: the 2 x 2 block (one product and one fused
+// multiply-add per row), then the neighbours north, west, east, south with
+// the same coupling for both components. Executors that know a pixel lies
+// inside pass constant flags so that the tests fold away.
+template <class Couplings, class ReadU, class ReadV>
+VEMO_INLINE void productWithCouplings(const float* A, Couplings c, ReadU du, ReadV dv, int i, int plane, int pitch,
+                                      Neighbours n, float& ru, float& rv) {
   const float a11 = A[i + kA11 * plane], a12 = A[i + kA12Product * plane], a22 = A[i + kA22 * plane];
   const float u0 = du(i), v0 = dv(i);
   ru = fmaf(a12, v0, a11 * u0);
   rv = fmaf(a22, v0, a12 * u0);
   if (n.north) {
-    const float c = A[i + kNorth * plane];
-    ru = fmaf(c, du(i - pitch), ru);
-    rv = fmaf(c, dv(i - pitch), rv);
+    const float k = c.north(i, pitch);
+    ru = fmaf(k, du(i - pitch), ru);
+    rv = fmaf(k, dv(i - pitch), rv);
   }
   if (n.west) {
-    const float c = A[i + kWest * plane];
-    ru = fmaf(c, du(i - 1), ru);
-    rv = fmaf(c, dv(i - 1), rv);
+    const float k = c.west(i, pitch);
+    ru = fmaf(k, du(i - 1), ru);
+    rv = fmaf(k, dv(i - 1), rv);
   }
   if (n.east) {
-    const float c = A[i + kEast * plane];
-    ru = fmaf(c, du(i + 1), ru);
-    rv = fmaf(c, dv(i + 1), rv);
+    const float k = c.east(i, pitch);
+    ru = fmaf(k, du(i + 1), ru);
+    rv = fmaf(k, dv(i + 1), rv);
   }
   if (n.south) {
-    const float c = A[i + kSouth * plane];
-    ru = fmaf(c, du(i + pitch), ru);
-    rv = fmaf(c, dv(i + pitch), rv);
+    const float k = c.south(i, pitch);
+    ru = fmaf(k, du(i + pitch), ru);
+    rv = fmaf(k, dv(i + pitch), rv);
   }
+}
+
+// The same with the couplings read from their planes.
+template <class ReadU, class ReadV>
+VEMO_INLINE void productAtWith(const float* A, ReadU du, ReadV dv, int i, int plane, int pitch, Neighbours n,
+                               float& ru, float& rv) {
+  productWithCouplings(A, PlaneCouplings{A, plane}, du, dv, i, plane, pitch, n, ru, rv);
 }
 
 // (A (du, dv)) at index i from stored vectors.

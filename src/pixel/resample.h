@@ -43,8 +43,21 @@ VEMO_INLINE float areaTailFactor(const AreaSpan& s, int i) { return i == s.last 
 // that order; absent factors are 1, which multiplies exactly. The first-cell
 // and last-cell fractions apply independently, so a footprint that starts
 // and ends in one cell gets the product of both, not their difference.
+VEMO_INLINE float areaWeightFromFactors(float leadX, float tailX, float leadY, float tailY) {
+  return tailX * ((leadX * leadY) * tailY);
+}
+
 VEMO_INLINE float areaCellWeight(const AreaSpan& sx, const AreaSpan& sy, int i, int j) {
-  return areaTailFactor(sx, i) * ((areaLeadFactor(sx, i) * areaLeadFactor(sy, j)) * areaTailFactor(sy, j));
+  return areaWeightFromFactors(areaLeadFactor(sx, i), areaTailFactor(sx, i), areaLeadFactor(sy, j),
+                               areaTailFactor(sy, j));
+}
+
+// Index one past the last source cell a footprint visits along an axis of
+// `size` cells: the first cell always, then further cells while inside both
+// the footprint and the source.
+VEMO_INLINE int areaSpanEnd(const AreaSpan& s, int size) {
+  const int end = s.last < size - 1 ? s.last + 1 : size;
+  return end > s.first ? end : s.first + 1;
 }
 
 // Area of one output pixel in source cells: (height / newheight) * (width / newwidth).

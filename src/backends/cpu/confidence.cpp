@@ -48,13 +48,14 @@ float gCompute2DSum(const float* image, int height, int width, int pitch) {
   checkPlane("gCompute2DSum", height, width, pitch);
   std::vector<float> rowsum(height);
   float* sums = rowsum.data();
-#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
-  for (int y = 0; y < height; ++y) {
-    float partial[kSumThreads];
-    const float* row = image + (std::size_t)y * pitch;
-    for (int t = 0; t < kSumThreads; ++t) partial[t] = rowPartialSum(row, width, t);
-    sums[y] = treeSum256(partial);
-  }
+  parallelRows(height, width, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) {
+      float partial[kSumThreads];
+      const float* row = image + (std::size_t)y * pitch;
+      for (int t = 0; t < kSumThreads; ++t) partial[t] = rowPartialSum(row, width, t);
+      sums[y] = treeSum256(partial);
+    }
+  });
   float total = 0.0f;
   for (int y = 0; y < height; ++y) total += rowsum[y];
   return total;
@@ -70,8 +71,6 @@ void consistencyCheck(const int* m_x, const int* m_y, const int* forward_x, cons
       refuseArguments("consistencyCheck: grid point " + std::to_string(i) + " (" + std::to_string(m_x[i]) + ", " +
                       std::to_string(m_y[i]) + ") lies outside the " + std::to_string(width) + "x" +
                       std::to_string(height) + " frame");
-  // Grid points are distinct, so no two points write the same pixel.
-#pragma omp parallel for schedule(static)
   for (int i = 0; i < subsize; ++i)
     consistencyCheckAt(m_x, m_y, forward_x, forward_y, backward_x, backward_y, forward_dist, forward_nextdist,
                        Confidence, u, v, pitch, i);

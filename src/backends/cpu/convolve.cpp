@@ -33,13 +33,12 @@ std::vector<float> snapshot(const float* in, int height, int width, int pitch) {
 // tap by tap over the whole run of such pixels (the same chain of fused
 // multiply-adds per pixel, vectorised across pixels), and only the border
 // pixels go through the per-pixel functions. `in` must not alias `out`.
-VEMO_CPU_CLONES void passX(float* __restrict out, const float* __restrict in, int height, int width, int pitch,
-                           const float* mask, int length, bool tiled) {
+VEMO_CPU_CLONES void passXRows(float* __restrict out, const float* __restrict in, int width, int pitch,
+                               const float* mask, int length, bool tiled, int y0, int y1) {
   const int h = length / 2;
   const int lo = h < width ? h : width;                    // first pixel with all taps inside
   const int hi = width - (length - 1 - h) > lo ? width - (length - 1 - h) : lo;  // one past the last
-#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
-  for (int y = 0; y < height; ++y) {
+  for (int y = y0; y < y1; ++y) {
     const float* row = in + (size_t)y * pitch;
     float* o = out + (size_t)y * pitch;
     auto border = [&](int x) {
@@ -58,11 +57,10 @@ VEMO_CPU_CLONES void passX(float* __restrict out, const float* __restrict in, in
   }
 }
 
-VEMO_CPU_CLONES void passY(float* __restrict out, const float* __restrict in, int height, int width, int pitch,
-                           const float* mask, int length, bool tiled) {
+VEMO_CPU_CLONES void passYRows(float* __restrict out, const float* __restrict in, int height, int width, int pitch,
+                               const float* mask, int length, bool tiled, int y0, int y1) {
   const int h = length / 2;
-#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
-  for (int y = 0; y < height; ++y) {
+  for (int y = y0; y < y1; ++y) {
     float* o = out + (size_t)y * pitch;
     if (y - h >= 0 && y + (length - 1 - h) < height) {
       for (int x = 0; x < width; ++x) o[x] = 0.0f;
@@ -77,6 +75,15 @@ VEMO_CPU_CLONES void passY(float* __restrict out, const float* __restrict in, in
                      : convolveClampAt(in + x, pitch, height, y, mask, length);
     }
   }
+}
+
+void passX(float* out, const float* in, int height, int width, int pitch, const float* mask, int length, bool tiled) {
+  parallelRows(height, width, [&](int y0, int y1) { passXRows(out, in, width, pitch, mask, length, tiled, y0, y1); });
+}
+
+void passY(float* out, const float* in, int height, int width, int pitch, const float* mask, int length, bool tiled) {
+  parallelRows(height, width,
+               [&](int y0, int y1) { passYRows(out, in, height, width, pitch, mask, length, tiled, y0, y1); });
 }
 
 void clampPassX(float* out, const float* in, int height, int width, int pitch, const float* mask, int length) {
@@ -162,7 +169,7 @@ void Convolve2d(float* out, int out_height, int out_width, const float* in, int 
   }
   const std::vector<float> src = snapshot(in, h, w, w);
   const float* s = src.data();
-  VEMO_FOR_EACH_PIXEL(h, w, x, y) { out[y * w + x] = convolve2dClampAt(s, h, w, w, filter, filt_height, filt_width, x, y); }
+  forEachPixel(h, w, [&](int x, int y) { out[y * w + x] = convolve2dClampAt(s, h, w, w, filter, filt_height, filt_width, x, y); });
 }
 
 }  // namespace flowcore::cpu

@@ -19,6 +19,16 @@ namespace flowcore {
 
 namespace {
 constexpr std::size_t kAlignmentBytes = 64;
+// Buffers start at one of kSkewBytes / kAlignmentBytes offsets, kSkewStepBytes
+// apart from one allocation to the next (an odd number of alignment units,
+// so every offset comes round before any repeats).
+// Only blocks of at least kSkewedBlock bytes are shifted: smaller ones stay
+// in cache, and the room for the shift would be a noticeable share of them.
+constexpr std::size_t kSkewBytes = 4096;
+constexpr std::size_t kSkewStepBytes = 7 * kAlignmentBytes;
+constexpr std::size_t kSkewedBlock = 64 * 1024;
+
+std::size_t skewRoom(std::size_t bytes) { return bytes >= kSkewedBlock ? kSkewBytes : 0; }
 
 [[noreturn]] void fail(const std::string& message) {
   std::fprintf(stderr, "%s\n", message.c_str());
@@ -39,40 +49,52 @@ CpuBackend::~CpuBackend() {
 
 Buffer CpuBackend::allocate(std::size_t floats) {
   // Round up to whole alignment units; never zero bytes. One extra unit in
-  // front holds the size, so that release() can account for it.
+  // front holds the size and the skew, so that release() can account for
+  // the block; large blocks get room for the skew.
   if (floats > (static_cast<std::size_t>(-1) / 2) / sizeof(float)) fail("CpuBackend: allocation size overflows");
   const std::size_t bytes = ((floats * sizeof(float) + kAlignmentBytes - 1) / kAlignmentBytes + 1) * kAlignmentBytes;
+  const std::size_t block = bytes + kAlignmentBytes + skewRoom(bytes);
   void* p = nullptr;
   auto cached = cache_.find(bytes);
   if (cached != cache_.end()) {
     p = cached->second;
     cache_.erase(cached);
-    cachedBytes_ -= bytes + kAlignmentBytes;
+    cachedBytes_ -= block;
   } else {
-    p = std::aligned_alloc(kAlignmentBytes, bytes + kAlignmentBytes);
+    p = std::aligned_alloc(kAlignmentBytes, block);
     if (p == nullptr) {
       const std::string message = "CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes";
       std::fprintf(stderr, "%s\n", message.c_str());
       throw BackendOutOfMemory(message);
     }
   }
-  *static_cast<std::size_t*>(p) = bytes;
-  float* data = reinterpret_cast<float*>(static_cast<char*>(p) + kAlignmentBytes);
+  // Large blocks all start at the same offset within a page, and so would
+  // the same pixel of every image: streaming through many images at once
+  // then maps them onto the same cache sets and makes loads wait on
+  // unrelated stores to the same page offset. Successive buffers are
+  // therefore shifted by different multiples of the alignment.
+  const std::size_t skew = skewRoom(bytes) > 0 ? (skewCounter_++ * kSkewStepBytes) % kSkewBytes : 0;
+  char* header = static_cast<char*>(p) + skew;
+  reinterpret_cast<std::size_t*>(header)[0] = bytes;
+  reinterpret_cast<std::size_t*>(header)[1] = skew;
+  float* data = reinterpret_cast<float*>(header + kAlignmentBytes);
   // Zero-filled, fresh or reused, so that no run ever depends on leftover
   // memory.
   std::memset(data, 0, bytes);
-  noteAllocated(bytes + kAlignmentBytes);
+  noteAllocated(block);
   return Buffer(this, data, floats);
 }
 
 void CpuBackend::release(float* data) noexcept {
-  char* base = reinterpret_cast<char*>(data) - kAlignmentBytes;
-  const std::size_t bytes = *reinterpret_cast<std::size_t*>(base);
-  noteReleased(bytes + kAlignmentBytes);
-  if (cachedBytes_ + bytes + kAlignmentBytes <= peakBytes()) {
+  char* header = reinterpret_cast<char*>(data) - kAlignmentBytes;
+  const std::size_t bytes = reinterpret_cast<std::size_t*>(header)[0];
+  char* base = header - reinterpret_cast<std::size_t*>(header)[1];
+  const std::size_t block = bytes + kAlignmentBytes + skewRoom(bytes);
+  noteReleased(block);
+  if (cachedBytes_ + block <= peakBytes()) {
     try {
       cache_.emplace(bytes, base);
-      cachedBytes_ += bytes + kAlignmentBytes;
+      cachedBytes_ += block;
       return;
     } catch (...) {
       // No room to remember the block: give it back instead.

@@ -91,6 +91,20 @@ class CpuBackend : public Backend {
   float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
                            int height, int width, int pitch) override;
 
+  // The solve's steps as the defaults compose them, except that the first
+  // product also checks whether the matrix is mirrored (MirroredCouplings),
+  // as the assembly writes it; the later products then read five of its
+  // planes instead of eight, with the same values and so the same bits.
+  void cgBegin(const float* r, const float* z, int height, int width, int pitch) override;
+  bool cgActive() override;
+  void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) override;
+  void cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height, int width,
+                     int pitch) override;
+  void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height, int width,
+                int pitch) override;
+  int cgIterations() override;
+  long long solverUpdates() override;
+
   void release(float* data) noexcept override;
 
  private:
@@ -101,6 +115,10 @@ class CpuBackend : public Backend {
   int pitchAlignment_;
   int extraPitch_;
   std::vector<double> partials_;
+  // The current solve: its scalars and whether its matrix is mirrored.
+  CgScalars cg_;
+  bool cgMirrored_ = false;
+  std::vector<unsigned char> mirroredRows_;
   // Released blocks kept for reuse, keyed by their size in bytes. Large
   // fresh blocks arrive as untouched pages and pay a page fault per 4 KiB on
   // first use; the full-size passes of a run and every later pair of a
@@ -108,6 +126,7 @@ class CpuBackend : public Backend {
   // bytes are kept as the run held at its peak.
   std::multimap<std::size_t, void*> cache_;
   std::size_t cachedBytes_ = 0;
+  std::size_t skewCounter_ = 0;
 };
 
 }  // namespace flowcore

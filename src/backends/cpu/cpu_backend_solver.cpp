@@ -1,6 +1,7 @@
 // The CPU backend's stages of the variational solver: diffusivity, assembly
 // and the conjugate-gradient passes.
 #include <cstddef>
+#include <vector>
 
 #include "backends/cpu/cpu_backend.h"
 #include "backends/cpu/pixel_loop.h"
@@ -143,5 +144,50 @@ float CpuBackend::updatePrecondition(const float* A, float* du, const float* p, 
   });
   return combinePartials(2 * height);
 }
+
+void CpuBackend::cgBegin(const float* r, const float* z, int height, int width, int pitch) {
+  cgMirrored_ = false;
+  cgStart(cg_, dot(r, z, 2 * height, width, pitch));
+}
+
+bool CpuBackend::cgActive() { return cg_.active != 0; }
+
+void CpuBackend::cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) {
+  if (cg_.active == 0) return;
+  double* part = partials(2 * height);
+  if (mirroredRows_.size() < static_cast<std::size_t>(height)) mirroredRows_.resize(height);
+  unsigned char* mirrored = mirroredRows_.data();
+  parallelRows(height, width, [&](int y0, int y1) {
+    cpu::firstProductDotRows(A, p, q, height, width, pitch, part, mirrored, y0, y1);
+  });
+  cgMirrored_ = true;
+  for (int y = 0; y < height; ++y) cgMirrored_ = cgMirrored_ && mirrored[y] != 0;
+  cgStep(cg_, combinePartials(2 * height));
+}
+
+void CpuBackend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
+                               int width, int pitch) {
+  if (cg_.active == 0) return;
+  parallelRows(2 * height, width,
+               [&](int y0, int y1) { cpu::nextDirectionRows(p, z, cg_.beta, pNext, width, pitch, y0, y1); });
+  double* part = partials(2 * height);
+  parallelRows(height, width, [&](int y0, int y1) {
+    if (cgMirrored_)
+      cpu::mirroredProductDotRows(A, pNext, q, height, width, pitch, part, y0, y1);
+    else
+      cpu::productDotRows(A, pNext, q, height, width, pitch, part, y0, y1);
+  });
+  cgStep(cg_, combinePartials(2 * height));
+}
+
+void CpuBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,
+                          int width, int pitch) {
+  if (cg_.active == 0) return;
+  cgFinish(cg_, updatePrecondition(A, du, p, r, q, cg_.alpha, z, height, width, pitch));
+}
+
+int CpuBackend::cgIterations() { return cg_.iterations; }
+
+long long CpuBackend::solverUpdates() { return cg_.updates; }
 
 }  // namespace flowcore

@@ -22,7 +22,26 @@ struct MatchArgs {
   int height, width, pitch;
 };
 
-// Admitted candidates are handled in two ways, depending on how densely they
+// What the search computes is fixed by the 256-worker layout of
+// pixel/hog_match.h: per window column the smallest and second smallest
+// distance and the topmost position of the smallest, folded in column order.
+// This executor reaches the same fold with much less work:
+//
+//  - Candidates may come in any order (matchBestUpdateAnyOrder keeps each
+//    column's state order-free), so a few candidates around the position
+//    where the point is expected to land are formed first: there the best and
+//    a close runner-up usually lie.
+//  - The fold's second best over the candidates seen so far (`second`) never
+//    increases as candidates are added, and a candidate whose distance
+//    exceeds the final second best changes neither the best, nor its
+//    position, nor the second best. So a candidate is dropped as soon as its
+//    partial distance exceeds `second` (or its column's own second best,
+//    which leaves the column unchanged). Every term of the distance is a
+//    rounded sum with a non-negative square, so partial sums never decrease
+//    and a dropped candidate's full distance would exceed the bound as well.
+//    Equal distances are never dropped: ties resolve as in the full search.
+//
+// Admitted candidates are formed in two ways, depending on how densely they
 // occur (dark or flat scenes admit most of a row, textured ones a few per
 // cent):
 //  - a group of kLanes neighbouring columns of one row with at least
@@ -31,36 +50,94 @@ struct MatchArgs {
 //    is one vector load, subtraction and fused multiply-add;
 //  - isolated candidates are collected in a list and formed kBatch at a time,
 //    as independent scalar chains whose latencies overlap.
-// Measured with one thread (CPU time of the whole matching stage): on a dark
-// 1024 x 436 pair 15.7 s one candidate at a time, 6.2 s with groups of 8,
-// 5.1 s with groups of 16; on a textured 640 x 480 pair (few admitted) the
-// groups alone cost 1.6 s where the list takes 0.9 s; the mix keeps both.
 constexpr int kLanes = 16;
 constexpr int kDenseGroup = 4;
+static_assert(kLanes == 16, "a group's lanes are two words of admitted flags");
 constexpr int kBatch = 4;
 // Collected candidates are formed once this many are waiting.
 constexpr int kPendingFlush = 64;
+// Half-width of the square of candidates formed first.
+constexpr int kSeedRadius = 2;
+// Points handed to a thread at a time. Within a chunk each point starts from
+// the displacement its predecessor found; chunks are fixed ranges, so the
+// work (not only the result) is the same for every thread count.
+constexpr int kChunk = 8;
 
 // A collected candidate: window column and image row.
 struct Pending {
   int c, y;
 };
 
-// One group: columns c .. c + kLanes - 1 of row y. Each admitted lane stops
-// being interesting once its partial distance reaches its column's second
-// best; the group stops when every lane has (partial sums only grow, so a
-// lane that reached the bound cannot change its column). Lanes past the
-// window are never admitted and never hold the group back; they read at most
-// 15 + 4 columns beyond the window's last one (width - 13), which stays inside
-// the buffer because their cells lie at least 9 rows above its last row.
-inline void matchGroup(const unsigned char* admitted, MatchBest* column, int c, int y, const float* desc,
-                       const float* hog2, std::size_t plane, int pitch, int x0) {
+// One point's search state: the columns (one array per field, so that a
+// group reads its lanes' bounds with vector loads; padded for the lanes of a
+// group past the last column) and the fold's running best and second best
+// over the candidates formed so far.
+struct Search {
+  float d1[kMatchWorkers + kLanes];
+  float d2[kMatchWorkers + kLanes];
+  int y[kMatchWorkers + kLanes];
+  float best, second;
+  int x0;
+
+  void reset(int x0In) {
+    for (int c = 0; c < kMatchWorkers + kLanes; ++c) {
+      const MatchBest m = matchBestInit();
+      d1[c] = m.d1;
+      d2[c] = m.d2;
+      y[c] = m.y;
+    }
+    best = kNoMatch;
+    second = kNoMatch;
+    x0 = x0In;
+  }
+
+  MatchBest column(int c) const { return MatchBest{d1[c], d2[c], x0 + c, y[c]}; }
+
+  // Distance above which a candidate of column c cannot change the result.
+  float bound(int c) const { return d2[c] < second ? d2[c] : second; }
+
+  // The update of column c, then the running best and second best. Only the
+  // updated column's share changes, and, when the best falls, the columns
+  // that held the old best now add it to the second best.
+  void update(int c, float d, int row) {
+    MatchBest m = column(c);
+    if (!matchBestUpdateAnyOrder(m, d, x0 + c, row)) return;
+    d1[c] = m.d1;
+    d2[c] = m.d2;
+    y[c] = m.y;
+    if (m.d1 < best) {
+      if (best < second) second = best;
+      best = m.d1;
+    }
+    const float share = matchFoldShare(m, best);
+    if (share < second) second = share;
+  }
+};
+
+// Bit l set where byte l of `bytes` (each 0 or 1) is 1.
+inline unsigned byteFlagsToBits(const unsigned char* bytes) {
+  std::uint64_t word;
+  std::memcpy(&word, bytes, sizeof word);
+  return (unsigned)((word * 0x0102040810204080ull) >> 56);
+}
+
+// One group: columns c .. c + kLanes - 1 of row y, the admitted ones flagged
+// in `admitted` and in the bits of `lanes`. Each admitted lane stops being
+// interesting once its partial distance exceeds its bound; the group stops
+// when every lane has. Lanes past the window are never admitted and never
+// hold the group back; they read at most 15 + 4 columns beyond the window's
+// last one (width - 13), which stays inside the buffer because their cells
+// lie at least 9 rows above its last row.
+inline void matchGroup(const unsigned char* admitted, unsigned lanes, Search& s, int c, int y, const float* desc,
+                       const float* hog2, std::size_t plane, int pitch) {
   float d[kLanes], bound[kLanes];
+  const float second = s.second;
   for (int l = 0; l < kLanes; ++l) {
     d[l] = 0.0f;
-    bound[l] = admitted[c + l] ? column[c + l].d2 : 0.0f;
+    const float own = s.d2[c + l];
+    bound[l] = admitted[c + l] ? (own < second ? own : second) : -1.0f;
   }
-  const float* centre = hog2 + (std::size_t)y * pitch + (x0 + c);
+  const float* centre = hog2 + (std::size_t)y * pitch + (s.x0 + c);
   for (int b = 0; b < kHogBins; ++b) {
     const float* planeCentre = centre + (std::size_t)b * plane;
     for (int k = 0; k < kHogCells; ++k) {
@@ -70,20 +147,20 @@ inline void matchGroup(const unsigned char* admitted, MatchBest* column, int c, 
       for (int l = 0; l < kLanes; ++l) d[l] = hogDistanceTerm(q, v[l], d[l]);
     }
     bool done = true;
-    for (int l = 0; l < kLanes; ++l) done &= (admitted[c + l] == 0) | (d[l] >= bound[l]);
-    if (done) break;
+    for (int l = 0; l < kLanes; ++l) done &= d[l] > bound[l];
+    if (done) return;
   }
-  for (int l = 0; l < kLanes; ++l)
-    if (admitted[c + l]) matchBestUpdate(column[c + l], d[l], x0 + c + l, y);
+  for (; lanes != 0; lanes &= lanes - 1) {
+    const int l = __builtin_ctz(lanes);
+    if (!(d[l] > bound[l])) s.update(c + l, d[l], y);
+  }
 }
 
-// Forms the collected candidates pending[0..n) and applies their updates in
-// list order (rows top to bottom). Each stops early against the second best
-// its column had when its batch started; second bests only decrease, so that
-// bound is never below the one its update sees, and a candidate that stopped
-// leaves its column unchanged, exactly as with the full distance.
-inline void flushPending(const Pending* pending, int n, MatchBest* column, const float* desc, const float* hog2,
-                         std::size_t plane, int pitch, int x0) {
+// Forms the collected candidates pending[0..n), kBatch at a time, each
+// against the bound its column had when its batch started (bounds only fall,
+// so a stale bound is never below the current one).
+inline void flushPending(const Pending* pending, int n, Search& s, const float* desc, const float* hog2,
+                         std::size_t plane, int pitch) {
   for (int i = 0; i < n; i += kBatch) {
     const int lanes = n - i < kBatch ? n - i : kBatch;
     float d[kBatch], bound[kBatch];
@@ -91,33 +168,33 @@ inline void flushPending(const Pending* pending, int n, MatchBest* column, const
     for (int l = 0; l < kBatch; ++l) {
       const Pending& q = pending[i + (l < lanes ? l : 0)];
       d[l] = 0.0f;
-      bound[l] = l < lanes ? column[q.c].d2 : -1.0f;
-      centre[l] = hog2 + (std::size_t)q.y * pitch + (x0 + q.c);
+      bound[l] = l < lanes ? s.bound(q.c) : -1.0f;
+      centre[l] = hog2 + (std::size_t)q.y * pitch + (s.x0 + q.c);
     }
     for (int b = 0; b < kHogBins; ++b) {
       for (int l = 0; l < kBatch; ++l)
         d[l] = hogDistanceBin(desc, centre[l] + (std::size_t)b * plane, pitch, kHogBins, b, d[l]);
       bool done = true;
-      for (int l = 0; l < kBatch; ++l) done &= d[l] >= bound[l];
+      for (int l = 0; l < kBatch; ++l) done &= d[l] > bound[l];
       if (done) break;
     }
-    for (int l = 0; l < lanes; ++l) matchBestUpdate(column[pending[i + l].c], d[l], x0 + pending[i + l].c, pending[i + l].y);
+    for (int l = 0; l < lanes; ++l)
+      if (!(d[l] > bound[l])) s.update(pending[i + l].c, d[l], pending[i + l].y);
   }
 }
 
-// One point of the search. Column c of the window is the column of worker c
-// of the 256-wide layout. The window is walked row by row; each column's own
-// best and second best see that column's candidates top to bottom, as the
-// worker would, while memory is read in rows.
+// One point of the search. Returns false when the point is skipped (nothing
+// written). (seedX, seedY) is the position where the point is expected to
+// land; the square of candidates around it is formed first.
 VEMO_CPU_CLONES
-void matchPoint(const MatchArgs& a, int p) {
+bool matchPoint(const MatchArgs& a, int p, int seedX, int seedY) {
   const int ax = a.mx[p];
   const int ay = a.my[p];
   const int pitch = a.pitch;
-  if (!hogDescriptorInside(ax, ay, a.height, a.width)) return;
+  if (!hogDescriptorInside(ax, ay, a.height, a.width)) return false;
   const std::size_t query = (std::size_t)ay * pitch + ax;
-  if (a.checkCorner != 0 && matchCornerRejects(a.Cornerness[query], a.average)) return;
-  if (ax == 0 || ay == 0) return;
+  if (a.checkCorner != 0 && matchCornerRejects(a.Cornerness[query], a.average)) return false;
+  if (ax == 0 || ay == 0) return false;
 
   const std::size_t plane = (std::size_t)pitch * a.height;
   float desc[kHogCells * kHogBins];
@@ -126,12 +203,24 @@ void matchPoint(const MatchArgs& a, int p) {
 
   const MatchWindow w = matchSearchWindow(ax, ay, a.height, a.width);
   const int columns = w.x1 >= w.x0 ? w.x1 - w.x0 + 1 : 0;
-  MatchBest column[kMatchWorkers];
-  for (int c = 0; c < columns; ++c) column[c] = matchBestInit();
+  Search s;
+  s.reset(w.x0);
 
-  unsigned char admitted[kMatchWorkers + kLanes] = {};
   Pending pending[kPendingFlush + kMatchWorkers];
   int n = 0;
+  // The seed square, clipped to the window (possibly empty).
+  const int sx0 = seedX - kSeedRadius > w.x0 ? seedX - kSeedRadius : w.x0;
+  const int sx1 = seedX + kSeedRadius < w.x1 ? seedX + kSeedRadius : w.x1;
+  const int sy0 = seedY - kSeedRadius > w.y0 ? seedY - kSeedRadius : w.y0;
+  const int sy1 = seedY + kSeedRadius < w.y1 ? seedY + kSeedRadius : w.y1;
+  for (int y = sy0; y <= sy1; ++y)
+    for (int x = sx0; x <= sx1; ++x)
+      if (matchAdmissible(e1, a.Image1, a.Image2, a.Energy2, plane, query, (std::size_t)y * pitch + x))
+        pending[n++] = Pending{x - w.x0, y};
+  flushPending(pending, n, s, desc, a.HOG2, plane, pitch);
+  n = 0;
+
+  unsigned char admitted[kMatchWorkers + kLanes] = {};
   for (int y = w.y0; y <= w.y1; ++y) {
     const std::size_t row = (std::size_t)y * pitch + w.x0;
     // Both tests for the whole row, branch-free so that the loop vectorises.
@@ -140,38 +229,32 @@ void matchPoint(const MatchArgs& a, int p) {
       admitted[c] = (unsigned char)(!matchEnergyRejects(e1, a.Energy2[j]) &
                                     !(matchColourDistance(a.Image1, a.Image2, plane, query, j) > kMatchColourLimit));
     }
+    // The seed square was formed already.
+    if (y >= sy0 && y <= sy1)
+      for (int x = sx0; x <= sx1; ++x) admitted[x - w.x0] = 0;
     for (int c = 0; c < columns; c += kLanes) {
-      // Admitted entries are 0 or 1, so the bits set in a word count them.
-      std::uint64_t words[kLanes / 8];
-      std::memcpy(words, admitted + c, sizeof words);
-      int count = 0;
-      for (std::uint64_t word : words) count += __builtin_popcountll(word);
-      if (count >= kDenseGroup) {
-        // The list may hold earlier rows of these columns: form them first.
-        flushPending(pending, n, column, desc, a.HOG2, plane, pitch, w.x0);
-        n = 0;
-        matchGroup(admitted, column, c, y, desc, a.HOG2, plane, pitch, w.x0);
-      } else if (count > 0) {
-        for (int k = c; k < c + kLanes; ++k)
-          if (admitted[k]) pending[n++] = Pending{k, y};
+      const unsigned lanes = byteFlagsToBits(admitted + c) | byteFlagsToBits(admitted + c + 8) << 8;
+      if (lanes == 0) continue;
+      if (__builtin_popcount(lanes) >= kDenseGroup) {
+        matchGroup(admitted, lanes, s, c, y, desc, a.HOG2, plane, pitch);
+      } else {
+        for (unsigned rest = lanes; rest != 0; rest &= rest - 1) pending[n++] = Pending{c + __builtin_ctz(rest), y};
       }
     }
     if (n >= kPendingFlush) {
-      flushPending(pending, n, column, desc, a.HOG2, plane, pitch, w.x0);
+      flushPending(pending, n, s, desc, a.HOG2, plane, pitch);
       n = 0;
     }
   }
-  flushPending(pending, n, column, desc, a.HOG2, plane, pitch, w.x0);
+  flushPending(pending, n, s, desc, a.HOG2, plane, pitch);
 
-  float best = kNoMatch;
-  for (int c = 0; c < columns; ++c)
-    if (column[c].d1 < best) best = column[c].d1;
-  MatchFold fold = matchFoldInit(best);
-  for (int c = 0; c < columns; ++c) matchFoldWorker(fold, column[c]);
+  MatchFold fold = matchFoldInit(s.best);
+  for (int c = 0; c < columns; ++c) matchFoldWorker(fold, s.column(c));
   a.match_x[p] = fold.x;
   a.match_y[p] = fold.y;
   a.match_dist[p] = fold.best;
   a.match_dist2[p] = fold.second;
+  return true;
 }
 
 }  // namespace
@@ -185,10 +268,20 @@ void HOGMatch(const float* Image1, const float* Image2, const float* HOG1, const
   const MatchArgs a{Image1, Image2, HOG1,    HOG2,    Cornerness, Energy1, Energy2,    checkCorner, average,
                     match_x, match_y, match_dist, match_dist2, mx,         my,      height,     width,       pitch};
   // Points take very different times (weak points end at once, border points
-  // search smaller windows), so they are handed out in small dynamic chunks.
-  // Each point is computed alone, so the schedule does not change results.
-#pragma omp parallel for schedule(dynamic, 8)
-  for (int p = 0; p < n; ++p) matchPoint(a, p);
+  // search smaller windows), so chunks are handed out dynamically. Each point
+  // is computed alone, so the schedule does not change results.
+  const int chunks = (n + kChunk - 1) / kChunk;
+  parallelTasks(chunks, [&](int k) {
+    int dx = 0, dy = 0;  // the first point of a chunk is expected where it stands
+    const int end = (k + 1) * kChunk < n ? (k + 1) * kChunk : n;
+    for (int p = k * kChunk; p < end; ++p) {
+      if (!matchPoint(a, p, a.mx[p] + dx, a.my[p] + dy)) continue;
+      if (match_dist[p] < kNoMatch) {
+        dx = match_x[p] - a.mx[p];
+        dy = match_y[p] - a.my[p];
+      }
+    }
+  });
 }
 
 }  // namespace flowcore::cpu

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <vector>
 
 #include "backends/cpu/confidence.h"
 #include "backends/cpu/hog.h"
@@ -75,6 +76,29 @@ TEST(HogMatch, TiesAndPrefilterLimitsFollowTheWorkerOrder) {
   EXPECT_EQ(r.dist2, 0.0f);
 }
 
+// The square around the point is formed before the rest of the window, so
+// candidates reach a column out of row order, and a candidate equal to the
+// running second best must still be formed: it may tie the best further left.
+TEST(HogMatch, SeedSquareKeepsTheTopToBottomTies) {
+  const int h = 200, w = 200, pitch = 208;
+  Frame im(h, w, pitch, 3, 100.0f), hog1(h, w, pitch, kHogBins), hog2(h, w, pitch, kHogBins);
+  Frame e1(h, w, pitch, 1, 10.0f), e2(h, w, pitch, 1, 10000.0f), corner(h, w, pitch, 1);
+  const int ax = 100, ay = 100;
+  for (int y : {100, 30}) e2.at(ax, y) = 10.0f;  // two zeros in the point's column, the lower one seeded
+  SearchResult r = searchOne(im, im, hog1, hog2, corner, 0, e1, e2, 0.0f, ax, ay);
+  EXPECT_EQ(r.x, ax);
+  EXPECT_EQ(r.y, 30);
+  EXPECT_EQ(r.dist2, 0.0f);
+
+  e2.at(ax, 101) = 10.0f;  // the seed square alone makes best and second best 0
+  e2.at(80, 150) = 10.0f;  // a zero further left, formed later
+  r = searchOne(im, im, hog1, hog2, corner, 0, e1, e2, 0.0f, ax, ay);
+  EXPECT_EQ(r.x, 80);
+  EXPECT_EQ(r.y, 150);
+  EXPECT_EQ(r.dist, 0.0f);
+  EXPECT_EQ(r.dist2, 0.0f);
+}
+
 // Frames too small for a search window, points at the border, points without
 // a forward match and weak points all end without a candidate or untouched,
 // never reading outside the frame.
@@ -113,11 +137,13 @@ TEST(HogMatch, EmptyWindowsAndInvalidPointsGiveNoCandidate) {
 }
 
 
-// The executor walks the window row by row and forms distances in batches
-// with early stopping; the result must equal one worker per column walking
-// its column top to bottom with plain updates, then the fold in worker order.
-// Small integer HOG values make many distances tie, and close colours and
-// energies admit most candidates.
+// The executor forms a seed square first (around where the previous point
+// of the call landed), then walks the window row by row in batches, dropping
+// candidates against the running second best; the result must equal one
+// worker per column walking its column top to bottom with plain updates, then
+// the fold in worker order. Small integer HOG values make many distances tie,
+// and close colours and energies admit most candidates. The points are
+// searched in one call so that each is seeded by its predecessor.
 TEST(HogMatch, BatchedSearchEqualsTheOneWorkerPerColumnWalk) {
   const int h = 150, w = 190, pitch = 192;
   Frame im1(h, w, pitch, 3), im2(h, w, pitch, 3), hog1(h, w, pitch, kHogBins), hog2(h, w, pitch, kHogBins);
@@ -138,9 +164,18 @@ TEST(HogMatch, BatchedSearchEqualsTheOneWorkerPerColumnWalk) {
       e2.at(x, y) = (float)energy(rng);
     }
   const std::size_t plane = (std::size_t)pitch * h;
-  const int points[][2] = {{95, 75}, {12, 12}, {177, 137}, {40, 100}, {150, 20}};
-  for (const auto& pt : points) {
-    const int ax = pt[0], ay = pt[1];
+  const int points[][2] = {{95, 75}, {12, 12}, {177, 137}, {40, 100}, {150, 20}, {96, 74}, {93, 77}};
+  const int n = sizeof points / sizeof points[0];
+  std::vector<int> mx(n), my(n), rx(n), ry(n);
+  std::vector<float> rd(n), rd2(n);
+  for (int p = 0; p < n; ++p) {
+    mx[p] = points[p][0];
+    my[p] = points[p][1];
+  }
+  cpu::HOGMatch(im1.ptr(), im2.ptr(), hog1.ptr(), hog2.ptr(), corner.ptr(), 0, e1.ptr(), e2.ptr(), 0.0f, rx.data(),
+                ry.data(), rd.data(), rd2.data(), mx.data(), my.data(), n, h, w, pitch);
+  for (int p = 0; p < n; ++p) {
+    const int ax = mx[p], ay = my[p];
     float desc[kHogCells * kHogBins];
     for (int b = 0; b < kHogBins; ++b) hogLoadDescriptorBin(hog1.ptr(), plane, pitch, kHogBins, ax, ay, b, desc);
     const MatchWindow win = matchSearchWindow(ax, ay, h, w);
@@ -158,12 +193,11 @@ TEST(HogMatch, BatchedSearchEqualsTheOneWorkerPerColumnWalk) {
     MatchFold fold = matchFoldInit(best);
     for (const MatchBest& m : worker) matchFoldWorker(fold, m);
 
-    const SearchResult r = searchOne(im1, im2, hog1, hog2, corner, 0, e1, e2, 0.0f, ax, ay);
     SCOPED_TRACE(::testing::Message() << ax << "," << ay);
-    EXPECT_EQ(r.x, fold.x);
-    EXPECT_EQ(r.y, fold.y);
-    EXPECT_EQ(r.dist, fold.best);
-    EXPECT_EQ(r.dist2, fold.second);
+    EXPECT_EQ(rx[p], fold.x);
+    EXPECT_EQ(ry[p], fold.y);
+    EXPECT_EQ(rd[p], fold.best);
+    EXPECT_EQ(rd2[p], fold.second);
   }
 }
 

@@ -12,11 +12,12 @@ namespace flowcore::cpu {
 
 // Row loops over the six planes with unaliased row pointers, so that the
 // per-pixel updates (double root and division included) vectorise.
-VEMO_CPU_CLONES void makeST(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* Conf,
-                            int height, int width, int pitch) {
+namespace {
+
+VEMO_CPU_CLONES void makeSTRows(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* Conf,
+                                int height, int width, int pitch, int y0, int y1) {
   const size_t plane = (size_t)pitch * height;
-#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
-  for (int y = 0; y < height; ++y) {
+  for (int y = y0; y < y1; ++y) {
     const size_t r = (size_t)y * pitch;
     const float* __restrict ix = Ix + r;
     const float* __restrict iy = Iy + r;
@@ -34,11 +35,10 @@ VEMO_CPU_CLONES void makeST(float* ST, const float* Ix, const float* Iy, const f
   }
 }
 
-VEMO_CPU_CLONES void makeST2(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
-                             const float* Iyz, const float* Conf, int height, int width, int pitch) {
+VEMO_CPU_CLONES void makeST2Rows(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
+                                 const float* Iyz, const float* Conf, int height, int width, int pitch, int y0, int y1) {
   const size_t plane = (size_t)pitch * height;
-#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
-  for (int y = 0; y < height; ++y) {
+  for (int y = y0; y < y1; ++y) {
     const size_t r = (size_t)y * pitch;
     const float* __restrict xx = Ixx + r;
     const float* __restrict xy = Ixy + r;
@@ -56,6 +56,20 @@ VEMO_CPU_CLONES void makeST2(float* ST2, const float* Ixx, const float* Ixy, con
     for (int x = 0; x < width; ++x)
       addGradientTensor(xx[x], xy[x], yy[x], xz[x], yz[x], cf[x], p0[x], p1[x], p2[x], p3[x], p4[x], p5[x]);
   }
+}
+
+}  // namespace
+
+void makeST(float* ST, const float* Ix, const float* Iy, const float* Iz, const float* Conf, int height, int width,
+            int pitch) {
+  parallelRows(height, width, [&](int y0, int y1) { makeSTRows(ST, Ix, Iy, Iz, Conf, height, width, pitch, y0, y1); });
+}
+
+void makeST2(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz, const float* Iyz,
+             const float* Conf, int height, int width, int pitch) {
+  parallelRows(height, width, [&](int y0, int y1) {
+    makeST2Rows(ST2, Ixx, Ixy, Iyy, Ixz, Iyz, Conf, height, width, pitch, y0, y1);
+  });
 }
 
 

@@ -1,46 +1,29 @@
 // The CPU executor of per-pixel functions: one call per pixel of a
-// height x width region, rows split over OpenMP threads. Every pixel is
-// computed by the same function whatever thread runs it, so results do not
-// depend on the thread count.
+// height x width region, rows split over the backend's threads. Every pixel
+// is computed by the same function whatever thread runs it, so results do
+// not depend on the thread count.
+//
+// The function is compiled for the baseline target only; hot loops are
+// written as row-range functions marked VEMO_CPU_CLONES (clones.h) and
+// handed to parallelRows.
 #pragma once
 
-#include "backends/cpu/row_parallel.h"
 #include <iostream>
 #include <stdexcept>
 #include <string>
 
-// Row loops of the CPU stages are compiled twice on x86-64 with GCC: once
-// for the baseline and once for x86-64-v3 (AVX2 + FMA), chosen at load time.
-// The FMA clone turns every fmaf into one instruction and lets the loops
-// vectorise; results are the same bit for bit, since a fused multiply-add
-// rounds once either way and the per-pixel order of operations is fixed.
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__)
-#define VEMO_CPU_CLONES __attribute__((target_clones("arch=x86-64-v3", "default")))
-#else
-#define VEMO_CPU_CLONES
-#endif
+#include "backends/cpu/clones.h"
+#include "backends/cpu/row_parallel.h"
 
 namespace flowcore::cpu {
 
 template <class F>
 void forEachPixel(int height, int width, F&& f) {
-#pragma omp parallel for schedule(static) if (static_cast<long>(height) * width >= kParallelMinPixels)
-  for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width; ++x) f(x, y);
+  parallelRows(height, width, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y)
+      for (int x = 0; x < width; ++x) f(x, y);
+  });
 }
-
-// The same loop written in place, for functions marked VEMO_CPU_CLONES: the
-// OpenMP body is outlined from the marked function and so is compiled for
-// both targets (a lambda passed to forEachPixel is outlined from the template
-// and would get the baseline target only).
-// Images below kParallelMinPixels run on the calling thread.
-#define VEMO_FOR_EACH_PIXEL(height, width, x, y)                                                   \
-  if (const bool vemoWorthThreads_ =                                                               \
-          static_cast<long>(height) * (width) >= ::flowcore::cpu::kParallelMinPixels;                  \
-      true)                                                                                        \
-  _Pragma("omp parallel for schedule(static) if (vemoWorthThreads_)")                             \
-  for (int y = 0; y < (height); ++y)                \
-    for (int x = 0; x < (width); ++x)
 
 // Argument errors of the CPU stages: message on standard error, then throw.
 [[noreturn]] inline void refuseArguments(const std::string& message) {

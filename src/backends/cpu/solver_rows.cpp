@@ -16,7 +16,9 @@ namespace flowcore::cpu {
   void dotRows(const float* x, const float* y, int width, int pitch, double* partials, int y0, int y1); \
   void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1); \
   void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1); \
-  void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1);
+  void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1); \
+  void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, unsigned char* mirrored, int y0, int y1); \
+  void mirroredProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1);
 
 namespace base {
 VEMO_SOLVER_ROW_LOOPS
@@ -91,6 +93,14 @@ void nextDirectionRows(const float* p, const float* z, float beta, float* pNext,
 
 void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1) {
   VEMO_ROWS_DISPATCH(updatePreconditionRows(A, du, p, r, q, a, z, height, width, pitch, partials, y0, y1));
+}
+
+void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, unsigned char* mirrored, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(firstProductDotRows(A, p, q, height, width, pitch, partials, mirrored, y0, y1));
+}
+
+void mirroredProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(mirroredProductDotRows(A, p, q, height, width, pitch, partials, y0, y1));
 }
 
 }  // namespace flowcore::cpu

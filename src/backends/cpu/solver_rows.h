@@ -61,4 +61,13 @@ void nextDirectionRows(const float* p, const float* z, float beta, float* pNext,
 void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
                             int height, int width, int pitch, double* partials, int y0, int y1);
 
+// productDotRows, and whether each row of A is mirrored (see
+// MirroredCouplings): both copies of A12 and the couplings shared by
+// neighbours equal bit for bit.
+void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch,
+                         double* partials, unsigned char* mirrored, int y0, int y1);
+// productDotRows for a mirrored matrix (MirroredCouplings).
+void mirroredProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch,
+                            double* partials, int y0, int y1);
+
 }  // namespace flowcore::cpu

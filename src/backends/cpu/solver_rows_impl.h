@@ -6,6 +6,7 @@
 // traps (see CMakeLists.txt) so that square roots and selects vectorise.
 
 #include <cstddef>
+#include <cstring>
 
 #include "backends/cpu/solver_rows.h"
 #include "pixel/diffusivity.h"
@@ -188,6 +189,60 @@ void updatePreconditionRows(const float* __restrict A, float* __restrict du, con
     }
     partials[y] = rowDotInline(r + o, z + o, width);
     partials[height + y] = rowDotInline(r + plane + o, z + plane + o, width);
+  }
+}
+
+// (A (u, v)) at index i with the couplings read from their planes, or
+// mirrored from the east and south planes alone.
+template <bool kMirrored, class ReadU, class ReadV>
+inline __attribute__((always_inline)) void productRead(const float* A, ReadU u, ReadV v, int i, int plane, int pitch,
+                                                       Neighbours n, float& ru, float& rv) {
+  if (kMirrored)
+    productWithCouplings(A, MirroredCouplings{A, plane}, u, v, i, plane, pitch, n, ru, rv);
+  else
+    productWithCouplings(A, PlaneCouplings{A, plane}, u, v, i, plane, pitch, n, ru, rv);
+}
+
+// Whether row y of A is mirrored: both copies of A12 equal, each north
+// coupling equal to the south coupling of the pixel above and each west
+// coupling equal to the east coupling of the pixel to the left, bit for bit.
+inline __attribute__((always_inline)) bool rowMirrored(const float* A, int y, int width, int pitch, int plane) {
+  const std::size_t o = static_cast<std::size_t>(y) * pitch;
+  const std::size_t bytes = sizeof(float) * width;
+  bool same = std::memcmp(A + o + kA12Precond * plane, A + o + kA12Product * plane, bytes) == 0;
+  if (y > 0) same = same && std::memcmp(A + o + kNorth * plane, A + o - pitch + kSouth * plane, bytes) == 0;
+  if (width > 1) same = same && std::memcmp(A + o + 1 + kWest * plane, A + o + kEast * plane, bytes - sizeof(float)) == 0;
+  return same;
+}
+
+VEMO_ROWS_FUNCTION
+void firstProductDotRows(const float* __restrict A, const float* __restrict p, float* __restrict q, int height,
+                         int width, int pitch, double* partials, unsigned char* mirrored, int y0, int y1) {
+  const int plane = pitch * height;
+  for (int y = y0; y < y1; ++y) {
+    forRowPixels(y, height, width, pitch,
+                 [&](int i, Neighbours n) { productPixelAt(A, p, p + plane, i, plane, pitch, n, q); });
+    const std::size_t o = static_cast<std::size_t>(y) * pitch;
+    partials[y] = rowDotInline(p + o, q + o, width);
+    partials[height + y] = rowDotInline(p + plane + o, q + plane + o, width);
+    mirrored[y] = rowMirrored(A, y, width, pitch, plane) ? 1 : 0;
+  }
+}
+
+VEMO_ROWS_FUNCTION
+void mirroredProductDotRows(const float* __restrict A, const float* __restrict p, float* __restrict q, int height,
+                            int width, int pitch, double* partials, int y0, int y1) {
+  const int plane = pitch * height;
+  for (int y = y0; y < y1; ++y) {
+    forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
+      float qu, qv;
+      productRead<true>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, qu, qv);
+      q[i] = qu;
+      q[i + plane] = qv;
+    });
+    const std::size_t o = static_cast<std::size_t>(y) * pitch;
+    partials[y] = rowDotInline(p + o, q + o, width);
+    partials[height + y] = rowDotInline(p + plane + o, q + plane + o, width);
   }
 }
 
