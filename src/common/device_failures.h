@@ -5,10 +5,16 @@
 // BackendError; the backend that failed is then not to be used again.
 #pragma once
 
+#include <atomic>
+
 namespace flowcore {
 
+// Header-only: the CUDA library reads it and sits below the rest of the
+// library at link time.
+inline std::atomic<bool> deviceFailuresThrowFlag{false};
+
 // Off by default (end the process).
-void setDeviceFailuresThrow(bool on);
-bool deviceFailuresThrow();
+inline void setDeviceFailuresThrow(bool on) { deviceFailuresThrowFlag.store(on, std::memory_order_relaxed); }
+inline bool deviceFailuresThrow() { return deviceFailuresThrowFlag.load(std::memory_order_relaxed); }
 
 }  // namespace flowcore
