@@ -6,8 +6,12 @@
 #   VEMO_SKIP_SANITIZERS=1 scripts/test.sh   skips the sanitizer pass.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+stage() { echo "== $1 (at ${SECONDS} s)"; }
+stage "set-up"
 scripts/setup.sh
+stage "build"
 scripts/build.sh
+stage "C++ tests"
 
 # ctest runs one test process per core; each uses one OpenMP thread and
 # sleeps instead of spinning while it waits, so that processes do not fight
@@ -15,14 +19,15 @@ scripts/build.sh
 export OMP_NUM_THREADS=1 OMP_WAIT_POLICY=passive
 ctest --test-dir build --output-on-failure -j "$(nproc)"
 
-echo "== Python package (installed by scripts/setup.sh into .venv)"
+stage "Python package (installed by scripts/setup.sh into .venv)"
 .venv/bin/python -m pytest -q tests/python
 
 if [ "${VEMO_SKIP_SANITIZERS:-0}" != "1" ]; then
-  echo "== unit tests under AddressSanitizer + UndefinedBehaviorSanitizer"
+  stage "unit tests under AddressSanitizer + UndefinedBehaviorSanitizer"
   cmake -S . -B build-asan -DVEMO_SANITIZE=ON -DVEMO_BUILD_BENCH=OFF \
         -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
   cmake --build build-asan -j "$(nproc)"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ctest --test-dir build-asan --output-on-failure -j "$(nproc)" -LE 'gpu|accuracy'
 fi
+stage "done"
