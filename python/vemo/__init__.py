@@ -16,18 +16,10 @@ computes whole folders of sequences and videos on a Dask cluster;
 ``vemo.read_video`` yields the frames of a video file.
 """
 
-import os as _os
-
-# Waiting OpenMP threads sleep rather than spin, as in the programs: spinning
-# makes a run several times slower as soon as anything else uses the cores.
-# The runtime reads this once, when the extension loads it.
-if "OMP_WAIT_POLICY" not in _os.environ and "GOMP_SPINCOUNT" not in _os.environ:
-    _os.environ["OMP_WAIT_POLICY"] = "passive"
-
-from .engine import Engine, PairFlow, flow  # noqa: E402
-from .flo import read_flo, write_flo  # noqa: E402
-from .tools import evaluate, flow_to_rgb, read_frame  # noqa: E402
-from .video import VideoError, read_video, write_video  # noqa: E402
+from .engine import Engine, PairFlow, flow
+from .flo import read_flo, write_flo
+from .tools import evaluate, flow_to_rgb, read_frame
+from .video import VideoError, read_video, write_video
 
 __all__ = ["Engine", "PairFlow", "flow", "read_flo", "write_flo", "evaluate", "flow_to_rgb", "read_frame", "read_video",
            "write_video", "VideoError"]
