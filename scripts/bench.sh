@@ -24,7 +24,7 @@ busy=()
 stop_busy() { [ ${#busy[@]} -eq 0 ] || kill "${busy[@]}" 2>/dev/null || true; }
 trap stop_busy EXIT
 if [ "${BUSY:-0}" = "1" ]; then
-  for _ in $(seq "$(nproc)"); do
+  for _ in $(seq "$(env -u OMP_NUM_THREADS -u OMP_THREAD_LIMIT nproc)"); do
     nice -n 0 sh -c 'while :; do :; done' &
     busy+=($!)
   done

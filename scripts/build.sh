@@ -4,4 +4,4 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release "$@" >/dev/null
-cmake --build build -j "$(nproc)"
+cmake --build build -j "$(env -u OMP_NUM_THREADS -u OMP_THREAD_LIMIT nproc)"

@@ -17,7 +17,7 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DVEMO_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build-fuzz -j "$(nproc)"
+cmake --build build-fuzz -j "$(env -u OMP_NUM_THREADS -u OMP_THREAD_LIMIT nproc)"
 
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
