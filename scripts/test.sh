@@ -26,8 +26,9 @@ stage "Python package (installed by scripts/setup.sh into .venv)"
 
 if [ "${VEMO_SKIP_SANITIZERS:-0}" != "1" ]; then
   stage "unit tests under AddressSanitizer + UndefinedBehaviorSanitizer"
+  # -O1: half the compile time of -O2 here, and the tests run as fast.
   cmake -S . -B build-asan -DVEMO_SANITIZE=ON -DVEMO_BUILD_BENCH=OFF \
-        -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+        -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 >/dev/null
   cmake --build build-asan -j "$cores"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ctest --test-dir build-asan --output-on-failure -j "$cores" -LE 'gpu|accuracy'
