@@ -44,9 +44,11 @@ TEST(SmallFrames, OnePixelIsRefusedAndOthersGiveAFiniteFlowOfTheirSize) {
     for (size_t i = 0; i < run.flow.elements(); ++i)
       ASSERT_TRUE(std::isfinite(run.flow.data[i])) << size << " x " << size << " element " << i;
     EXPECT_NE(run.out.find("Total time = "), std::string::npos);
+    // 24 pixels leave no room for a descriptor window: no grid points. At 25
+    // there is one row and one column of them.
+    if (size > 2) {
+      const std::string grid = size == 24 ? "0 0 24 24\n" : "1 1 25 25\n";
+      EXPECT_NE(run.out.find(grid), std::string::npos) << run.out;
+    }
   }
-  // 24 pixels leave no room for a descriptor window: no grid points. At 25
-  // there is one row and one column of them.
-  EXPECT_NE(runWholeMethod(24, 24).out.find("0 0 24 24\n"), std::string::npos);
-  EXPECT_NE(runWholeMethod(25, 25).out.find("1 1 25 25\n"), std::string::npos);
 }

@@ -75,26 +75,12 @@ TEST(FlowMetrics, EmptyBandsAndAllUnknownGiveNullNotGarbageAndSizesMustMatch) {
   testing::internal::GetCapturedStderr();
 }
 
-TEST(FlowPicture, MaxFlowSetsFullBrightnessAndUnknownVectorsAreBlack) {
-  CTensor<float> flow = constantFlow(3, 1, 0.0f, 0.0f);
-  flow(0, 0, 0) = 4.0f;                   // right, length 4
-  flow(1, 0, 0) = 2.0f;                   // half as long
-  flow(2, 0, 0) = 1e9f;                   // unknown
-  CTensor<float> picture = flowPicture(flow, 4.0f, false);
-  ASSERT_EQ(picture.zSize, 3);
-  EXPECT_EQ(picture(0, 0, 0), 255.0f);    // pure red at full brightness
-  EXPECT_EQ(picture(0, 0, 1), 0.0f);
-  EXPECT_NEAR(picture(1, 0, 0), 127.0f, 1.0f);
-  for (int c = 0; c < 3; ++c) EXPECT_EQ(picture(2, 0, c), 0.0f);
-  // Without a scale the longest known vector (4) reaches full brightness.
-  picture = flowPicture(flow, 0.0f, false);
-  EXPECT_EQ(picture(0, 0, 0), 255.0f);
-  EXPECT_EQ(longestVector(flow), 4.0f);
-
-  // The legend adds a square panel on the right whose centre is black (no
-  // motion) and whose corners are white background.
+// The legend adds a square panel on the right whose centre is black (no
+// motion) and whose corners are white background. (The colours of the field
+// itself are checked through vemo.flow_to_rgb.)
+TEST(FlowPicture, LegendAddsASquarePanelOnTheRight) {
   const CTensor<float> tall = constantFlow(10, 40, 1.0f, 0.0f);
-  picture = flowPicture(tall, 1.0f, true);
+  const CTensor<float> picture = flowPicture(tall, 1.0f, true);
   EXPECT_EQ(picture.xSize, 50);
   EXPECT_EQ(picture.ySize, 40);
   EXPECT_EQ(picture(10 + 20, 20, 1), 0.0f);

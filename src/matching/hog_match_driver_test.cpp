@@ -60,10 +60,10 @@ TEST(MatchDriver, GridLineAndFramesWithoutGridPoints) {
     EXPECT_NE(m.printed.find("HOG match = "), std::string::npos);
     expectAllZero(m);
   }
-  for (int size : {24, 20}) {
-    const Frame f = match_testing::texturedFrame(size, size, 32, 1);
+  {
+    const Frame f = match_testing::texturedFrame(24, 24, 32, 1);
     const MatchPlanes m = runDriver(f, f, 3);
-    EXPECT_EQ(firstLine(m.printed), "0 0 " + std::to_string(size) + " " + std::to_string(size) + "\n");
+    EXPECT_EQ(firstLine(m.printed), "0 0 24 24\n");
     expectAllZero(m);
   }
   // 25 x 25: one grid point (12, 12) whose search has the single candidate

@@ -98,23 +98,7 @@ TEST(SystemAssembly, SymmetricWithCouplingsOfTheSharedEdgeAndNoneAcrossTheBorder
         if (y == 0) {
           ASSERT_EQ(c.A(kNorth, x, y), 0.0f);
         }
-        // The diagonal carries the data terms plus the edge weights: the
-        // smoothness part of every row sums to zero.
-        const float couplings = c.A(kNorth, x, y) + c.A(kWest, x, y) + c.A(kEast, x, y) + c.A(kSouth, x, y);
-        const int plane = c.pitch * c.height;
-        const float du = fp.du[i], dv = fp.du[i + plane];
-        const float pd = dataWeight(fp.ST, i, plane, du, dv), pg = gradientWeight(fp.ST2, i, plane, du, dv, 5.0f);
-        float pm, mu, mv;
-        matchSingle(c.u.data(), c.v.data(), fp.du, fp.du + plane, c.geoU.data(), c.geoV.data(), c.geoConf.data(),
-                    static_cast<int>(i), 300.0f, pm, mu, mv);
-        const float data = pm + fp.ST[i] * pd + fp.ST2[i] * pg;
-        EXPECT_NEAR(c.A(kA11, x, y) + couplings, data, 1e-3f * std::fabs(data) + 1e-3f);
-        const float data2 = pm + fp.ST[i + plane] * pd + fp.ST2[i + plane] * pg;
-        EXPECT_NEAR(c.A(kA22, x, y) + couplings, data2, 1e-3f * std::fabs(data2) + 1e-3f);
       }
-    if (c.width == 1 && c.height == 1) {
-      for (int k : {kNorth, kWest, kEast, kSouth}) EXPECT_EQ(c.A(k, 0, 0), 0.0f);
-    }
   }
 }
 
@@ -148,14 +132,7 @@ TEST(RobustFactors, ClampedFormExactMatchAndUnmatchedPixels) {
   GradientFactor_kernel(J, &zero, &zero, &out, 0, plane, 5.0f);
   EXPECT_EQ(out, 5000.0f);
 
-  // E = J33 + J11 du^2 + J22 dv^2 + 2 (J12 du dv + J13 du + J23 dv).
-  float K[6] = {2, 3, 4, 0.5f, -1, 0.25f};
-  const float du = 0.5f, dv = -2.0f;
-  const double e = 4 + 2 * 0.25 + 3 * 4 + 2 * (0.5 * 0.5 * -2 + -1 * 0.5 + 0.25 * -2);
-  DataFactor_kernel(K, &du, &dv, &out, 0, plane);
-  EXPECT_FLOAT_EQ(out, static_cast<float>(1.0 / std::sqrt(e + 1e-6)));
-
-  const float u = 1.5f, v = -0.5f, nan = std::numeric_limits<float>::quiet_NaN();
+  const float du = 0.5f, dv = -2.0f, u = 1.5f, v = -0.5f, nan = std::numeric_limits<float>::quiet_NaN();
   float m, mu, mv;
   // Match exactly at u + du: weight beta * c * 1000, sums use u (not u + du).
   const float gu = u + du, gv = v + dv, c = 0.5f, beta = 300.0f;

@@ -111,43 +111,24 @@ TEST(VariationalFlow, SingleScaleRunEqualsTheLastPassAlone) {
   EXPECT_EQ(flow.v, v.dense());
 }
 
-// Descriptor matches pull the flow even where the frames carry no
-// information: flat frames and a match (3, -2) everywhere. Guards against
-// match displacements that are not shrunk with the levels, and a match term
-// that is lost in the pyramid.
-TEST(VariationalFlow, MatchesDriveTheFlowWhereTheFramesAreFlat) {
-  const int w = 48, h = 40;
-  CTensor<float> flat(w, h, 3, 100.0f);
-  const std::size_t n = static_cast<std::size_t>(w) * h;
-  CpuBackend backend;
-  const HostFlow flow = solve(backend, flat, flat, Parameters(), nullptr, std::vector<float>(n, 3.0f),
-                              std::vector<float>(n, -2.0f), std::vector<float>(n, 1.0f));
-  for (std::size_t i = 0; i < n; ++i) {
-    ASSERT_NEAR(flow.u[i], 3.0f, 0.05f) << i;
-    ASSERT_NEAR(flow.v[i], -2.0f, 0.05f) << i;
-  }
-}
-
-// The flow must not depend on the thread count or on the row padding.
+// The flow must not depend on the thread count or on the row padding. The
+// full-size levels of this frame are split into several pieces of rows, so
+// every stage of the solver runs on both threads in the second run.
 TEST(VariationalFlow, ThreadCountAndPaddingLeaveTheFlowBitIdentical) {
   CTensor<float> f1, f2, truth;
-  NSynthetic::makeShiftedPair(131, 97, -1.25f, 2.0f, 9, f1, f2, truth);
+  NSynthetic::makeShiftedPair(192, 144, -1.25f, 2.0f, 9, f1, f2, truth);
   Parameters p;
   p.eta = 0.8f;  // fewer levels: the test is about bits, not accuracy
   const int threads = omp_get_max_threads();
-  HostFlow runs[3];
-  for (int k = 0; k < 2; ++k) {
-    omp_set_num_threads(k + 1);
-    CpuBackend backend;
-    runs[k] = solve(backend, f1, f2, p);
-  }
-  omp_set_num_threads(threads);
+  omp_set_num_threads(1);
+  CpuBackend tight;
+  const HostFlow one = solve(tight, f1, f2, p);
+  omp_set_num_threads(2);
   CpuBackend padded(16, 5);
-  runs[2] = solve(padded, f1, f2, p);
-  EXPECT_EQ(runs[0].u, runs[1].u);
-  EXPECT_EQ(runs[0].v, runs[1].v);
-  EXPECT_EQ(runs[0].u, runs[2].u);
-  EXPECT_EQ(runs[0].v, runs[2].v);
+  const HostFlow two = solve(padded, f1, f2, p);
+  omp_set_num_threads(threads);
+  EXPECT_EQ(one.u, two.u);
+  EXPECT_EQ(one.v, two.v);
 }
 
 // Levels that repeat the size of the next coarser one are skipped with a

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <stdexcept>
+#include <vector>
 
 #include "backends/cpu/plane_test_util.h"
 #include "variational/filter_masks.h"
@@ -82,69 +85,44 @@ TEST(ShortMaskConvolution, BlockHaloRulesMatchTileEmulationAtBlockEdgesWithPadde
     }
 }
 
-TEST(ShortMaskConvolution, RightHaloRepeatsBlockEndWhileClampPathUsesEdgeColumn) {
-  // 17 columns, 5 taps: column 15's sample at +2 is column 17 (beyond the
-  // image); the tile gives the block's last column 15, the clamp path the
-  // edge column 16. Column 16 (alone in its block) sees 14 through the left
-  // halo and itself beyond the edge.
-  Planes in(2, 17, 24);
-  in.fill([](int x, int y, int) { return (float)(x + 100 * y); });
-  const float last[5] = {0, 0, 0, 0, 1}, first[5] = {1, 0, 0, 0, 0};
-  Planes out(2, 17, 24);
-  flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), 2, 17, 24, last, 5);
-  EXPECT_EQ(out.at(15, 1), 115.0f);
-  EXPECT_EQ(out.at(14, 1), 116.0f);
-  EXPECT_EQ(out.at(16, 1), 116.0f);
-  flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), 2, 17, 24, first, 5);
-  EXPECT_EQ(out.at(16, 0), 14.0f);
-  EXPECT_EQ(out.at(0, 0), 0.0f);  // left edge replicated
-  EXPECT_EQ(out.at(1, 0), 0.0f);
-  Planes inplace = in;
-  flowcore::cpu::gConvolveX(inplace.ptr(), inplace.ptr(), 2, 17, 24, last, 5);
-  EXPECT_EQ(inplace.at(15, 1), 116.0f);
-  EXPECT_EQ(inplace.at(16, 1), 116.0f);
-  EXPECT_EQ(inplace.at(3, 1), 105.0f);
-  EXPECT_TRUE(inplace.paddingIntact());
-}
-
-TEST(ClampConvolution, InPlaceAndLongMasksAgreeWithDistinctBuffersAwayFromBorders) {
+// Long masks, and short ones applied in place, read clamped samples instead
+// of tiles: the result is the direct clamp-to-edge correlation, bit for bit,
+// along either axis.
+TEST(ClampConvolution, InPlaceAndLongMasksAreTheClampToEdgeCorrelation) {
   Planes in(40, 37, 44);
   in.fillRandom(5);
   int len = 0;
-  const std::vector<float> g = flowcore::GaussianFilterCreate(1.5f, len);  // 9 taps: clamp path
+  const std::vector<float> g = flowcore::GaussianFilterCreate(1.5f, len);  // 9 taps
   ASSERT_EQ(len, 9);
-  Planes a(40, 37, 44), b = in;
-  flowcore::cpu::gConvolveY(a.ptr(), in.ptr(), 40, 37, 44, g.data(), len);
-  flowcore::cpu::gConvolveY(b.ptr(), b.ptr(), 40, 37, 44, g.data(), len);
-  for (int y = 0; y < 40; ++y)
-    for (int x = 0; x < 37; ++x) {
-      // Direct clamp-to-edge reference.
-      float sum = 0.0f;
-      for (int j = 0; j < len; ++j) sum = fmaf(g[j], in.at(x, std::min(std::max(y + j - 4, 0), 39)), sum);
-      ASSERT_TRUE(sameBits(a.at(x, y), sum)) << x << "," << y;
-      ASSERT_TRUE(sameBits(b.at(x, y), sum)) << x << "," << y;
+  struct Case {
+    const float* mask;
+    int length;
+    bool inPlace;
+  };
+  for (const Case k : {Case{g.data(), len, false}, Case{g.data(), len, true}, Case{kMasks[2], 5, true}})
+    for (bool alongX : {true, false}) {
+      Planes out(40, 37, 44);
+      if (k.inPlace) out = in;
+      const float* src = k.inPlace ? out.ptr() : in.ptr();
+      if (alongX) {
+        flowcore::cpu::gConvolveX(out.ptr(), src, 40, 37, 44, k.mask, k.length);
+      } else {
+        flowcore::cpu::gConvolveY(out.ptr(), src, 40, 37, 44, k.mask, k.length);
+      }
+      const int h = k.length / 2;
+      for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 37; ++x) {
+          float sum = 0.0f;
+          for (int j = 0; j < k.length; ++j) {
+            const int sx = alongX ? std::min(std::max(x + j - h, 0), 36) : x;
+            const int sy = alongX ? y : std::min(std::max(y + j - h, 0), 39);
+            sum = fmaf(k.mask[j], in.at(sx, sy), sum);
+          }
+          ASSERT_TRUE(sameBits(out.at(x, y), sum)) << k.length << (k.inPlace ? " in place" : "") << " at " << x
+                                                   << "," << y;
+        }
+      EXPECT_TRUE(out.paddingIntact());
     }
-  EXPECT_TRUE(a.paddingIntact());
-  EXPECT_TRUE(b.paddingIntact());
-}
-
-TEST(GaussianFilter, InPlaceEqualsSeparateAndIgnoresPadding) {
-  Planes in(21, 19, 26);
-  in.fillRandom(9);
-  Planes out(21, 19, 26), same = in;
-  flowcore::cpu::gGaussianFilter(out.ptr(), in.ptr(), 21, 19, 26, 2.0f);
-  flowcore::cpu::gGaussianFilter(same.ptr(), same.ptr(), 21, 19, 26, 2.0f);
-  for (int y = 0; y < 21; ++y)
-    for (int x = 0; x < 19; ++x) {
-      ASSERT_TRUE(std::isfinite(out.at(x, y))) << "padding read as data at " << x << "," << y;
-      ASSERT_TRUE(sameBits(out.at(x, y), same.at(x, y)));
-    }
-  EXPECT_TRUE(out.paddingIntact());
-  // A constant image stays constant (mask sums to one).
-  Planes flat(21, 19, 26);
-  flat.fill([](int, int, int) { return 42.0f; });
-  flowcore::cpu::gGaussianFilter(flat.ptr(), flat.ptr(), 21, 19, 26, 4.0f);
-  EXPECT_NEAR(flat.at(18, 20), 42.0f, 1e-3f);
 }
 
 TEST(ConvolutionArguments, RefusesMasksThatDoNotFitAndMismatchedSizes) {

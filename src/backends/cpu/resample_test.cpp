@@ -10,39 +10,18 @@
 
 using flowcore::testing_util::Planes;
 
-TEST(AreaDownsample, SameSizeIsIdentityAndBlocksAverage) {
-  Planes in(13, 11, 18), out(13, 11, 18), conf(13, 11, 18);
+// The same size is the identity; a full-frame step of the default pyramid
+// gives the exact footprint means of a ramp (pixel i holds i over
+// [i, i + 1)), up to the single-precision footprint bounds (about 1e-4
+// relative near the far edge).
+TEST(AreaDownsample, SameSizeIsIdentityAndFootprintsAreExactMeans) {
+  Planes in(13, 11, 18), out(13, 11, 18);
   in.fillRandom(3);
-  conf.fillRandom(4, 0.1f, 2.0f);
   flowcore::cpu::downsample(in.ptr(), 13, 11, 18, out.ptr(), 13, 11, 18, nullptr);
   for (int y = 0; y < 13; ++y)
     for (int x = 0; x < 11; ++x) ASSERT_EQ(out.at(x, y), in.at(x, y));
-  flowcore::cpu::downsample(in.ptr(), 13, 11, 18, out.ptr(), 13, 11, 18, conf.ptr());
-  for (int y = 0; y < 13; ++y)
-    for (int x = 0; x < 11; ++x) ASSERT_FLOAT_EQ(out.at(x, y), in.at(x, y));
   EXPECT_TRUE(out.paddingIntact());
 
-  Planes four(4, 4, 5), two(2, 2, 3);
-  four.fill([](int x, int y, int) { return (float)(x + 4 * y); });
-  flowcore::cpu::downsample(four.ptr(), 4, 4, 5, two.ptr(), 2, 2, 3, nullptr);
-  EXPECT_EQ(two.at(0, 0), 2.5f);
-  EXPECT_EQ(two.at(1, 0), 4.5f);
-  EXPECT_EQ(two.at(0, 1), 10.5f);
-  EXPECT_EQ(two.at(1, 1), 12.5f);
-  EXPECT_TRUE(two.paddingIntact());
-}
-
-TEST(AreaDownsample, NonIntegerFactorsSplitStraddlingCells) {
-  // Five columns into two: the middle column is split half and half.
-  Planes row(1, 5, 8), out(1, 2, 4);
-  const float v[5] = {1, 2, 4, 8, 16};
-  row.fill([&](int x, int, int) { return v[x]; });
-  flowcore::cpu::downsample(row.ptr(), 1, 5, 8, out.ptr(), 1, 2, 4, nullptr);
-  EXPECT_FLOAT_EQ(out.at(0, 0), (1 + 2 + 0.5f * 4) / 2.5f);
-  EXPECT_FLOAT_EQ(out.at(1, 0), (0.5f * 4 + 8 + 16) / 2.5f);
-  // A full-frame step of the default pyramid gives the exact footprint means
-  // of a ramp (pixel i holds i over [i, i + 1)), up to the single-precision
-  // footprint bounds (about 1e-4 relative near the far edge).
   auto meanFloor = [](double t0, double t1) {
     double s = 0;
     for (int i = (int)t0; i < t1; ++i) s += i * (std::min(t1, i + 1.0) - std::max(t0, (double)i));
@@ -108,7 +87,7 @@ TEST(Interpolate, UnitScaleIsIdentityAndEnlargementClampsAtTheEdges) {
 // The device kernels call the per-pixel functions directly; the CPU loops
 // share spans between pixels. Both must give the same bits.
 TEST(AreaDownsample, CpuLoopMatchesThePerPixelFunctionsBitForBit) {
-  const int sizes[][4] = {{480, 640, 456, 608}, {83, 97, 79, 93}, {16, 21, 16, 21}, {17, 17, 5, 3}};
+  const int sizes[][4] = {{480, 640, 456, 608}, {83, 97, 79, 93}, {17, 17, 5, 3}};
   for (auto& s : sizes) {
     Planes in(s[0], s[1], s[1] + 3), conf(s[0], s[1], s[1] + 3), out(s[2], s[3], s[3] + 5), wout(s[2], s[3], s[3] + 5);
     in.fillRandom(41);
