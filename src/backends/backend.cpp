@@ -4,6 +4,7 @@
 
 #include "common/timer.h"
 #include "pixel/diffusivity.h"
+#include "variational/pcg.h"
 #include "variational/scratch.h"
 
 namespace flowcore {
@@ -60,6 +61,11 @@ float Backend::updatePrecondition(const float* A, float* du, const float* p, flo
   return dot(r, z, 2 * height, width, pitch);
 }
 
+void Backend::cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int height, int width,
+                        int pitch) {
+  pcgStartSteps(*this, A, b, du, t, height, width, pitch);
+}
+
 void Backend::cgBegin(const float* r, const float* z, int height, int width, int pitch) {
   cgStart(cg_, dot(r, z, 2 * height, width, pitch));
 }
@@ -70,8 +76,8 @@ void Backend::cgFirstProduct(const float* A, const float* p, float* q, int heigh
   if (cg_.active != 0) cgStep(cg_, productDot(A, p, q, height, width, pitch));
 }
 
-void Backend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
-                            int width, int pitch) {
+void Backend::cgNextProduct(const float* A, const float* p, const float*, const float* z, float* pNext, float* q,
+                            int height, int width, int pitch) {
   if (cg_.active != 0) cgStep(cg_, nextDirectionProductDot(A, p, z, cg_.beta, pNext, q, height, width, pitch));
 }
 

@@ -86,19 +86,19 @@ class CpuBackend : public Backend {
   void scaleAndAdd(float* acc, const float* b, float scale, int height, int width, int pitch) override;
   float dot(const float* x, const float* y, int rows, int width, int pitch) override;
   float productDot(const float* A, const float* p, float* q, int height, int width, int pitch) override;
-  float nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext, float* q,
-                                int height, int width, int pitch) override;
-  float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
-                           int height, int width, int pitch) override;
 
-  // The solve's steps as the defaults compose them, except that the first
-  // product also checks whether the matrix is mirrored (MirroredCouplings),
-  // as the assembly writes it; the later products then read five of its
-  // planes instead of eight, with the same values and so the same bits.
+  // The solve's steps in passes that store neither z nor q: the next
+  // direction's pass recomputes z from r, the update's pass recomputes q from
+  // p, and nothing is cleared (no pass reads the padding). The first product
+  // also checks whether the matrix is mirrored (MirroredCouplings), as the
+  // assembly writes it; the later passes then read five of its planes instead
+  // of eight, with the same values and so the same bits.
+  void cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int height, int width,
+                 int pitch) override;
   void cgBegin(const float* r, const float* z, int height, int width, int pitch) override;
   bool cgActive() override;
   void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) override;
-  void cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height, int width,
+  void cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q, int height, int width,
                      int pitch) override;
   void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height, int width,
                 int pitch) override;

@@ -127,22 +127,26 @@ float CpuBackend::productDot(const float* A, const float* p, float* q, int heigh
   return combinePartials(2 * height);
 }
 
-// The new direction goes into its own buffer instead of a copy being
-// updated in place: two passes over memory as with an in-place update.
-float CpuBackend::nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext,
-                                          float* q, int height, int width, int pitch) {
-  parallelRows(2 * height, width,
-               [&](int y0, int y1) { cpu::nextDirectionRows(p, z, beta, pNext, width, pitch, y0, y1); });
-  return productDot(A, pNext, q, height, width, pitch);
+namespace {
+
+// Row buffers of the solver's passes for the calling thread (see
+// solver_rows.h), grown on demand.
+float* passScratch(int width, int pitch) {
+  thread_local std::vector<float> rows;
+  const std::size_t floats = 2 * static_cast<std::size_t>(width) + 6 * static_cast<std::size_t>(pitch);
+  if (rows.size() < floats) rows.resize(floats);
+  return rows.data();
 }
 
-float CpuBackend::updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a,
-                                     float* z, int height, int width, int pitch) {
+}  // namespace
+
+void CpuBackend::cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int height, int width,
+                           int pitch) {
+  cgMirrored_ = false;
   double* part = partials(2 * height);
-  parallelRows(height, width, [&](int y0, int y1) {
-    cpu::updatePreconditionRows(A, du, p, r, q, a, z, height, width, pitch, part, y0, y1);
-  });
-  return combinePartials(2 * height);
+  parallelRows(height, width,
+               [&](int y0, int y1) { cpu::startRows(A, b, du, t.r, t.p, height, width, pitch, part, y0, y1); });
+  cgStart(cg_, combinePartials(2 * height));
 }
 
 void CpuBackend::cgBegin(const float* r, const float* z, int height, int width, int pitch) {
@@ -152,38 +156,38 @@ void CpuBackend::cgBegin(const float* r, const float* z, int height, int width, 
 
 bool CpuBackend::cgActive() { return cg_.active != 0; }
 
-void CpuBackend::cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) {
+void CpuBackend::cgFirstProduct(const float* A, const float* p, float*, int height, int width, int pitch) {
   if (cg_.active == 0) return;
   double* part = partials(2 * height);
   if (mirroredRows_.size() < static_cast<std::size_t>(height)) mirroredRows_.resize(height);
   unsigned char* mirrored = mirroredRows_.data();
   parallelRows(height, width, [&](int y0, int y1) {
-    cpu::firstProductDotRows(A, p, q, height, width, pitch, part, mirrored, y0, y1);
+    cpu::firstProductDotRows(A, p, height, width, pitch, part, mirrored, passScratch(width, pitch), y0, y1);
   });
   cgMirrored_ = true;
   for (int y = 0; y < height; ++y) cgMirrored_ = cgMirrored_ && mirrored[y] != 0;
   cgStep(cg_, combinePartials(2 * height));
 }
 
-void CpuBackend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
-                               int width, int pitch) {
+void CpuBackend::cgNextProduct(const float* A, const float* p, const float* r, const float*, float* pNext, float*,
+                               int height, int width, int pitch) {
   if (cg_.active == 0) return;
-  parallelRows(2 * height, width,
-               [&](int y0, int y1) { cpu::nextDirectionRows(p, z, cg_.beta, pNext, width, pitch, y0, y1); });
   double* part = partials(2 * height);
   parallelRows(height, width, [&](int y0, int y1) {
-    if (cgMirrored_)
-      cpu::mirroredProductDotRows(A, pNext, q, height, width, pitch, part, y0, y1);
-    else
-      cpu::productDotRows(A, pNext, q, height, width, pitch, part, y0, y1);
+    cpu::nextProductRows(A, p, r, cg_.beta, pNext, cgMirrored_, height, width, pitch, part, passScratch(width, pitch), y0,
+                         y1);
   });
   cgStep(cg_, combinePartials(2 * height));
 }
 
-void CpuBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,
+void CpuBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float*, float*, int height,
                           int width, int pitch) {
   if (cg_.active == 0) return;
-  cgFinish(cg_, updatePrecondition(A, du, p, r, q, cg_.alpha, z, height, width, pitch));
+  double* part = partials(2 * height);
+  parallelRows(height, width, [&](int y0, int y1) {
+    cpu::updateRows(A, du, p, r, cg_.alpha, cgMirrored_, height, width, pitch, part, passScratch(width, pitch), y0, y1);
+  });
+  cgFinish(cg_, combinePartials(2 * height));
 }
 
 int CpuBackend::cgIterations() { return cg_.iterations; }

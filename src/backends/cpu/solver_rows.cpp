@@ -15,10 +15,10 @@ namespace flowcore::cpu {
   void scaleAndAddRows(float* acc, const float* b, float scale, int width, int pitch, int y0, int y1); \
   void dotRows(const float* x, const float* y, int width, int pitch, double* partials, int y0, int y1); \
   void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1); \
-  void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1); \
-  void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1); \
-  void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, unsigned char* mirrored, int y0, int y1); \
-  void mirroredProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1);
+  void startRows(const float* A, const float* b, const float* du, float* r, float* p, int height, int width, int pitch, double* partials, int y0, int y1); \
+  void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials, unsigned char* mirrored, float* scratch, int y0, int y1); \
+  void nextProductRows(const float* A, const float* p, const float* r, float beta, float* pNext, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1); \
+  void updateRows(const float* A, float* du, const float* p, float* r, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1);
 
 namespace base {
 VEMO_SOLVER_ROW_LOOPS
@@ -87,20 +87,20 @@ void productDotRows(const float* A, const float* p, float* q, int height, int wi
   VEMO_ROWS_DISPATCH(productDotRows(A, p, q, height, width, pitch, partials, y0, y1));
 }
 
-void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(nextDirectionRows(p, z, beta, pNext, width, pitch, y0, y1));
+void startRows(const float* A, const float* b, const float* du, float* r, float* p, int height, int width, int pitch, double* partials, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(startRows(A, b, du, r, p, height, width, pitch, partials, y0, y1));
 }
 
-void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(updatePreconditionRows(A, du, p, r, q, a, z, height, width, pitch, partials, y0, y1));
+void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials, unsigned char* mirrored, float* scratch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(firstProductDotRows(A, p, height, width, pitch, partials, mirrored, scratch, y0, y1));
 }
 
-void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, unsigned char* mirrored, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(firstProductDotRows(A, p, q, height, width, pitch, partials, mirrored, y0, y1));
+void nextProductRows(const float* A, const float* p, const float* r, float beta, float* pNext, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(nextProductRows(A, p, r, beta, pNext, mirrored, height, width, pitch, partials, scratch, y0, y1));
 }
 
-void mirroredProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(mirroredProductDotRows(A, p, q, height, width, pitch, partials, y0, y1));
+void updateRows(const float* A, float* du, const float* p, float* r, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(updateRows(A, du, p, r, a, mirrored, height, width, pitch, partials, scratch, y0, y1));
 }
 
 }  // namespace flowcore::cpu

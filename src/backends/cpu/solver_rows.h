@@ -54,20 +54,29 @@ void dotRows(const float* x, const float* y, int width, int pitch, double* parti
 // q = A p with the partials of p . q.
 void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials,
                     int y0, int y1);
-// pNext = beta p + z over rows of one image (2 * height for a vector).
-void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0,
-                       int y1);
-// du += a p, r -= a q, z = block-Jacobi(r), with the partials of r . z.
-void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
-                            int height, int width, int pitch, double* partials, int y0, int y1);
 
-// productDotRows, and whether each row of A is mirrored (see
+// The passes of the conjugate-gradient solve. The preconditioned residual z
+// and the product q = A p are never stored: each pass recomputes what it
+// needs of them from r and p, which moves less memory than storing and
+// reloading them. `mirrored` selects the couplings read as MirroredCouplings
+// (see firstProductDotRows). `scratch` is per-thread room for the row
+// buffers: 2 * width + 6 * pitch floats.
+//
+// r = b - A (du, dv), p = block-Jacobi(r), with the partials of r . p.
+void startRows(const float* A, const float* b, const float* du, float* r, float* p, int height, int width, int pitch,
+               double* partials, int y0, int y1);
+// The partials of p . A p, and whether each row of A is mirrored (see
 // MirroredCouplings): both copies of A12 and the couplings shared by
 // neighbours equal bit for bit.
-void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch,
-                         double* partials, unsigned char* mirrored, int y0, int y1);
-// productDotRows for a mirrored matrix (MirroredCouplings).
-void mirroredProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch,
-                            double* partials, int y0, int y1);
+void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials,
+                         unsigned char* mirrored, float* scratch, int y0, int y1);
+// pNext = beta p + block-Jacobi(r), with the partials of pNext . A pNext. The
+// rows just outside [y0, y1) are recomputed into scratch, not read from
+// pNext, where another range writes them.
+void nextProductRows(const float* A, const float* p, const float* r, float beta, float* pNext, bool mirrored,
+                     int height, int width, int pitch, double* partials, float* scratch, int y0, int y1);
+// du += a p, r -= a A p, with the partials of r . block-Jacobi(r).
+void updateRows(const float* A, float* du, const float* p, float* r, float a, bool mirrored, int height, int width,
+                int pitch, double* partials, float* scratch, int y0, int y1);
 
 }  // namespace flowcore::cpu
