@@ -110,6 +110,9 @@ class CpuBackend : public Backend {
  private:
   // Per-row partial sums of the reductions, grown on demand, never shrunk.
   double* partials(int rows);
+  // Levels up to this many pixels keep z in memory between solver passes.
+  static constexpr long kStoredZPixels = 140000;
+  static bool cgStoresZ(int height, int width);
   float combinePartials(int rows) const;
 
   int pitchAlignment_;

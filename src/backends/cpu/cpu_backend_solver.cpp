@@ -169,23 +169,36 @@ void CpuBackend::cgFirstProduct(const float* A, const float* p, float*, int heig
   cgStep(cg_, combinePartials(2 * height));
 }
 
-void CpuBackend::cgNextProduct(const float* A, const float* p, const float* r, const float*, float* pNext, float*,
+// Whether the update pass stores the preconditioned residual for the next
+// direction to read. On a level whose vectors and matrix mostly stay in the
+// caches reading z back is cheaper than its two divisions a pixel; on larger
+// ones recomputing it moves less memory (measured on 2 cores with an 8 MB
+// last-level cache: storing is 15 % faster at 122,000 pixels a level, 10 %
+// slower at 166,000). Both give the same bits.
+bool CpuBackend::cgStoresZ(int height, int width) {
+  return static_cast<long>(height) * width <= kStoredZPixels;
+}
+
+void CpuBackend::cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float*,
                                int height, int width, int pitch) {
   if (cg_.active == 0) return;
   double* part = partials(2 * height);
+  const float* stored = cgStoresZ(height, width) ? z : nullptr;
   parallelRows(height, width, [&](int y0, int y1) {
-    cpu::nextProductRows(A, p, r, cg_.beta, pNext, cgMirrored_, height, width, pitch, part, passScratch(width, pitch), y0,
-                         y1);
+    cpu::nextProductRows(A, p, r, stored, cg_.beta, pNext, cgMirrored_, height, width, pitch, part,
+                         passScratch(width, pitch), y0, y1);
   });
   cgStep(cg_, combinePartials(2 * height));
 }
 
-void CpuBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float*, float*, int height,
+void CpuBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float*, float* z, int height,
                           int width, int pitch) {
   if (cg_.active == 0) return;
   double* part = partials(2 * height);
+  float* stored = cgStoresZ(height, width) ? z : nullptr;
   parallelRows(height, width, [&](int y0, int y1) {
-    cpu::updateRows(A, du, p, r, cg_.alpha, cgMirrored_, height, width, pitch, part, passScratch(width, pitch), y0, y1);
+    cpu::updateRows(A, du, p, r, stored, cg_.alpha, cgMirrored_, height, width, pitch, part,
+                    passScratch(width, pitch), y0, y1);
   });
   cgFinish(cg_, combinePartials(2 * height));
 }

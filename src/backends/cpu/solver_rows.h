@@ -72,11 +72,14 @@ void firstProductDotRows(const float* A, const float* p, int height, int width, 
                          unsigned char* mirrored, float* scratch, int y0, int y1);
 // pNext = beta p + block-Jacobi(r), with the partials of pNext . A pNext. The
 // rows just outside [y0, y1) are recomputed into scratch, not read from
-// pNext, where another range writes them.
-void nextProductRows(const float* A, const float* p, const float* r, float beta, float* pNext, bool mirrored,
-                     int height, int width, int pitch, double* partials, float* scratch, int y0, int y1);
-// du += a p, r -= a A p, with the partials of r . block-Jacobi(r).
-void updateRows(const float* A, float* du, const float* p, float* r, float a, bool mirrored, int height, int width,
-                int pitch, double* partials, float* scratch, int y0, int y1);
+// pNext, where another range writes them. Where z is given, block-Jacobi(r)
+// is read from it (as updateRows stored it) instead of recomputed.
+void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext,
+                     bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0,
+                     int y1);
+// du += a p, r -= a A p, with the partials of r . block-Jacobi(r); where z is
+// given, block-Jacobi(r) is stored there too.
+void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height,
+                int width, int pitch, double* partials, float* scratch, int y0, int y1);
 
 }  // namespace flowcore::cpu

@@ -216,17 +216,23 @@ inline __attribute__((always_inline)) void rowPartials(const float* x, const flo
   partials[height + y] = rowDotInline(x + plane + o, y2 + width, width);
 }
 
-// Row y of the next direction beta p + block-Jacobi(r), into outU, outV.
-template <bool kMirrored>
+// Row y of the next direction beta p + block-Jacobi(r), into outU, outV;
+// with kStoredZ, block-Jacobi(r) is read from the plane pair z instead.
+template <bool kMirrored, bool kStoredZ>
 inline __attribute__((always_inline)) void directionRow(const float* __restrict A, const float* __restrict p,
-                                                        const float* __restrict r, float beta, int y, int width,
-                                                        int pitch, int plane, float* __restrict outU,
-                                                        float* __restrict outV) {
+                                                        const float* __restrict r, const float* __restrict z,
+                                                        float beta, int y, int width, int pitch, int plane,
+                                                        float* __restrict outU, float* __restrict outV) {
   const int o = y * pitch;
   for (int x = 0; x < width; ++x) {
     const int i = o + x;
     float z1, z2;
-    preconditionAt<kMirrored>(A, i, plane, r[i], r[i + plane], z1, z2);
+    if (kStoredZ) {
+      z1 = z[i];
+      z2 = z[i + plane];
+    } else {
+      preconditionAt<kMirrored>(A, i, plane, r[i], r[i + plane], z1, z2);
+    }
     outU[x] = directionValue(p[i], beta, z1);
     outV[x] = directionValue(p[i + plane], beta, z2);
   }
@@ -234,9 +240,10 @@ inline __attribute__((always_inline)) void directionRow(const float* __restrict 
 
 // The scratch of nextProductRows: q for one row (2 * width floats), then a
 // window of three rows (pitch apart) per component.
-template <bool kMirrored>
+template <bool kMirrored, bool kStoredZ>
 inline __attribute__((always_inline)) void nextProductRowsOf(const float* __restrict A, const float* __restrict p,
-                                                             const float* __restrict r, float beta,
+                                                             const float* __restrict r, const float* __restrict z,
+                                                             float beta,
                                                              float* __restrict pNext, int height, int width,
                                                              int pitch, double* partials, float* __restrict scratch,
                                                              int y0, int y1) {
@@ -245,9 +252,9 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
   float* windowU = scratch + 2 * width;
   float* windowV = windowU + 3 * pitch;
   const auto rowOf = [&](int y) { return pNext + static_cast<std::size_t>(y) * pitch; };
-  directionRow<kMirrored>(A, p, r, beta, y0, width, pitch, plane, rowOf(y0), rowOf(y0) + plane);
+  directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y0, width, pitch, plane, rowOf(y0), rowOf(y0) + plane);
   for (int y = y0; y < y1; ++y) {
-    if (y + 1 < y1) directionRow<kMirrored>(A, p, r, beta, y + 1, width, pitch, plane, rowOf(y + 1), rowOf(y + 1) + plane);
+    if (y + 1 < y1) directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, rowOf(y + 1), rowOf(y + 1) + plane);
     const int o = y * pitch;
     const auto store = [&](int i, float qu, float qv) {
       q[i - o] = qu;
@@ -269,7 +276,7 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
         std::memcpy(windowU, rowOf(y - 1), bytes);
         std::memcpy(windowV, rowOf(y - 1) + plane, bytes);
       } else if (y > 0) {
-        directionRow<kMirrored>(A, p, r, beta, y - 1, width, pitch, plane, windowU, windowV);
+        directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y - 1, width, pitch, plane, windowU, windowV);
       }
       std::memcpy(windowU + pitch, rowOf(y), bytes);
       std::memcpy(windowV + pitch, rowOf(y) + plane, bytes);
@@ -277,7 +284,7 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
         std::memcpy(windowU + 2 * pitch, rowOf(y + 1), bytes);
         std::memcpy(windowV + 2 * pitch, rowOf(y + 1) + plane, bytes);
       } else if (y + 1 < height) {
-        directionRow<kMirrored>(A, p, r, beta, y + 1, width, pitch, plane, windowU + 2 * pitch, windowV + 2 * pitch);
+        directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, windowU + 2 * pitch, windowV + 2 * pitch);
       }
       const int shift = pitch - o;
       forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
@@ -292,22 +299,31 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
 }
 
 VEMO_ROWS_FUNCTION
-void nextProductRows(const float* A, const float* p, const float* r, float beta, float* pNext, bool mirrored,
-                     int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
-  if (mirrored)
-    nextProductRowsOf<true>(A, p, r, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext,
+                     bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0,
+                     int y1) {
+  if (mirrored && z)
+    nextProductRowsOf<true, true>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+  else if (mirrored)
+    nextProductRowsOf<true, false>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+  else if (z)
+    nextProductRowsOf<false, true>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
   else
-    nextProductRowsOf<false>(A, p, r, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+    nextProductRowsOf<false, false>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
 }
 
-template <bool kMirrored>
+template <bool kMirrored, bool kStoredZ>
 inline __attribute__((always_inline)) void updateRowsOf(const float* __restrict A, float* __restrict du,
                                                         const float* __restrict p, float* __restrict r, float a,
                                                         int height, int width, int pitch, double* partials,
-                                                        float* __restrict z, int y0, int y1) {
+                                                        float* __restrict zPlanes, float* __restrict scratch, int y0,
+                                                        int y1) {
   const int plane = pitch * height;
   for (int y = y0; y < y1; ++y) {
     const int o = y * pitch;
+    // z goes to its planes when the next pass reads it, else to a row buffer.
+    float* zu = kStoredZ ? zPlanes + o : scratch;
+    float* zv = kStoredZ ? zPlanes + plane + o : scratch + width;
     forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
       float qu, qv;
       productRead<kMirrored>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, qu, qv);
@@ -316,19 +332,24 @@ inline __attribute__((always_inline)) void updateRowsOf(const float* __restrict 
       const float r1 = saxpyValue(r[i], -a, qu), r2 = saxpyValue(r[i + plane], -a, qv);
       r[i] = r1;
       r[i + plane] = r2;
-      preconditionAt<kMirrored>(A, i, plane, r1, r2, z[i - o], z[i - o + width]);
+      preconditionAt<kMirrored>(A, i, plane, r1, r2, zu[i - o], zv[i - o]);
     });
-    rowPartials(r, z, y, height, width, pitch, plane, partials);
+    partials[y] = rowDotInline(r + o, zu, width);
+    partials[height + y] = rowDotInline(r + plane + o, zv, width);
   }
 }
 
 VEMO_ROWS_FUNCTION
-void updateRows(const float* A, float* du, const float* p, float* r, float a, bool mirrored, int height, int width,
-                int pitch, double* partials, float* scratch, int y0, int y1) {
-  if (mirrored)
-    updateRowsOf<true>(A, du, p, r, a, height, width, pitch, partials, scratch, y0, y1);
+void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height,
+                int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+  if (mirrored && z)
+    updateRowsOf<true, true>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
+  else if (mirrored)
+    updateRowsOf<true, false>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
+  else if (z)
+    updateRowsOf<false, true>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
   else
-    updateRowsOf<false>(A, du, p, r, a, height, width, pitch, partials, scratch, y0, y1);
+    updateRowsOf<false, false>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
 }
 
 VEMO_ROWS_FUNCTION
