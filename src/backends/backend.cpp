@@ -22,6 +22,11 @@ void Backend::closeStretch(const timeval& start, timeval& finish, double& total)
   flowcore::closeStretch(start, finish, total);
 }
 
+void Backend::downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,
+                                int newheight, int newwidth, int newpitch) {
+  for (int k = 0; k < 3; ++k) downsample(in[k], height, width, pitch, out[k], newheight, newwidth, newpitch, in[2]);
+}
+
 void Backend::diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
                           float* diffY, int height, int width, int pitch, float* sum, float* derivative) {
   const float central[3] = {centralDifferenceTap(0), centralDifferenceTap(1), centralDifferenceTap(2)};

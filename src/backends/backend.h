@@ -171,6 +171,10 @@ class Backend {
   // Area average of one plane; weighted by `conf` when it is not null.
   virtual void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight,
                           int newwidth, int newpitch, const float* conf) = 0;
+  // The match field (u, v and confidence planes) reduced with weights equal
+  // to the confidence: out[k] = downsample(in[k], ..., conf = in[2]).
+  virtual void downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,
+                                 int newheight, int newwidth, int newpitch);
   // Bilinear enlargement of `src` (height x width) into `out`.
   virtual void interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height,
                            int width, int pitch, float scaleFactor) = 0;

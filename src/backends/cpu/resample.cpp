@@ -62,62 +62,64 @@ struct ColumnGroups {
 // side by side so that one column's additions run while another's wait for
 // their previous result. All have rowCells x colCells cells (kRows x kCols
 // when fixed, which unrolls the loops). Cells in footprint row j of column x
-// are rows[j * pitch + first[x] + i], their weights w[j * cells + offset[x] + i].
-template <int kLanes, int kRows, int kCols, bool kWeighted>
-inline __attribute__((always_inline)) void sumFootprints(const float* rows, const float* confRows,
+// are rows[p][j * pitch + first[x] + i] for each of kPlanes planes p, their
+// weights w[j * cells + offset[x] + i]. Weighted planes share the confidence,
+// so they share which cells count and the denominator.
+template <int kLanes, int kRows, int kCols, bool kWeighted, int kPlanes>
+inline __attribute__((always_inline)) void sumFootprints(const float* const* rows, const float* confRows,
                                                          const float* weights, const AxisCells& cx, const int* xs,
                                                          std::size_t pitch, std::size_t cells, int rowCells,
-                                                         int colCells, float norm, float* out) {
+                                                         int colCells, float norm, float* const* out) {
   const int nj = kRows > 0 ? kRows : rowCells, ni = kCols > 0 ? kCols : colCells;
-  const float* r[kLanes];
-  const float* c[kLanes];
+  std::size_t at[kLanes];
   const float* w[kLanes];
   for (int k = 0; k < kLanes; ++k) {
-    r[k] = rows + cx.first[xs[k]];
-    c[k] = kWeighted ? confRows + cx.first[xs[k]] : nullptr;
+    at[k] = cx.first[xs[k]];
     w[k] = weights + cx.offset[xs[k]];
   }
-  float num[kLanes] = {}, den[kLanes] = {};
+  float num[kPlanes][kLanes] = {}, den[kLanes] = {};
   for (int j = 0; j < nj; ++j)
     for (int i = 0; i < ni; ++i) {
       const std::size_t ri = j * pitch + i, wi = j * cells + i;
       for (int k = 0; k < kLanes; ++k) {
         if (kWeighted) {
-          const float cv = c[k][ri];
+          const float cv = confRows[at[k] + ri];
           if (cv > 0.0f) {
             const float cw = cv * w[k][wi];
-            num[k] = fmaf(r[k][ri], cw, num[k]);
+            for (int p = 0; p < kPlanes; ++p) num[p][k] = fmaf(rows[p][at[k] + ri], cw, num[p][k]);
             den[k] = den[k] + cw;
           }
         } else {
-          num[k] = fmaf(r[k][ri], w[k][wi], num[k]);
+          for (int p = 0; p < kPlanes; ++p) num[p][k] = fmaf(rows[p][at[k] + ri], w[k][wi], num[p][k]);
         }
       }
     }
-  for (int k = 0; k < kLanes; ++k) out[xs[k]] = kWeighted ? num[k] / den[k] : num[k] / norm;
+  for (int p = 0; p < kPlanes; ++p)
+    for (int k = 0; k < kLanes; ++k) out[p][xs[k]] = kWeighted ? num[p][k] / den[k] : num[p][k] / norm;
 }
 
 constexpr int kLanes = 4;
 
 // Every column of group columns[0 .. count) of one output row.
-template <int kRows, int kCols, bool kWeighted>
-inline __attribute__((always_inline)) void sumGroup(const float* rows, const float* confRows, const float* weights,
-                                                    const AxisCells& cx, const int* columns, int count,
-                                                    std::size_t pitch, std::size_t cells, int rowCells, int colCells,
-                                                    float norm, float* out) {
+template <int kRows, int kCols, bool kWeighted, int kPlanes>
+inline __attribute__((always_inline)) void sumGroup(const float* const* rows, const float* confRows,
+                                                    const float* weights, const AxisCells& cx, const int* columns,
+                                                    int count, std::size_t pitch, std::size_t cells, int rowCells,
+                                                    int colCells, float norm, float* const* out) {
   int k = 0;
   for (; k + kLanes <= count; k += kLanes)
-    sumFootprints<kLanes, kRows, kCols, kWeighted>(rows, confRows, weights, cx, columns + k, pitch, cells, rowCells,
-                                                   colCells, norm, out);
+    sumFootprints<kLanes, kRows, kCols, kWeighted, kPlanes>(rows, confRows, weights, cx, columns + k, pitch, cells,
+                                                            rowCells, colCells, norm, out);
   for (; k < count; ++k)
-    sumFootprints<1, kRows, kCols, kWeighted>(rows, confRows, weights, cx, columns + k, pitch, cells, rowCells,
-                                              colCells, norm, out);
+    sumFootprints<1, kRows, kCols, kWeighted, kPlanes>(rows, confRows, weights, cx, columns + k, pitch, cells,
+                                                       rowCells, colCells, norm, out);
 }
 
-template <bool kWeighted>
-inline __attribute__((always_inline)) void sumRow(const float* rows, const float* confRows, const float* weights,
-                                                  const AxisCells& cx, const ColumnGroups& groups, std::size_t pitch,
-                                                  std::size_t cells, int rowCells, float norm, float* out) {
+template <bool kWeighted, int kPlanes>
+inline __attribute__((always_inline)) void sumRow(const float* const* rows, const float* confRows,
+                                                  const float* weights, const AxisCells& cx,
+                                                  const ColumnGroups& groups, std::size_t pitch, std::size_t cells,
+                                                  int rowCells, float norm, float* const* out) {
   for (std::size_t g = 0; g < groups.cells.size(); ++g) {
     const int colCells = groups.cells[g];
     const int* columns = groups.columns.data() + groups.offset[g];
@@ -125,8 +127,9 @@ inline __attribute__((always_inline)) void sumRow(const float* rows, const float
     const int shape = (rowCells == 2 || rowCells == 3) && (colCells == 2 || colCells == 3)
                           ? (rowCells - 2) * 2 + (colCells - 2)
                           : 4;
-#define VEMO_SUM_GROUP(R, C) \
-  sumGroup<R, C, kWeighted>(rows, confRows, weights, cx, columns, count, pitch, cells, rowCells, colCells, norm, out)
+#define VEMO_SUM_GROUP(R, C)                                                                                    \
+  sumGroup<R, C, kWeighted, kPlanes>(rows, confRows, weights, cx, columns, count, pitch, cells, rowCells, colCells, \
+                                     norm, out)
     switch (shape) {
       case 0: VEMO_SUM_GROUP(2, 2); break;
       case 1: VEMO_SUM_GROUP(2, 3); break;
@@ -138,11 +141,18 @@ inline __attribute__((always_inline)) void sumRow(const float* rows, const float
   }
 }
 
+// Up to three planes reduced in one pass (the weighted ones sharing `conf`).
+struct ReducedPlanes {
+  const float* in[3];
+  float* out[3];
+  int count;
+};
+
 // areaAverage and areaWeightedAverage with the weights looked up: the same
 // cells in the same order, the same weights and the same sums. For an output
 // row, weights[j * cells + k] is the weight of the row's footprint row j and
 // the listed column cell k; `weights` has room for cy's longest footprint.
-VEMO_CPU_CLONES void downsampleRows(const float* arr, int pitch, float* out, int newwidth, int newpitch,
+VEMO_CPU_CLONES void downsampleRows(const ReducedPlanes& planes, int pitch, int newwidth, int newpitch,
                                     const float* conf, const AxisCells& cx, const AxisCells& cy,
                                     const ColumnGroups& groups, float norm, float* weights, int y0, int y1) {
   const std::size_t cells = cx.offset[newwidth];
@@ -154,12 +164,19 @@ VEMO_CPU_CLONES void downsampleRows(const float* arr, int pitch, float* out, int
       float* w = weights + j * cells;
       for (std::size_t k = 0; k < cells; ++k) w[k] = areaWeightFromFactors(cx.lead[k], cx.tail[k], leadY, tailY);
     }
-    const float* rows = arr + (size_t)cy.first[y] * pitch;
-    float* o = out + (size_t)y * newpitch;
-    if (conf)
-      sumRow<true>(rows, conf + (size_t)cy.first[y] * pitch, weights, cx, groups, stride, cells, rowCells, norm, o);
+    const std::size_t in = static_cast<std::size_t>(cy.first[y]) * pitch, o = static_cast<std::size_t>(y) * newpitch;
+    const float* rows[3];
+    float* out[3];
+    for (int p = 0; p < planes.count; ++p) {
+      rows[p] = planes.in[p] + in;
+      out[p] = planes.out[p] + o;
+    }
+    if (!conf)
+      sumRow<false, 1>(rows, nullptr, weights, cx, groups, stride, cells, rowCells, norm, out);
+    else if (planes.count == 3)
+      sumRow<true, 3>(rows, conf + in, weights, cx, groups, stride, cells, rowCells, norm, out);
     else
-      sumRow<false>(rows, nullptr, weights, cx, groups, stride, cells, rowCells, norm, o);
+      sumRow<true, 1>(rows, conf + in, weights, cx, groups, stride, cells, rowCells, norm, out);
   }
 }
 
@@ -169,13 +186,11 @@ VEMO_CPU_CLONES void interpolateRows(float* outarray, int owidth, int opitch, co
     for (int x = 0; x < owidth; ++x) outarray[y * opitch + x] = interpolateAt(src, height, width, pitch, scaleFactor, x, y);
 }
 
-}  // namespace
-
 // The footprints depend on x alone or y alone: their cells and factors are
 // listed once per call. An output row reads about height / newheight source
 // rows, which sets how rows are shared out.
-void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight, int newwidth,
-                int newpitch, const float* conf) {
+void downsamplePlanes(const ReducedPlanes& planes, int height, int width, int pitch, int newheight, int newwidth,
+                      int newpitch, const float* conf) {
   checkPlane("downsample (source)", height, width, pitch);
   checkPlane("downsample (target)", newheight, newwidth, newpitch);
   const AxisCells cx(width, newwidth), cy(height, newheight);
@@ -188,8 +203,21 @@ void downsample(const float* arr, int height, int width, int pitch, float* out, 
   const std::size_t tableFloats = static_cast<std::size_t>(longest) * cx.offset[newwidth];
   parallelRows(newheight, static_cast<int>(rowWork < 0x7fffffffL ? rowWork : 0x7fffffffL), [&](int y0, int y1) {
     std::vector<float> weights(tableFloats);
-    downsampleRows(arr, pitch, out, newwidth, newpitch, conf, cx, cy, groups, norm, weights.data(), y0, y1);
+    downsampleRows(planes, pitch, newwidth, newpitch, conf, cx, cy, groups, norm, weights.data(), y0, y1);
   });
+}
+
+}  // namespace
+
+void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight, int newwidth,
+                int newpitch, const float* conf) {
+  downsamplePlanes(ReducedPlanes{{arr}, {out}, 1}, height, width, pitch, newheight, newwidth, newpitch, conf);
+}
+
+void downsampleWeighted3(const float* const in[3], float* const out[3], int height, int width, int pitch,
+                         int newheight, int newwidth, int newpitch, const float* conf) {
+  downsamplePlanes(ReducedPlanes{{in[0], in[1], in[2]}, {out[0], out[1], out[2]}, 3}, height, width, pitch, newheight,
+                   newwidth, newpitch, conf);
 }
 
 void gInterpolate(float* outarray, int oheight, int owidth, int opitch, const float* src, int height, int width,
