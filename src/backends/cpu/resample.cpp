@@ -180,10 +180,14 @@ VEMO_CPU_CLONES void downsampleRows(const ReducedPlanes& planes, int pitch, int 
   }
 }
 
-VEMO_CPU_CLONES void interpolateRows(float* outarray, int owidth, int opitch, const float* src, int height, int width,
-                                     int pitch, float scaleFactor, int y0, int y1) {
-  for (int y = y0; y < y1; ++y)
-    for (int x = 0; x < owidth; ++x) outarray[y * opitch + x] = interpolateAt(src, height, width, pitch, scaleFactor, x, y);
+// interpolateAt with the column axes looked up: where an output column
+// samples depends on x alone.
+VEMO_CPU_CLONES void interpolateRows(float* outarray, int owidth, int opitch, const float* src, int height,
+                                     const TexAxis* columns, int pitch, float scaleFactor, int y0, int y1) {
+  for (int y = y0; y < y1; ++y) {
+    const TexAxis row = interpolateAxis(scaleFactor, y, height);
+    for (int x = 0; x < owidth; ++x) outarray[y * opitch + x] = texBlend(src, pitch, columns[x], row);
+  }
 }
 
 // The footprints depend on x alone or y alone: their cells and factors are
@@ -224,8 +228,10 @@ void gInterpolate(float* outarray, int oheight, int owidth, int opitch, const fl
                   int pitch, float scaleFactor) {
   checkPlane("gInterpolate (source)", height, width, pitch);
   checkPlane("gInterpolate (target)", oheight, owidth, opitch);
+  std::vector<TexAxis> columns(owidth > 0 ? owidth : 0);
+  for (int x = 0; x < owidth; ++x) columns[x] = interpolateAxis(scaleFactor, x, width);
   parallelRows(oheight, owidth, [&](int y0, int y1) {
-    interpolateRows(outarray, owidth, opitch, src, height, width, pitch, scaleFactor, y0, y1);
+    interpolateRows(outarray, owidth, opitch, src, height, columns.data(), pitch, scaleFactor, y0, y1);
   });
 }
 
