@@ -74,6 +74,8 @@ class CpuBackend : public Backend {
                   const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
                   const float* matchV, const float* u, const float* v, const float* diffX, const float* diffY,
                   int height, int width, int pitch, float alpha) override;
+  void diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
+                   int height, int width, int pitch, float* sum, float* derivative) override;
   void assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU, const float* geoV,
                       const float* geoConf, int height, int width, int pitch, float alpha, float beta,
                       float gamma) override;

@@ -41,6 +41,16 @@ void CpuBackend::normalize(float* x, int height, int width, int pitch) {
   parallelRows(height, width, [&](int y0, int y1) { cpu::normalizeRows(x, width, pitch, y0, y1); });
 }
 
+// One pass instead of the composed passes (clears, sums, derivatives, edge
+// terms, normalisation: fourteen sweeps over the planes), with the same bits.
+void CpuBackend::diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
+                             float* diffY, int height, int width, int pitch, float*, float*) {
+  cpu::checkPlane("diffusivity", height, width, pitch);
+  parallelRows(height, width, [&](int y0, int y1) {
+    cpu::diffusivityRows(u, v, du, dv, diffX, diffY, height, width, pitch, y0, y1);
+  });
+}
+
 void CpuBackend::dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height,
                             int width, int pitch) {
   const int plane = pitch * height;

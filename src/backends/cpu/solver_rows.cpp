@@ -7,6 +7,7 @@ namespace flowcore::cpu {
   void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1); \
   void gradientYRows(float* diffY, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1); \
   void normalizeRows(float* x, int width, int pitch, int y0, int y1); \
+  void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY, int height, int width, int pitch, int y0, int y1); \
   void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma, int y0, int y1); \
   void residualRows(const float* A, const float* rhs, const float* du, const float* dv, int height, int width, int pitch, float* residual, int y0, int y1); \
   void productRows(const float* A, const float* du, const float* dv, int height, int width, int pitch, float* res, int y0, int y1); \
@@ -53,6 +54,11 @@ void gradientYRows(float* diffY, const float* grad, const float* channel, int he
 
 void normalizeRows(float* x, int width, int pitch, int y0, int y1) {
   VEMO_ROWS_DISPATCH(normalizeRows(x, width, pitch, y0, y1));
+}
+
+void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
+                     int height, int width, int pitch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(diffusivityRows(u, v, du, dv, diffX, diffY, height, width, pitch, y0, y1));
 }
 
 void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma, int y0, int y1) {

@@ -70,6 +70,21 @@ void gradientYRows(float* __restrict diffY, const float* __restrict grad, const 
 }
 
 VEMO_ROWS_FUNCTION
+void diffusivityRows(const float* __restrict u, const float* __restrict v, const float* __restrict du,
+                     const float* __restrict dv, float* __restrict diffX, float* __restrict diffY, int height,
+                     int width, int pitch, int y0, int y1) {
+  for (int y = y0; y < y1; ++y) {
+    int x = 0;
+    if (y > 0 && y < height - 1 && width >= 3) {
+      diffusivityAt(u, v, du, dv, diffX, diffY, 0, y, height, width, pitch);
+#pragma GCC ivdep
+      for (x = 1; x < width - 1; ++x) diffusivityInteriorAt(u, v, du, dv, diffX, diffY, x, y, pitch);
+    }
+    for (; x < pitch; ++x) diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch);
+  }
+}
+
+VEMO_ROWS_FUNCTION
 void normalizeRows(float* __restrict x, int width, int pitch, int y0, int y1) {
   for (int y = y0; y < y1; ++y)
     for (int i = y * pitch; i < y * pitch + width; ++i) normalizePixel(x, i);
