@@ -4,6 +4,7 @@
 
 #include "common/timer.h"
 #include "pixel/diffusivity.h"
+#include "variational/pcg.h"
 #include "variational/scratch.h"
 
 namespace flowcore {
@@ -19,6 +20,11 @@ void Backend::openStretch(timeval& start) { stamp(start); }
 
 void Backend::closeStretch(const timeval& start, timeval& finish, double& total) {
   flowcore::closeStretch(start, finish, total);
+}
+
+void Backend::downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,
+                                int newheight, int newwidth, int newpitch) {
+  for (int k = 0; k < 3; ++k) downsample(in[k], height, width, pitch, out[k], newheight, newwidth, newpitch, in[2]);
 }
 
 void Backend::diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
@@ -60,6 +66,11 @@ float Backend::updatePrecondition(const float* A, float* du, const float* p, flo
   return dot(r, z, 2 * height, width, pitch);
 }
 
+void Backend::cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int height, int width,
+                        int pitch) {
+  pcgStartSteps(*this, A, b, du, t, height, width, pitch);
+}
+
 void Backend::cgBegin(const float* r, const float* z, int height, int width, int pitch) {
   cgStart(cg_, dot(r, z, 2 * height, width, pitch));
 }
@@ -70,8 +81,8 @@ void Backend::cgFirstProduct(const float* A, const float* p, float* q, int heigh
   if (cg_.active != 0) cgStep(cg_, productDot(A, p, q, height, width, pitch));
 }
 
-void Backend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
-                            int width, int pitch) {
+void Backend::cgNextProduct(const float* A, const float* p, const float*, const float* z, float* pNext, float* q,
+                            int height, int width, int pitch) {
   if (cg_.active != 0) cgStep(cg_, nextDirectionProductDot(A, p, z, cg_.beta, pNext, q, height, width, pitch));
 }
 

@@ -29,6 +29,7 @@
 namespace flowcore {
 
 class Backend;
+struct CGtmp;
 struct FPtmp;
 struct LevelArgs;
 
@@ -170,6 +171,10 @@ class Backend {
   // Area average of one plane; weighted by `conf` when it is not null.
   virtual void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight,
                           int newwidth, int newpitch, const float* conf) = 0;
+  // The match field (u, v and confidence planes) reduced with weights equal
+  // to the confidence: out[k] = downsample(in[k], ..., conf = in[2]).
+  virtual void downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,
+                                 int newheight, int newwidth, int newpitch);
   // Bilinear enlargement of `src` (height x width) into `out`.
   virtual void interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height,
                            int width, int pitch, float scaleFactor) = 0;
@@ -266,6 +271,11 @@ class Backend {
   // converged, so a backend may run them without waiting to learn whether it
   // has; the defaults compose the fused passes above on host scalars.
   //
+  // The start of a solve from the increment du (dv one plane later): the
+  // vectors of `t` cleared, r = b - A du, z = block-Jacobi(r), p = z, then
+  // cgBegin. The default issues those steps (pcgStartSteps).
+  virtual void cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int height, int width,
+                         int pitch);
   // rz = r . z; the solve goes on unless |rz| is below the tolerance.
   virtual void cgBegin(const float* r, const float* z, int height, int width, int pitch);
   // Whether the solve may still be going on. A backend that would have to
@@ -273,9 +283,14 @@ class Backend {
   virtual bool cgActive();
   // q = A p; alpha = rz / (p . q).
   virtual void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch);
-  // pNext = beta p + z; q = A pNext; alpha = rz / (pNext . q).
-  virtual void cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
-                             int width, int pitch);
+  // pNext = beta p + z; q = A pNext; alpha = rz / (pNext . q). z is
+  // block-Jacobi(r) as the last step left it.
+  //
+  // z and q are the solve's own scratch: a backend may leave them unwritten
+  // and recompute z from r and q from p where it needs them, which moves
+  // less memory than storing and reloading them.
+  virtual void cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext,
+                             float* q, int height, int width, int pitch);
   // du += alpha p, r -= alpha q, z = block-Jacobi(r); then beta and rz from
   // the new r . z, and one more iteration counted.
   virtual void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,

@@ -97,4 +97,33 @@ VEMO_INLINE void diffusivityAt(const float* u, const float* v, const float* du, 
   diffY[i] = inverseRobustNorm(sy);
 }
 
+// One flow component's terms of the two edges of interior index i: the sum
+// f + df read straight from the planes, the central derivatives as the same
+// chains of fused multiply-adds that convolveSmallOf forms.
+VEMO_INLINE void interiorEdgeTerms(const float* f, const float* df, int i, int pitch, float& sx, float& sy) {
+  const float m0 = centralDifferenceTap(0), m1 = centralDifferenceTap(1), m2 = centralDifferenceTap(2);
+  const auto at = [&](int j) { return f[j] + df[j]; };
+  const auto central = [&](int j, int step) {
+    float d = fmaf(m0, at(j - step), 0.0f);
+    d = fmaf(m1, at(j), d);
+    return fmaf(m2, at(j + step), d);
+  };
+  sx = sx + edgeTerm(at(i + 1) - at(i), central(i, pitch), central(i + 1, pitch));
+  sy = sy + edgeTerm(at(i + pitch) - at(i), central(i, 1), central(i + pitch, 1));
+}
+
+// diffusivityAt for a pixel with a neighbour on every side (0 < x < width - 1,
+// 0 < y < height - 1): there every tile entry of the central derivatives is
+// the plain neighbouring sample, so the same chains read the planes directly
+// (and a row of such pixels vectorises).
+VEMO_INLINE void diffusivityInteriorAt(const float* u, const float* v, const float* du, const float* dv,
+                                       float* diffX, float* diffY, int x, int y, int pitch) {
+  const int i = y * pitch + x;
+  float sx = 0.0f, sy = 0.0f;
+  interiorEdgeTerms(u, du, i, pitch, sx, sy);
+  interiorEdgeTerms(v, dv, i, pitch, sx, sy);
+  diffX[i] = inverseRobustNorm(sx);
+  diffY[i] = inverseRobustNorm(sy);
+}
+
 }  // namespace flowcore

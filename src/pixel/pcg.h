@@ -33,11 +33,13 @@ struct VectorRead {
 
 // The next search direction beta * p + z at a plane index, the value that
 // the in-place update p <- p * beta + z stores.
+VEMO_INLINE float directionValue(float p, float beta, float z) { return fmaf(p, beta, z); }
+
 struct DirectionRead {
   const float* p;
   const float* z;
   float beta;
-  VEMO_INLINE float operator()(int j) const { return fmaf(p[j], beta, z[j]); }
+  VEMO_INLINE float operator()(int j) const { return directionValue(p[j], beta, z[j]); }
 };
 
 // The couplings of pixel i to its neighbours, read from their own planes.
@@ -171,31 +173,43 @@ VEMO_INLINE void residualPixel(const float* A, const float* rhs, const float* du
   residualAt(A, rhs, du, dv, y * pitch + x, pitch * height, pitch, neighboursOf(x, y, height, width), residual);
 }
 
-// applyBlockJacobiPreconditioner_kernel at index i: the pixel's 2 x 2 block
-// inverted; a block with |det| <= 1e-4 (flat, unmatched) acts as identity.
-VEMO_INLINE void blockJacobiPixel(const float* A, const float* x, float* y, int i, int plane) {
-  const float a = A[i + kA11 * plane], c = A[i + kA12Precond * plane], d = A[i + kA22 * plane];
-  const float x1 = x[i], x2 = x[i + plane];
+// applyBlockJacobiPreconditioner_kernel on values: the 2 x 2 block
+// [a c; c d] inverted and applied to (x1, x2); a block with |det| <= 1e-4
+// (flat, unmatched) acts as identity. The threshold is 1e-4 in double
+// precision; 1e-4f is the float just below it, so comparing in float with
+// `>` gives the same answer for every float and stays in vector registers.
+VEMO_INLINE void blockJacobiValues(float a, float c, float d, float x1, float x2, float& y1, float& y2) {
   const float det = a * d - c * c;
-  float y1 = x1, y2 = x2;
-  if (::fabs((double)det) > 1e-4) {
+  y1 = x1;
+  y2 = x2;
+  if (::fabsf(det) > 1e-4f) {
     y1 = (d * x1 - c * x2) / det;
     y2 = (a * x2 - c * x1) / det;
   }
+}
+
+// applyBlockJacobiPreconditioner_kernel at index i, the block read from A.
+VEMO_INLINE void blockJacobiPixel(const float* A, const float* x, float* y, int i, int plane) {
+  float y1, y2;
+  blockJacobiValues(A[i + kA11 * plane], A[i + kA12Precond * plane], A[i + kA22 * plane], x[i], x[i + plane], y1,
+                    y2);
   y[i] = y1;
   y[i + plane] = y2;
 }
 
 // mySaxpy2_kernel at index i: the solution and the residual updated together.
+// One component: acc + alpha b.
+VEMO_INLINE float saxpyValue(float acc, float alpha, float b) { return fmaf(alpha, b, acc); }
+
 VEMO_INLINE void saxpy2Element(float* acc1, const float* b1, float alpha1, float* acc2, const float* b2,
                                float alpha2, int i) {
-  acc1[i] = fmaf(alpha1, b1[i], acc1[i]);
-  acc2[i] = fmaf(alpha2, b2[i], acc2[i]);
+  acc1[i] = saxpyValue(acc1[i], alpha1, b1[i]);
+  acc2[i] = saxpyValue(acc2[i], alpha2, b2[i]);
 }
 
 // Scale_and_Add_kernel at index i: acc = acc * scale + b.
 VEMO_INLINE void scaleAndAddElement(float* acc, const float* b, float scale, int i) {
-  acc[i] = fmaf(acc[i], scale, b[i]);
+  acc[i] = directionValue(acc[i], scale, b[i]);
 }
 
 }  // namespace flowcore

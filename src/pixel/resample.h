@@ -128,11 +128,14 @@ VEMO_INLINE float downsampleWeightedAt(const float* arr, int height, int width, 
 // Bilinear enlargement: output pixel (x, y) samples the source (height x
 // width) at continuous position (x / scaleFactor, y / scaleFactor), integer
 // positions being pixel centres, with edge clamping.
+// One axis of it: where output index x samples a source axis of n pixels.
+VEMO_INLINE TexAxis interpolateAxis(float scaleFactor, int x, int n) {
+  return texAxis(texCentre((float)x / scaleFactor), n);
+}
+
 VEMO_INLINE float interpolateAt(const float* src, int height, int width, int pitch,
                                 float scaleFactor, int x, int y) {
-  const float X = (float)x / scaleFactor;
-  const float Y = (float)y / scaleFactor;
-  return texFetchLinear(src, height, width, pitch, texCentre(X), texCentre(Y));
+  return texBlend(src, pitch, interpolateAxis(scaleFactor, x, width), interpolateAxis(scaleFactor, y, height));
 }
 
 }  // namespace flowcore

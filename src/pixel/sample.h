@@ -34,28 +34,40 @@ VEMO_INLINE float texFetchPoint(const float* src, int rows, int cols, int pitch,
   return src[r * pitch + c];
 }
 
-// Linear filtering at texture coordinate (tx, ty): the four texels around
-// (tx - 0.5, ty - 0.5), each index clamped to the plane, blended as
-// (1-a)(1-b) T00 + a(1-b) T10 + (1-a)b T01 + ab T11 in single precision.
-VEMO_INLINE float texFetchLinear(const float* src, int rows, int cols, int pitch, float tx, float ty) {
-  const float xb = tx - 0.5f;
-  const float yb = ty - 0.5f;
-  const int i = texelFloor(xb, cols);
-  const int j = texelFloor(yb, rows);
-  // Fractions only for in-range coordinates; outside, both neighbours clamp
-  // to the same edge texel and the fraction does not matter.
-  const float a = (xb >= 0.0f && xb < (float)cols) ? xb - (float)i : 0.0f;
-  const float b = (yb >= 0.0f && yb < (float)rows) ? yb - (float)j : 0.0f;
-  const int c0 = clampIndex(i, cols), c1 = clampIndex(i + 1, cols);
-  const int r0 = clampIndex(j, rows), r1 = clampIndex(j + 1, rows);
-  const float* row0 = src + r0 * pitch;
-  const float* row1 = src + r1 * pitch;
+// One axis of linear filtering at texture coordinate t over n texels: the two
+// texels around t - 0.5, each clamped to the plane, and the fraction of the
+// second (only for in-range coordinates; outside, both neighbours clamp to
+// the same edge texel and the fraction does not matter).
+struct TexAxis {
+  int i0, i1;
+  float frac;
+};
+
+VEMO_INLINE TexAxis texAxis(float t, int n) {
+  const float base = t - 0.5f;
+  const int i = texelFloor(base, n);
+  const float frac = (base >= 0.0f && base < (float)n) ? base - (float)i : 0.0f;
+  return TexAxis{clampIndex(i, n), clampIndex(i + 1, n), frac};
+}
+
+// The bilinear blend (1-a)(1-b) T00 + a(1-b) T10 + (1-a)b T01 + ab T11 in
+// single precision, x along columns and y along rows.
+VEMO_INLINE float texBlend(const float* src, int pitch, const TexAxis& x, const TexAxis& y) {
+  const float a = x.frac, b = y.frac;
+  const float* row0 = src + y.i0 * pitch;
+  const float* row1 = src + y.i1 * pitch;
   const float wa = 1.0f - a, wb = 1.0f - b;
-  float v = (wa * wb) * row0[c0];
-  v = v + (a * wb) * row0[c1];
-  v = v + (wa * b) * row1[c0];
-  v = v + (a * b) * row1[c1];
+  float v = (wa * wb) * row0[x.i0];
+  v = v + (a * wb) * row0[x.i1];
+  v = v + (wa * b) * row1[x.i0];
+  v = v + (a * b) * row1[x.i1];
   return v;
+}
+
+// Linear filtering at texture coordinate (tx, ty): the four texels around
+// (tx - 0.5, ty - 0.5), blended.
+VEMO_INLINE float texFetchLinear(const float* src, int rows, int cols, int pitch, float tx, float ty) {
+  return texBlend(src, pitch, texAxis(tx, cols), texAxis(ty, rows));
 }
 
 // Texture coordinate of pixel position p: p + 0.5, the addition done in double

@@ -33,10 +33,10 @@ VEMO_INLINE void warpMotionAt(float* outarray, const float* src, const float* Fi
     return;
   }
   confidence[idx] = 1.0f;
-  const float tx = texCentre(X);
+  const TexAxis columns = texAxis(texCentre(X), width);  // the same for every plane
   for (int c = 0; c < nChan; ++c) {
     const float ty = texCentre((float)(c * height) + Y);
-    outarray[idx + c * plane] = texFetchLinear(src, nChan * height, width, pitch, tx, ty);
+    outarray[idx + c * plane] = texBlend(src, pitch, columns, texAxis(ty, nChan * height));
   }
 }
 

@@ -63,12 +63,13 @@ TEST(Diffusivity, ConstantAndRampFlowsGiveTheirEdgeWeights) {
 }
 
 // The fused rule that the CUDA backend runs as one kernel (and inside
-// one-block levels) gives every float of the composed passes, padding
-// included, on random flows: widths around the 16-wide tiles whose border
-// rule it reproduces, and rows of one or two pixels.
+// one-block levels), and the CPU backend's single pass, give every float of
+// the composed passes, padding included, on random flows: widths around the
+// 16-wide tiles whose border rule it reproduces, and rows of one or two
+// pixels.
 TEST(Diffusivity, TheFusedPixelRuleIsTheComposedPassesBitForBit) {
   CpuBackend backend(16, 3);
-  const int sizes[][2] = {{19, 5}, {19, 16}, {19, 17}, {7, 33}, {4, 70}, {1, 9}, {2, 40}, {40, 1}};
+  const int sizes[][2] = {{19, 5}, {19, 16}, {19, 17}, {7, 33}, {4, 70}, {1, 9}, {2, 40}, {40, 1}, {150, 120}};
   for (const auto& hw : sizes) {
     const int h = hw[0], w = hw[1];
     DiffusivityRun d(backend, h, w);
@@ -76,6 +77,11 @@ TEST(Diffusivity, TheFusedPixelRuleIsTheComposedPassesBitForBit) {
     d.v.fill(testing::uniformNoise(2, -3.0f, 3.0f));
     d.du.fill(testing::uniformNoise(3, -0.5f, 0.5f));
     d.run(backend);
+    TestImage composedX(backend, h, w), composedY(backend, h, w);
+    backend.Backend::diffusivity(d.u.data(), d.v.data(), d.du.data(0), d.du.data(1), composedX.data(),
+                                 composedY.data(), h, w, d.u.pitch, d.sum.data(), d.derivative.data());
+    EXPECT_EQ(std::memcmp(composedX.data(), d.diffX.data(), composedX.plane() * sizeof(float)), 0) << h << "x" << w;
+    EXPECT_EQ(std::memcmp(composedY.data(), d.diffY.data(), composedY.plane() * sizeof(float)), 0) << h << "x" << w;
     TestImage fusedX(backend, h, w), fusedY(backend, h, w);
     fusedX.fill([](int, int, int) { return 7.0f; });
     for (int y = 0; y < h; ++y)

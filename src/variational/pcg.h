@@ -25,6 +25,25 @@ struct SolveArgs {
 // Everything the operations of a solve depend on, for recorded work.
 RepeatKey repeatKeyOf(const SolveArgs& a);
 
+// The start of a solve as separate steps (Backend::cgPrepare's default):
+// the solver's vectors cleared, r = b - A du, z = block-Jacobi(r), p = z and
+// rz = r . z.
+VEMO_EXECUTOR_TEMPLATE
+template <class Steps>
+VEMO_INLINE void pcgStartSteps(Steps& steps, const float* A, const float* b, const float* du, const CGtmp& t,
+                               int h, int w, int pitch) {
+  const std::size_t plane = static_cast<std::size_t>(pitch) * h;
+  steps.clear(t.r, 2 * plane);
+  steps.clear(t.z, 2 * plane);
+  steps.clear(t.p, 2 * plane);
+  steps.clear(t.q, 2 * plane);
+  steps.clear(t.pNext, 2 * plane);
+  steps.residual(A, b, du, du + plane, h, w, pitch, t.r);
+  steps.blockJacobi(A, t.r, t.z, h, w, pitch);
+  steps.copy(t.p, t.z, 2 * plane);
+  steps.cgBegin(t.r, t.z, h, w, pitch);
+}
+
 // The operations of one solve, issued on `steps` (a Backend, or a kernel's
 // executor with the same operations). The solver's scalars live with the
 // executor: each reduction advances them and each step does nothing once the
@@ -37,25 +56,16 @@ RepeatKey repeatKeyOf(const SolveArgs& a);
 VEMO_EXECUTOR_TEMPLATE
 template <class Steps>
 VEMO_INLINE void pcgSteps(Steps& steps, const SolveArgs& a) {
-  const std::size_t plane = static_cast<std::size_t>(a.pitch) * a.height;
   const int h = a.height, w = a.width, pitch = a.pitch;
   const CGtmp& t = a.cg;
-  steps.clear(t.r, 2 * plane);
-  steps.clear(t.z, 2 * plane);
-  steps.clear(t.p, 2 * plane);
-  steps.clear(t.q, 2 * plane);
-  steps.clear(t.pNext, 2 * plane);
-  steps.residual(a.A, a.b, a.du, a.dv, h, w, pitch, t.r);
-  steps.blockJacobi(a.A, t.r, t.z, h, w, pitch);
-  steps.copy(t.p, t.z, 2 * plane);
+  steps.cgPrepare(a.A, a.b, a.du, t, h, w, pitch);
   float* p = t.p;
   float* pOther = t.pNext;
-  steps.cgBegin(t.r, t.z, h, w, pitch);
   for (int k = 0; k < a.iterations && steps.cgActive(); ++k) {
     if (k == 0) {
       steps.cgFirstProduct(a.A, p, t.q, h, w, pitch);
     } else {
-      steps.cgNextProduct(a.A, p, t.z, pOther, t.q, h, w, pitch);
+      steps.cgNextProduct(a.A, p, t.r, t.z, pOther, t.q, h, w, pitch);
       float* previous = p;
       p = pOther;
       pOther = previous;
@@ -68,8 +78,8 @@ VEMO_INLINE void pcgSteps(Steps& steps, const SolveArgs& a) {
 // `iterations` updates. du and dv must be consecutive planes (dv = du +
 // pitch * height): the vector updates treat them as one image of 2 * height
 // rows. The CGtmp buffers must hold two planes of at least pitch * height
-// floats; r, z, p, q and pNext are cleared here, the spare buffer is not
-// touched. Nothing is read back: backend.cgIterations() tells the number of
+// floats; the solver owns r, z, p, q and pNext during the call (cgPrepare's
+// default clears them), the spare buffer is not touched. Nothing is read back: backend.cgIterations() tells the number of
 // updates applied.
 void gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, float* dv, int height, int width,
           int pitch, int iterations, const CGtmp& tmp);

@@ -109,11 +109,11 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
       // Match displacements shrink with the image; the weight plane is
       // averaged with weights equal to itself.
       const float shrink = powf(eta, static_cast<float>(s));
-      backend.downsample(geoU, height, width, pitch, levelGeoU.data(), hs, ws, ps, geoConf);
+      const float* const field[3] = {geoU, geoV, geoConf};
+      float* const levelField[3] = {levelGeoU.data(), levelGeoV.data(), levelGeoConf.data()};
+      backend.downsampleMatches(field, levelField, height, width, pitch, hs, ws, ps);
       backend.scale(levelGeoU.data(), hs, ws, ps, shrink);
-      backend.downsample(geoV, height, width, pitch, levelGeoV.data(), hs, ws, ps, geoConf);
       backend.scale(levelGeoV.data(), hs, ws, ps, shrink);
-      backend.downsample(geoConf, height, width, pitch, levelGeoConf.data(), hs, ws, ps, geoConf);
     }
     backend.closeStretch(start_down, finish_down, timer_down);
 

@@ -289,10 +289,10 @@ void CountingBackend::cgFirstProduct(const float* A, const float* p, float* q, i
   inner_.cgFirstProduct(A, p, q, height, width, pitch);
 }
 
-void CountingBackend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q,
+void CountingBackend::cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q,
                                     int height, int width, int pitch) {
   note("cgNextProduct", K::Operation);
-  inner_.cgNextProduct(A, p, z, pNext, q, height, width, pitch);
+  inner_.cgNextProduct(A, p, r, z, pNext, q, height, width, pitch);
 }
 
 void CountingBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z,

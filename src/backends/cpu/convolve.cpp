@@ -47,8 +47,9 @@ VEMO_CPU_CLONES void passXRows(float* __restrict out, const float* __restrict in
     for (int x = 0; x < lo; ++x) border(x);
     for (int x = hi; x < width; ++x) border(x);
     if (hi > lo) {
-      for (int x = lo; x < hi; ++x) o[x] = 0.0f;
-      for (int j = 0; j < length; ++j) {
+      // The first tap starts each chain from 0, as the per-pixel sum does.
+      for (int x = lo; x < hi; ++x) o[x] = fmaf(mask[0], row[x - h], 0.0f);
+      for (int j = 1; j < length; ++j) {
         const float m = mask[j];
         const float* r = row + (j - h);
         for (int x = lo; x < hi; ++x) o[x] = fmaf(m, r[x], o[x]);
@@ -63,8 +64,9 @@ VEMO_CPU_CLONES void passYRows(float* __restrict out, const float* __restrict in
   for (int y = y0; y < y1; ++y) {
     float* o = out + (size_t)y * pitch;
     if (y - h >= 0 && y + (length - 1 - h) < height) {
-      for (int x = 0; x < width; ++x) o[x] = 0.0f;
-      for (int j = 0; j < length; ++j) {
+      const float* first = in + (size_t)(y - h) * pitch;
+      for (int x = 0; x < width; ++x) o[x] = fmaf(mask[0], first[x], 0.0f);
+      for (int j = 1; j < length; ++j) {
         const float m = mask[j];
         const float* r = in + (size_t)(y + j - h) * pitch;
         for (int x = 0; x < width; ++x) o[x] = fmaf(m, r[x], o[x]);

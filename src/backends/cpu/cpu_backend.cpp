@@ -178,6 +178,11 @@ void CpuBackend::downsample(const float* arr, int height, int width, int pitch, 
   cpu::downsample(arr, height, width, pitch, out, newheight, newwidth, newpitch, conf);
 }
 
+void CpuBackend::downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,
+                                   int newheight, int newwidth, int newpitch) {
+  cpu::downsampleWeighted3(in, out, height, width, pitch, newheight, newwidth, newpitch, in[2]);
+}
+
 void CpuBackend::interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height,
                              int width, int pitch, float scaleFactor) {
   cpu::gInterpolate(out, oheight, owidth, opitch, src, height, width, pitch, scaleFactor);

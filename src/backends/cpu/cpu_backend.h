@@ -45,6 +45,8 @@ class CpuBackend : public Backend {
                  int length) override;
   void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight, int newwidth,
                   int newpitch, const float* conf) override;
+  void downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,
+                         int newheight, int newwidth, int newpitch) override;
   void interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height, int width,
                    int pitch, float scaleFactor) override;
   void warpMotion(float* out, const float* u, const float* v, const float* src, const float* first, int nChan,
@@ -72,6 +74,8 @@ class CpuBackend : public Backend {
                   const float* dPsiMatch, const float* ST, const float* ST2, const float* matchU,
                   const float* matchV, const float* u, const float* v, const float* diffX, const float* diffY,
                   int height, int width, int pitch, float alpha) override;
+  void diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
+                   int height, int width, int pitch, float* sum, float* derivative) override;
   void assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU, const float* geoV,
                       const float* geoConf, int height, int width, int pitch, float alpha, float beta,
                       float gamma) override;
@@ -86,19 +90,19 @@ class CpuBackend : public Backend {
   void scaleAndAdd(float* acc, const float* b, float scale, int height, int width, int pitch) override;
   float dot(const float* x, const float* y, int rows, int width, int pitch) override;
   float productDot(const float* A, const float* p, float* q, int height, int width, int pitch) override;
-  float nextDirectionProductDot(const float* A, const float* p, const float* z, float beta, float* pNext, float* q,
-                                int height, int width, int pitch) override;
-  float updatePrecondition(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
-                           int height, int width, int pitch) override;
 
-  // The solve's steps as the defaults compose them, except that the first
-  // product also checks whether the matrix is mirrored (MirroredCouplings),
-  // as the assembly writes it; the later products then read five of its
-  // planes instead of eight, with the same values and so the same bits.
+  // The solve's steps in passes that store neither z nor q: the next
+  // direction's pass recomputes z from r, the update's pass recomputes q from
+  // p, and nothing is cleared (no pass reads the padding). The first product
+  // also checks whether the matrix is mirrored (MirroredCouplings), as the
+  // assembly writes it; the later passes then read five of its planes instead
+  // of eight, with the same values and so the same bits.
+  void cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int height, int width,
+                 int pitch) override;
   void cgBegin(const float* r, const float* z, int height, int width, int pitch) override;
   bool cgActive() override;
   void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) override;
-  void cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height, int width,
+  void cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q, int height, int width,
                      int pitch) override;
   void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height, int width,
                 int pitch) override;
@@ -110,6 +114,9 @@ class CpuBackend : public Backend {
  private:
   // Per-row partial sums of the reductions, grown on demand, never shrunk.
   double* partials(int rows);
+  // Levels up to this many pixels keep z in memory between solver passes.
+  static constexpr long kStoredZPixels = 140000;
+  static bool cgStoresZ(int height, int width);
   float combinePartials(int rows) const;
 
   int pitchAlignment_;

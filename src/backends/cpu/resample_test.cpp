@@ -85,21 +85,33 @@ TEST(Interpolate, UnitScaleIsIdentityAndEnlargementClampsAtTheEdges) {
 }
 
 // The device kernels call the per-pixel functions directly; the CPU loops
-// share spans between pixels. Both must give the same bits.
+// share spans between pixels and sum several footprints side by side (the
+// match field's three planes in one pass). All must give the same bits.
 TEST(AreaDownsample, CpuLoopMatchesThePerPixelFunctionsBitForBit) {
-  const int sizes[][4] = {{480, 640, 456, 608}, {83, 97, 79, 93}, {17, 17, 5, 3}};
+  const int sizes[][4] = {{480, 640, 456, 608}, {83, 97, 79, 93}, {200, 300, 37, 61}, {17, 17, 5, 3}};
   for (auto& s : sizes) {
-    Planes in(s[0], s[1], s[1] + 3), conf(s[0], s[1], s[1] + 3), out(s[2], s[3], s[3] + 5), wout(s[2], s[3], s[3] + 5);
+    Planes in(s[0], s[1], s[1] + 3), in2(s[0], s[1], s[1] + 3), conf(s[0], s[1], s[1] + 3);
+    Planes out(s[2], s[3], s[3] + 5), wout(s[2], s[3], s[3] + 5), f0(s[2], s[3], s[3] + 5), f1(s[2], s[3], s[3] + 5),
+        f2(s[2], s[3], s[3] + 5);
     in.fillRandom(41);
+    in2.fillRandom(43);
     conf.fillRandom(42, -0.5f, 1.0f);
     flowcore::cpu::downsample(in.ptr(), s[0], s[1], in.pitch, out.ptr(), s[2], s[3], out.pitch, nullptr);
     flowcore::cpu::downsample(in.ptr(), s[0], s[1], in.pitch, wout.ptr(), s[2], s[3], wout.pitch, conf.ptr());
+    const float* const field[3] = {in.ptr(), in2.ptr(), conf.ptr()};
+    float* const fused[3] = {f0.ptr(), f1.ptr(), f2.ptr()};
+    flowcore::cpu::downsampleWeighted3(field, fused, s[0], s[1], in.pitch, s[2], s[3], f0.pitch, conf.ptr());
     for (int y = 0; y < s[2]; ++y)
       for (int x = 0; x < s[3]; ++x) {
         const float p = flowcore::downsampleAt(in.ptr(), s[0], s[1], in.pitch, s[2], s[3], x, y);
         const float w = flowcore::downsampleWeightedAt(in.ptr(), s[0], s[1], in.pitch, s[2], s[3], conf.ptr(), x, y);
+        const float w2 = flowcore::downsampleWeightedAt(in2.ptr(), s[0], s[1], in.pitch, s[2], s[3], conf.ptr(), x, y);
+        const float wc = flowcore::downsampleWeightedAt(conf.ptr(), s[0], s[1], in.pitch, s[2], s[3], conf.ptr(), x, y);
         ASSERT_TRUE(flowcore::testing_util::sameBits(out.at(x, y), p)) << x << "," << y;
         ASSERT_TRUE(flowcore::testing_util::sameBits(wout.at(x, y), w)) << x << "," << y;
+        ASSERT_TRUE(flowcore::testing_util::sameBits(f0.at(x, y), w)) << x << "," << y;
+        ASSERT_TRUE(flowcore::testing_util::sameBits(f1.at(x, y), w2)) << x << "," << y;
+        ASSERT_TRUE(flowcore::testing_util::sameBits(f2.at(x, y), wc)) << x << "," << y;
       }
   }
 }

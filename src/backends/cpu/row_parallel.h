@@ -1,8 +1,10 @@
-// Splits the rows of an image into tasks for the CPU backend's threads: each
-// task takes a fixed run of rows (about kTaskPixels pixels), so the pieces
-// depend on the image size alone. Small images run on the calling thread,
-// where waking other threads would cost more than the work. Callers compute
-// every row the same way whatever task it falls in.
+// Splits the rows of an image into tasks for the CPU backend's threads: runs
+// of about kTaskPixels pixels, their number rounded up to a multiple of the
+// thread budget and the rows shared out evenly, so that no thread is left
+// with a short last task while another works through a full one. Small
+// images run on the calling thread, where waking other threads would cost
+// more than the work. Callers compute every row the same way whatever task
+// it falls in, so the split never changes a result.
 #pragma once
 
 #include "backends/cpu/thread_pool.h"
@@ -16,14 +18,18 @@ constexpr long kTaskPixels = 16384;
 
 template <class F>
 void parallelRows(int rows, int width, F&& f) {
-  if (static_cast<long>(rows) * width < kParallelMinPixels || threadBudget() == 1) {
+  const int threads = threadBudget();
+  if (static_cast<long>(rows) * width < kParallelMinPixels || threads == 1) {
     f(0, rows);
     return;
   }
-  const long perTask = width > 0 ? kTaskPixels / width : rows;
-  const int chunk = perTask > 1 ? static_cast<int>(perTask < rows ? perTask : rows) : 1;
-  const int tasks = static_cast<int>((static_cast<long>(rows) + chunk - 1) / chunk);
-  parallelTasks(tasks, [&](int task) {
+  const long pixels = static_cast<long>(rows) * (width > 0 ? width : 1);
+  long tasks = (pixels + kTaskPixels - 1) / kTaskPixels;
+  tasks = (tasks + threads - 1) / threads * threads;
+  if (tasks > rows) tasks = rows;
+  const int chunk = static_cast<int>((rows + tasks - 1) / tasks);
+  const int count = (rows + chunk - 1) / chunk;
+  parallelTasks(count, [&](int task) {
     const int y0 = task * chunk;
     f(y0, rows - y0 < chunk ? rows : y0 + chunk);
   });

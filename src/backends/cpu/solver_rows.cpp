@@ -7,6 +7,7 @@ namespace flowcore::cpu {
   void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1); \
   void gradientYRows(float* diffY, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1); \
   void normalizeRows(float* x, int width, int pitch, int y0, int y1); \
+  void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY, int height, int width, int pitch, int y0, int y1); \
   void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma, int y0, int y1); \
   void residualRows(const float* A, const float* rhs, const float* du, const float* dv, int height, int width, int pitch, float* residual, int y0, int y1); \
   void productRows(const float* A, const float* du, const float* dv, int height, int width, int pitch, float* res, int y0, int y1); \
@@ -15,10 +16,10 @@ namespace flowcore::cpu {
   void scaleAndAddRows(float* acc, const float* b, float scale, int width, int pitch, int y0, int y1); \
   void dotRows(const float* x, const float* y, int width, int pitch, double* partials, int y0, int y1); \
   void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1); \
-  void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1); \
-  void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1); \
-  void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, unsigned char* mirrored, int y0, int y1); \
-  void mirroredProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1);
+  void startRows(const float* A, const float* b, const float* du, float* r, float* p, int height, int width, int pitch, double* partials, int y0, int y1); \
+  void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials, unsigned char* mirrored, float* scratch, int y0, int y1); \
+  void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1); \
+  void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1);
 
 namespace base {
 VEMO_SOLVER_ROW_LOOPS
@@ -55,6 +56,11 @@ void normalizeRows(float* x, int width, int pitch, int y0, int y1) {
   VEMO_ROWS_DISPATCH(normalizeRows(x, width, pitch, y0, y1));
 }
 
+void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
+                     int height, int width, int pitch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(diffusivityRows(u, v, du, dv, diffX, diffY, height, width, pitch, y0, y1));
+}
+
 void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma, int y0, int y1) {
   VEMO_ROWS_DISPATCH(assembleRows(a, height, width, pitch, alpha, beta, gamma, y0, y1));
 }
@@ -87,20 +93,20 @@ void productDotRows(const float* A, const float* p, float* q, int height, int wi
   VEMO_ROWS_DISPATCH(productDotRows(A, p, q, height, width, pitch, partials, y0, y1));
 }
 
-void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(nextDirectionRows(p, z, beta, pNext, width, pitch, y0, y1));
+void startRows(const float* A, const float* b, const float* du, float* r, float* p, int height, int width, int pitch, double* partials, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(startRows(A, b, du, r, p, height, width, pitch, partials, y0, y1));
 }
 
-void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z, int height, int width, int pitch, double* partials, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(updatePreconditionRows(A, du, p, r, q, a, z, height, width, pitch, partials, y0, y1));
+void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials, unsigned char* mirrored, float* scratch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(firstProductDotRows(A, p, height, width, pitch, partials, mirrored, scratch, y0, y1));
 }
 
-void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, unsigned char* mirrored, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(firstProductDotRows(A, p, q, height, width, pitch, partials, mirrored, y0, y1));
+void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(nextProductRows(A, p, r, z, beta, pNext, mirrored, height, width, pitch, partials, scratch, y0, y1));
 }
 
-void mirroredProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(mirroredProductDotRows(A, p, q, height, width, pitch, partials, y0, y1));
+void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(updateRows(A, du, p, r, z, a, mirrored, height, width, pitch, partials, scratch, y0, y1));
 }
 
 }  // namespace flowcore::cpu

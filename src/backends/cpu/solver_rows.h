@@ -19,6 +19,10 @@ void gradientXRows(float* diffX, const float* grad, const float* channel, int he
 void gradientYRows(float* diffY, const float* grad, const float* channel, int height, int width, int pitch,
                    int y0, int y1);
 void normalizeRows(float* x, int width, int pitch, int y0, int y1);
+// The whole diffusivity of a fixed-point step (diffusivityAt) for rows
+// [y0, y1), padding columns included.
+void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
+                     int height, int width, int pitch, int y0, int y1);
 
 // The data, gradient and match weights of a pixel, then its matrix row. The
 // weights are used where they are computed and not stored.
@@ -54,20 +58,32 @@ void dotRows(const float* x, const float* y, int width, int pitch, double* parti
 // q = A p with the partials of p . q.
 void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials,
                     int y0, int y1);
-// pNext = beta p + z over rows of one image (2 * height for a vector).
-void nextDirectionRows(const float* p, const float* z, float beta, float* pNext, int width, int pitch, int y0,
-                       int y1);
-// du += a p, r -= a q, z = block-Jacobi(r), with the partials of r . z.
-void updatePreconditionRows(const float* A, float* du, const float* p, float* r, const float* q, float a, float* z,
-                            int height, int width, int pitch, double* partials, int y0, int y1);
 
-// productDotRows, and whether each row of A is mirrored (see
+// The passes of the conjugate-gradient solve. The preconditioned residual z
+// and the product q = A p are never stored: each pass recomputes what it
+// needs of them from r and p, which moves less memory than storing and
+// reloading them. `mirrored` selects the couplings read as MirroredCouplings
+// (see firstProductDotRows). `scratch` is per-thread room for the row
+// buffers: 2 * width + 6 * pitch floats.
+//
+// r = b - A (du, dv), p = block-Jacobi(r), with the partials of r . p.
+void startRows(const float* A, const float* b, const float* du, float* r, float* p, int height, int width, int pitch,
+               double* partials, int y0, int y1);
+// The partials of p . A p, and whether each row of A is mirrored (see
 // MirroredCouplings): both copies of A12 and the couplings shared by
 // neighbours equal bit for bit.
-void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch,
-                         double* partials, unsigned char* mirrored, int y0, int y1);
-// productDotRows for a mirrored matrix (MirroredCouplings).
-void mirroredProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch,
-                            double* partials, int y0, int y1);
+void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials,
+                         unsigned char* mirrored, float* scratch, int y0, int y1);
+// pNext = beta p + block-Jacobi(r), with the partials of pNext . A pNext. The
+// rows just outside [y0, y1) are recomputed into scratch, not read from
+// pNext, where another range writes them. Where z is given, block-Jacobi(r)
+// is read from it (as updateRows stored it) instead of recomputed.
+void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext,
+                     bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0,
+                     int y1);
+// du += a p, r -= a A p, with the partials of r . block-Jacobi(r); where z is
+// given, block-Jacobi(r) is stored there too.
+void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height,
+                int width, int pitch, double* partials, float* scratch, int y0, int y1);
 
 }  // namespace flowcore::cpu

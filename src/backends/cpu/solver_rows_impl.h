@@ -70,6 +70,21 @@ void gradientYRows(float* __restrict diffY, const float* __restrict grad, const 
 }
 
 VEMO_ROWS_FUNCTION
+void diffusivityRows(const float* __restrict u, const float* __restrict v, const float* __restrict du,
+                     const float* __restrict dv, float* __restrict diffX, float* __restrict diffY, int height,
+                     int width, int pitch, int y0, int y1) {
+  for (int y = y0; y < y1; ++y) {
+    int x = 0;
+    if (y > 0 && y < height - 1 && width >= 3) {
+      diffusivityAt(u, v, du, dv, diffX, diffY, 0, y, height, width, pitch);
+#pragma GCC ivdep
+      for (x = 1; x < width - 1; ++x) diffusivityInteriorAt(u, v, du, dv, diffX, diffY, x, y, pitch);
+    }
+    for (; x < pitch; ++x) diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch);
+  }
+}
+
+VEMO_ROWS_FUNCTION
 void normalizeRows(float* __restrict x, int width, int pitch, int y0, int y1) {
   for (int y = y0; y < y1; ++y)
     for (int i = y * pitch; i < y * pitch + width; ++i) normalizePixel(x, i);
@@ -167,31 +182,6 @@ void productDotRows(const float* __restrict A, const float* __restrict p, float*
   }
 }
 
-VEMO_ROWS_FUNCTION
-void nextDirectionRows(const float* __restrict p, const float* __restrict z, float beta, float* __restrict pNext,
-                       int width, int pitch, int y0, int y1) {
-  const DirectionRead next{p, z, beta};
-  for (int r = y0; r < y1; ++r)
-    for (int i = r * pitch; i < r * pitch + width; ++i) pNext[i] = next(i);
-}
-
-VEMO_ROWS_FUNCTION
-void updatePreconditionRows(const float* __restrict A, float* __restrict du, const float* __restrict p,
-                            float* __restrict r, const float* __restrict q, float a, float* __restrict z, int height,
-                            int width, int pitch, double* partials, int y0, int y1) {
-  const int plane = pitch * height;
-  for (int y = y0; y < y1; ++y) {
-    const int o = y * pitch;
-    for (int i = o; i < o + width; ++i) {
-      saxpy2Element(du, p, a, r, q, -a, i);
-      saxpy2Element(du + plane, p + plane, a, r + plane, q + plane, -a, i);
-      blockJacobiPixel(A, r, z, i, plane);
-    }
-    partials[y] = rowDotInline(r + o, z + o, width);
-    partials[height + y] = rowDotInline(r + plane + o, z + plane + o, width);
-  }
-}
-
 // (A (u, v)) at index i with the couplings read from their planes, or
 // mirrored from the east and south planes alone.
 template <bool kMirrored, class ReadU, class ReadV>
@@ -201,6 +191,15 @@ inline __attribute__((always_inline)) void productRead(const float* A, ReadU u, 
     productWithCouplings(A, MirroredCouplings{A, plane}, u, v, i, plane, pitch, n, ru, rv);
   else
     productWithCouplings(A, PlaneCouplings{A, plane}, u, v, i, plane, pitch, n, ru, rv);
+}
+
+// block-Jacobi(x1, x2) at index i. In a mirrored matrix both copies of A12
+// are equal, so the product's copy serves and one plane fewer is streamed.
+template <bool kMirrored>
+inline __attribute__((always_inline)) void preconditionAt(const float* A, int i, int plane, float x1, float x2,
+                                                          float& y1, float& y2) {
+  const float c = A[i + (kMirrored ? kA12Product : kA12Precond) * plane];
+  blockJacobiValues(A[i + kA11 * plane], c, A[i + kA22 * plane], x1, x2, y1, y2);
 }
 
 // Whether row y of A is mirrored: both copies of A12 equal, each north
@@ -215,34 +214,189 @@ inline __attribute__((always_inline)) bool rowMirrored(const float* A, int y, in
   return same;
 }
 
-VEMO_ROWS_FUNCTION
-void firstProductDotRows(const float* __restrict A, const float* __restrict p, float* __restrict q, int height,
-                         int width, int pitch, double* partials, unsigned char* mirrored, int y0, int y1) {
+// A vector component read from a copy: index j of the plane is element
+// j + shift of `a`.
+struct ShiftedRead {
+  const float* a;
+  int shift;
+  inline __attribute__((always_inline)) float operator()(int j) const { return a[j + shift]; }
+};
+
+// The partials of row y of a two-plane vector x against a row pair y2 (the
+// u part at y2[0...], the v part at y2[width...]).
+inline __attribute__((always_inline)) void rowPartials(const float* x, const float* y2, int y, int height, int width,
+                                                       int pitch, int plane, double* partials) {
+  const std::size_t o = static_cast<std::size_t>(y) * pitch;
+  partials[y] = rowDotInline(x + o, y2, width);
+  partials[height + y] = rowDotInline(x + plane + o, y2 + width, width);
+}
+
+// Row y of the next direction beta p + block-Jacobi(r), into outU, outV;
+// with kStoredZ, block-Jacobi(r) is read from the plane pair z instead.
+template <bool kMirrored, bool kStoredZ>
+inline __attribute__((always_inline)) void directionRow(const float* __restrict A, const float* __restrict p,
+                                                        const float* __restrict r, const float* __restrict z,
+                                                        float beta, int y, int width, int pitch, int plane,
+                                                        float* __restrict outU, float* __restrict outV) {
+  const int o = y * pitch;
+  for (int x = 0; x < width; ++x) {
+    const int i = o + x;
+    float z1, z2;
+    if (kStoredZ) {
+      z1 = z[i];
+      z2 = z[i + plane];
+    } else {
+      preconditionAt<kMirrored>(A, i, plane, r[i], r[i + plane], z1, z2);
+    }
+    outU[x] = directionValue(p[i], beta, z1);
+    outV[x] = directionValue(p[i + plane], beta, z2);
+  }
+}
+
+// The scratch of nextProductRows: q for one row (2 * width floats), then a
+// window of three rows (pitch apart) per component.
+template <bool kMirrored, bool kStoredZ>
+inline __attribute__((always_inline)) void nextProductRowsOf(const float* __restrict A, const float* __restrict p,
+                                                             const float* __restrict r, const float* __restrict z,
+                                                             float beta,
+                                                             float* __restrict pNext, int height, int width,
+                                                             int pitch, double* partials, float* __restrict scratch,
+                                                             int y0, int y1) {
   const int plane = pitch * height;
+  float* q = scratch;
+  float* windowU = scratch + 2 * width;
+  float* windowV = windowU + 3 * pitch;
+  const auto rowOf = [&](int y) { return pNext + static_cast<std::size_t>(y) * pitch; };
+  directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y0, width, pitch, plane, rowOf(y0), rowOf(y0) + plane);
   for (int y = y0; y < y1; ++y) {
-    forRowPixels(y, height, width, pitch,
-                 [&](int i, Neighbours n) { productPixelAt(A, p, p + plane, i, plane, pitch, n, q); });
-    const std::size_t o = static_cast<std::size_t>(y) * pitch;
-    partials[y] = rowDotInline(p + o, q + o, width);
-    partials[height + y] = rowDotInline(p + plane + o, q + plane + o, width);
-    mirrored[y] = rowMirrored(A, y, width, pitch, plane) ? 1 : 0;
+    if (y + 1 < y1) directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, rowOf(y + 1), rowOf(y + 1) + plane);
+    const int o = y * pitch;
+    const auto store = [&](int i, float qu, float qv) {
+      q[i - o] = qu;
+      q[i - o + width] = qv;
+    };
+    if (y > y0 && y + 1 < y1) {
+      forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
+        float qu, qv;
+        productRead<kMirrored>(A, VectorRead{pNext}, VectorRead{pNext + plane}, i, plane, pitch, n, qu, qv);
+        store(i, qu, qv);
+      });
+    } else {
+      // The first and last rows of the range read the rows beyond it, which
+      // belong to the neighbouring range (written concurrently): those are
+      // recomputed into a three-row window together with copies of the rows
+      // of this range.
+      const std::size_t bytes = sizeof(float) * width;
+      if (y > y0) {
+        std::memcpy(windowU, rowOf(y - 1), bytes);
+        std::memcpy(windowV, rowOf(y - 1) + plane, bytes);
+      } else if (y > 0) {
+        directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y - 1, width, pitch, plane, windowU, windowV);
+      }
+      std::memcpy(windowU + pitch, rowOf(y), bytes);
+      std::memcpy(windowV + pitch, rowOf(y) + plane, bytes);
+      if (y + 1 < y1) {
+        std::memcpy(windowU + 2 * pitch, rowOf(y + 1), bytes);
+        std::memcpy(windowV + 2 * pitch, rowOf(y + 1) + plane, bytes);
+      } else if (y + 1 < height) {
+        directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, windowU + 2 * pitch, windowV + 2 * pitch);
+      }
+      const int shift = pitch - o;
+      forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
+        float qu, qv;
+        productRead<kMirrored>(A, ShiftedRead{windowU, shift}, ShiftedRead{windowV, shift}, i, plane, pitch, n, qu,
+                               qv);
+        store(i, qu, qv);
+      });
+    }
+    rowPartials(pNext, q, y, height, width, pitch, plane, partials);
   }
 }
 
 VEMO_ROWS_FUNCTION
-void mirroredProductDotRows(const float* __restrict A, const float* __restrict p, float* __restrict q, int height,
-                            int width, int pitch, double* partials, int y0, int y1) {
+void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext,
+                     bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0,
+                     int y1) {
+  if (mirrored && z)
+    nextProductRowsOf<true, true>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+  else if (mirrored)
+    nextProductRowsOf<true, false>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+  else if (z)
+    nextProductRowsOf<false, true>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+  else
+    nextProductRowsOf<false, false>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+}
+
+template <bool kMirrored, bool kStoredZ>
+inline __attribute__((always_inline)) void updateRowsOf(const float* __restrict A, float* __restrict du,
+                                                        const float* __restrict p, float* __restrict r, float a,
+                                                        int height, int width, int pitch, double* partials,
+                                                        float* __restrict zPlanes, float* __restrict scratch, int y0,
+                                                        int y1) {
+  const int plane = pitch * height;
+  for (int y = y0; y < y1; ++y) {
+    const int o = y * pitch;
+    // z goes to its planes when the next pass reads it, else to a row buffer.
+    float* zu = kStoredZ ? zPlanes + o : scratch;
+    float* zv = kStoredZ ? zPlanes + plane + o : scratch + width;
+    forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
+      float qu, qv;
+      productRead<kMirrored>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, qu, qv);
+      du[i] = saxpyValue(du[i], a, p[i]);
+      du[i + plane] = saxpyValue(du[i + plane], a, p[i + plane]);
+      const float r1 = saxpyValue(r[i], -a, qu), r2 = saxpyValue(r[i + plane], -a, qv);
+      r[i] = r1;
+      r[i + plane] = r2;
+      preconditionAt<kMirrored>(A, i, plane, r1, r2, zu[i - o], zv[i - o]);
+    });
+    partials[y] = rowDotInline(r + o, zu, width);
+    partials[height + y] = rowDotInline(r + plane + o, zv, width);
+  }
+}
+
+VEMO_ROWS_FUNCTION
+void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height,
+                int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+  if (mirrored && z)
+    updateRowsOf<true, true>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
+  else if (mirrored)
+    updateRowsOf<true, false>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
+  else if (z)
+    updateRowsOf<false, true>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
+  else
+    updateRowsOf<false, false>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
+}
+
+VEMO_ROWS_FUNCTION
+void startRows(const float* __restrict A, const float* __restrict b, const float* __restrict du,
+               float* __restrict r, float* __restrict p, int height, int width, int pitch, double* partials, int y0,
+               int y1) {
   const int plane = pitch * height;
   for (int y = y0; y < y1; ++y) {
     forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
-      float qu, qv;
-      productRead<true>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, qu, qv);
-      q[i] = qu;
-      q[i + plane] = qv;
+      residualAt(A, b, du, du + plane, i, plane, pitch, n, r);
+      blockJacobiPixel(A, r, p, i, plane);
     });
     const std::size_t o = static_cast<std::size_t>(y) * pitch;
-    partials[y] = rowDotInline(p + o, q + o, width);
-    partials[height + y] = rowDotInline(p + plane + o, q + plane + o, width);
+    partials[y] = rowDotInline(r + o, p + o, width);
+    partials[height + y] = rowDotInline(r + plane + o, p + plane + o, width);
+  }
+}
+
+VEMO_ROWS_FUNCTION
+void firstProductDotRows(const float* __restrict A, const float* __restrict p, int height, int width, int pitch,
+                         double* partials, unsigned char* mirrored, float* __restrict scratch, int y0, int y1) {
+  const int plane = pitch * height;
+  for (int y = y0; y < y1; ++y) {
+    const int o = y * pitch;
+    forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
+      float qu, qv;
+      productRead<false>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, qu, qv);
+      scratch[i - o] = qu;
+      scratch[i - o + width] = qv;
+    });
+    rowPartials(p, scratch, y, height, width, pitch, plane, partials);
+    mirrored[y] = rowMirrored(A, y, width, pitch, plane) ? 1 : 0;
   }
 }
 

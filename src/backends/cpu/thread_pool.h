@@ -10,8 +10,8 @@
 // cores busy between runs nor steal time from other programs for long.
 //
 // Which thread runs a task never changes what the task computes: callers
-// give every task a fixed piece of the work (rows, points), and the pieces
-// depend on the problem size only.
+// give every task a fixed piece of the work (rows, points) and compute each
+// row or point the same way whichever piece holds it.
 #pragma once
 
 #include <type_traits>

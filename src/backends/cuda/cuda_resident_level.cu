@@ -221,6 +221,11 @@ struct BlockSteps {
     __syncthreads();
   }
 
+  __device__ void cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int height, int width,
+                            int pitch) {
+    pcgStartSteps(*this, A, b, du, t, height, width, pitch);
+  }
+
   __device__ void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) {
     if (!cgActive()) return;  // read after a barrier: the same for every thread
     const int plane = pitch * height;
@@ -231,7 +236,7 @@ struct BlockSteps {
   }
 
   // pNext = beta p + z as the product kernel's tiles hold it, then q = A pNext.
-  __device__ void cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
+  __device__ void cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q, int height,
                                 int width, int pitch) {
     if (!cgActive()) return;
     const float beta = cg->beta;

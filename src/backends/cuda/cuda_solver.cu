@@ -374,7 +374,7 @@ void CudaBackend::cgFirstProduct(const float* A, const float* p, float* q, int h
   if (height >= 1 && width >= 1) reduce(p, q, 2 * height, width, pitch, DotUse::Step);
 }
 
-void CudaBackend::cgNextProduct(const float* A, const float* p, const float* z, float* pNext, float* q, int height,
+void CudaBackend::cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q, int height,
                                 int width, int pitch) {
   launchProduct(stream(), "NextDirectionProduct", A, p, nullptr, z, 0.0f, pNext, q, cgScalars(), height, width, pitch);
   if (height >= 1 && width >= 1) reduce(pNext, q, 2 * height, width, pitch, DotUse::Step);
