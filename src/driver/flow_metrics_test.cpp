@@ -90,18 +90,3 @@ TEST(FlowPicture, LegendAddsASquarePanelOnTheRight) {
   EXPECT_GT(picture(48, 20, 0), 200.0f);
   EXPECT_LT(picture(48, 20, 1), 50.0f);
 }
-
-TEST(FlowPicture, ErrorPictureRunsFromBlackToWhiteAndMarksUnknown) {
-  CTensor<float> errors(4, 1, 1);
-  errors(0, 0, 0) = 0.0f;
-  errors(1, 0, 0) = 1.0f;
-  errors(2, 0, 0) = 100.0f;
-  errors(3, 0, 0) = std::numeric_limits<float>::quiet_NaN();
-  const CTensor<float> p = errorPicture(errors, 3.0f);
-  EXPECT_EQ(p(0, 0, 0) + p(0, 0, 1) + p(0, 0, 2), 0.0f);
-  EXPECT_EQ(p(1, 0, 0), 255.0f);  // one third of the scale: red
-  EXPECT_EQ(p(1, 0, 1), 0.0f);
-  for (int c = 0; c < 3; ++c) EXPECT_EQ(p(2, 0, c), 255.0f);
-  EXPECT_EQ(p(3, 0, 0), 0.0f);
-  EXPECT_GT(p(3, 0, 2), 0.0f);
-}

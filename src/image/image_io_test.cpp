@@ -98,12 +98,15 @@ TEST(PngIO, RoundTripKeepsSamplesAt8And16BitsGreyAndColour) {
 }
 
 TEST(PngIO, SixteenBitPrecisionAndAlphaAreHandled) {
-  // A 16-bit RGBA file written with libpng directly: alpha must be dropped
-  // (not blended, not read as a fourth plane) and fractional 8-bit values
-  // must survive.
+  // A 3 x 2 16-bit RGBA file written with libpng directly: alpha must be
+  // dropped (not blended, not read as a fourth plane) and fractional 8-bit
+  // values must survive.
   std::vector<png_uint_16> samples(3 * 2 * 4);
-  for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<png_uint_16>(i * 2000 + 1);
-  for (size_t p = 0; p < 6; ++p) samples[p * 4 + 3] = static_cast<png_uint_16>(p * 10000);  // alpha
+  std::vector<unsigned char> bytes;  // big-endian rows
+  for (size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = static_cast<png_uint_16>(i % 4 == 3 ? i * 2500 : i * 2000 + 1);  // alpha every fourth
+    bytes.insert(bytes.end(), {static_cast<unsigned char>(samples[i] >> 8), static_cast<unsigned char>(samples[i])});
+  }
   const std::string path = scratch("rgba16.png");
   FILE* f = std::fopen(path.c_str(), "wb");
   ASSERT_NE(f, nullptr);
@@ -113,14 +116,7 @@ TEST(PngIO, SixteenBitPrecisionAndAlphaAreHandled) {
   png_set_IHDR(png, info, 3, 2, 16, PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                PNG_FILTER_TYPE_DEFAULT);
   png_write_info(png, info);
-  std::vector<unsigned char> row(3 * 4 * 2);
-  for (int y = 0; y < 2; ++y) {
-    for (int i = 0; i < 12; ++i) {
-      row[i * 2] = static_cast<unsigned char>(samples[y * 12 + i] >> 8);
-      row[i * 2 + 1] = static_cast<unsigned char>(samples[y * 12 + i] & 0xff);
-    }
-    png_write_row(png, row.data());
-  }
+  for (int y = 0; y < 2; ++y) png_write_row(png, bytes.data() + y * 24);
   png_write_end(png, nullptr);
   png_destroy_write_struct(&png, &info);
   std::fclose(f);

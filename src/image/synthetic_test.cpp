@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -18,30 +17,13 @@ std::string tempPath(const std::string& name) {
 }
 }  // namespace
 
-TEST(SyntheticPair, FrameTwoIsFrameOneMovedByTheTrueFlow) {
+// That frame 2 is frame 1 moved by the true flow is checked by every test
+// that measures a computed flow against the pair's truth; here only the
+// refusal of an empty size (vemo-synth passes the user's size through).
+TEST(SyntheticPair, EmptySizeIsRefused) {
   CTensor<float> f1, f2, flow;
-  NSynthetic::makeShiftedPair(30, 20, 3.0f, -2.0f, 11, f1, f2, flow);
-  ASSERT_EQ(f1.zSize, 3);
-  ASSERT_EQ(flow.zSize, 2);
-  for (int c = 0; c < 3; ++c)
-    for (int y = 2; y < 20; ++y)
-      for (int x = 0; x < 27; ++x) ASSERT_EQ(f2(x + 3, y - 2, c), f1(x, y, c)) << x << "," << y;
-  for (size_t i = 0; i < flow.planeSize(); ++i) {
-    ASSERT_EQ(flow.data[i], 3.0f);
-    ASSERT_EQ(flow.data[flow.planeSize() + i], -2.0f);
-  }
-  // Textured, not flat.
-  double mean = 0, square = 0;
-  for (size_t i = 0; i < f1.elements(); ++i) {
-    mean += f1.data[i];
-    square += double(f1.data[i]) * f1.data[i];
-  }
-  mean /= f1.elements();
-  EXPECT_GT(std::sqrt(square / f1.elements() - mean * mean), 15.0);
-  CTensor<float> other1, other2, other3;
   testing::internal::CaptureStderr();
-  EXPECT_THROW(NSynthetic::makeShiftedPair(0, 20, 1, 1, 1, other1, other2, other3),
-               ETensorIncompatibleSize);
+  EXPECT_THROW(NSynthetic::makeShiftedPair(0, 20, 1, 1, 1, f1, f2, flow), ETensorIncompatibleSize);
   testing::internal::GetCapturedStderr();
 }
 
