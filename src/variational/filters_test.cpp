@@ -47,6 +47,9 @@ std::vector<float> noise(std::size_t n, unsigned seed) {
   return v;
 }
 
+// The horizontal pass treats the whole padded row as the image, and the
+// output's padding keeps what it held: a pass that stops at the width or
+// writes the padding differs from the reference.
 TEST(GaussianFilterOfBackendImages, HorizontalPassRunsOverThePaddedRowAndLeavesTheOutputPaddingAlone) {
   CpuBackend backend(16, 0);
   const int h = 11, w = 21;  // pitch 32: eleven padding columns
