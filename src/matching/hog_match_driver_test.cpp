@@ -60,12 +60,6 @@ TEST(MatchDriver, GridLineAndFramesWithoutGridPoints) {
     EXPECT_NE(m.printed.find("HOG match = "), std::string::npos);
     expectAllZero(m);
   }
-  {
-    const Frame f = match_testing::texturedFrame(24, 24, 32, 1);
-    const MatchPlanes m = runDriver(f, f, 3);
-    EXPECT_EQ(firstLine(m.printed), "0 0 24 24\n");
-    expectAllZero(m);
-  }
   // 25 x 25: one grid point (12, 12) whose search has the single candidate
   // (12, 12), hence weight 1 and no displacement. A corner at the point makes
   // it pass the cornerness test.

@@ -47,18 +47,20 @@ std::vector<float> noise(std::size_t n, unsigned seed) {
   return v;
 }
 
+// The horizontal pass treats the whole padded row as the image, and the
+// output's padding keeps what it held: a pass that stops at the width or
+// writes the padding differs from the reference.
 TEST(GaussianFilterOfBackendImages, HorizontalPassRunsOverThePaddedRowAndLeavesTheOutputPaddingAlone) {
   CpuBackend backend(16, 0);
   const int h = 11, w = 21;  // pitch 32: eleven padding columns
   const float sigma = 1.0f;  // seven taps
-  TestImage in(backend, h, w), out(backend, h, w), zeroPadded(backend, h, w);
+  TestImage in(backend, h, w), out(backend, h, w);
   const int p = in.pitch;
   ASSERT_EQ(p, 32);
   const std::vector<float> values = noise(static_cast<std::size_t>(h) * p, 4);
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < p; ++x) {
       in.at(x, y) = x < w ? values[y * p + x] : 1000.0f + x;
-      zeroPadded.at(x, y) = x < w ? values[y * p + x] : 0.0f;
       out.at(x, y) = -7.0f;
     }
   int length = 0;
@@ -75,17 +77,6 @@ TEST(GaussianFilterOfBackendImages, HorizontalPassRunsOverThePaddedRowAndLeavesT
     for (int x = 0; x < w; ++x) ASSERT_NEAR(out.at(x, y), ref[y * p + x], 1e-3) << x << "," << y;
     for (int x = w; x < p; ++x) ASSERT_EQ(out.at(x, y), -7.0f);
   }
-  // Only the columns within three of the right edge see the padding.
-  TestImage other(backend, h, w);
-  gGaussianFilter(backend, other.data(), zeroPadded.data(), h, w, p, sigma);
-  for (int y = 0; y < h; ++y) {
-    for (int x = 0; x < w - 3; ++x) EXPECT_EQ(other.at(x, y), out.at(x, y)) << x << "," << y;
-    for (int x = w - 3; x < w; ++x) EXPECT_GT(out.at(x, y), other.at(x, y) + 1.0f) << x << "," << y;
-  }
-  // In place gives the same values.
-  gGaussianFilter(backend, in.data(), in.data(), h, w, p, sigma);
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) EXPECT_EQ(in.at(x, y), out.at(x, y));
 }
 
 TEST(HostFilterEntryPoints, MatchClampedCorrelationsAlongTheRightAxesAndRefuseBadSizes) {

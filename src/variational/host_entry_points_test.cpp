@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "backends/cpu/cpu_backend.h"
-#include "variational/host_flow.h"
 #include "variational/nonlinear_iteration.h"
 #include "variational/pcg.h"
 #include "variational/scratch.h"
@@ -89,17 +88,6 @@ TEST(HostSolverEntryPoints, GiveTheBackendResultsForPaddedRows) {
   std::vector<float> both(du);
   both.insert(both.end(), dv.begin(), dv.end());
   EXPECT_EQ(both, dense(x));
-
-  // The whole coarse-to-fine solver without a backend argument.
-  std::vector<float> zero(n, 0.0f), au(n), av(n), bu(n), bv(n);
-  ::testing::internal::CaptureStdout();
-  variationalFlowVemo(backend, pair.t1.data, pair.t2.data, au.data(), av.data(), zero.data(), zero.data(),
-                      zero.data(), 1, h, w, 3, 0.0f, 30.0f, 300.0f, 5.0f, 0.8f, 2, 5);
-  variationalFlowVemo(pair.t1.data, pair.t2.data, bu.data(), bv.data(), zero.data(), zero.data(), zero.data(), 1,
-                      h, w, 3, 0.0f, 30.0f, 300.0f, 5.0f, 0.8f, 2, 5);
-  ::testing::internal::GetCapturedStdout();
-  EXPECT_EQ(au, bu);
-  EXPECT_EQ(av, bv);
 }
 
 TEST(HostSolverEntryPoints, RefuseNullArraysAndInvalidSizes) {

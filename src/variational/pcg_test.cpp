@@ -121,35 +121,10 @@ TEST(Pcg, RefusesIncrementPlanesThatAreNotConsecutive) {
   EXPECT_NE(::testing::internal::GetCapturedStderr().find("dv"), std::string::npos);
 }
 
-// Sizes that are not multiples of 16 and padded rows: the padding must stay
-// zero, never be read as data, and not change any result bit.
-TEST(Pcg, PaddingDoesNotChangeTheSolution) {
-  CpuBackend tight(1, 0), padded(16, 7);
-  SpdSystem a(tight, 19, 33, 9), b(padded, 19, 33, 9);
-  ASSERT_NE(a.pitch, b.pitch);
-  a.solve(tight, 25);
-  b.solve(padded, 25);
-  TestImage viewA(tight, 19, 33, 2), viewB(padded, 19, 33, 2);
-  tight.copy(viewA.data(), a.du(), 2 * viewA.plane());
-  padded.copy(viewB.data(), b.du(), 2 * viewB.plane());
-  EXPECT_EQ(viewA.dense(), viewB.dense());
-  EXPECT_TRUE(viewB.paddingIsZero());
-}
-
-// The fused product of the CPU backend must give the bits of the elementary
-// operations it replaces, and a singular 2 x 2 block is preconditioned by the
-// identity.
-TEST(Pcg, FusedProductMatchesTheElementaryOperationsAndSingularBlocksPassThrough) {
-  CpuBackend backend(16, 1);
-  const int h = 13, w = 29;
-  SpdSystem s(backend, h, w, 8);
-  TestImage p(backend, h, w, 2), q1(backend, h, w, 2), q2(backend, h, w, 2);
-  p.fill(uniformNoise(1, -1.0f, 1.0f));
-  const float pq1 = backend.productDot(s.A(), p.data(), q1.data(), h, w, p.pitch);
-  const float pq2 = backend.Backend::productDot(s.A(), p.data(), q2.data(), h, w, p.pitch);
-  EXPECT_EQ(pq1, pq2);
-  EXPECT_EQ(q1.dense(), q2.dense());
-
+// A singular 2 x 2 block is preconditioned by the identity; a regular one
+// is inverted.
+TEST(Pcg, SingularBlocksPassThroughThePreconditioner) {
+  CpuBackend backend;
   TestImage singular(backend, 1, 1, kMatrixPlanes), x(backend, 1, 1, 2), y(backend, 1, 1, 2);
   singular.at(0, 0, kA11) = 1e-3f;
   singular.at(0, 0, kA22) = 1e-2f;  // det = 1e-5 <= 1e-4
@@ -163,7 +138,9 @@ TEST(Pcg, FusedProductMatchesTheElementaryOperationsAndSingularBlocksPassThrough
   EXPECT_FLOAT_EQ(y.at(0, 0, 1), -2.0f);
 }
 
-// The CPU backend's solve steps with the base-class compositions.
+// The CPU backend's solve steps with the base-class compositions. These
+// call the backend's separate product-and-dot pass, which the fused solve
+// never runs, so a fault there shows up as a difference too.
 class ComposedStepsBackend : public CpuBackend {
  public:
   void cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int h, int w, int pitch) override {

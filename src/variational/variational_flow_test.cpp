@@ -86,7 +86,8 @@ TEST(VariationalFlow, RecoversASubpixelShiftOfATexturedPair) {
 // five full-size passes) restarts from zero flow on the unwarped frame with
 // an all-ones mask, so the result is that of the last pass alone, which runs
 // twice the solver iterations without the match term. (40 x 12: at eta 0.95
-// the full-size passes are not skipped, since ceil(0.95 * 40) < 40.)
+// the full-size passes are not skipped, since ceil(0.95 * 40) < 40.) Guards
+// against an increment or tensor carried over from the previous pass.
 TEST(VariationalFlow, SingleScaleRunEqualsTheLastPassAlone) {
   CTensor<float> f1, f2, truth;
   NSynthetic::makeShiftedPair(40, 12, 0.7f, -0.4f, 5, f1, f2, truth);
@@ -107,6 +108,12 @@ TEST(VariationalFlow, SingleScaleRunEqualsTheLastPassAlone) {
   gNonLinearIteration(backend, a.data(), b.data(), conf.data(), zero.data(), zero.data(), zero.data(), 1, u.data(),
                       v.data(), h, w, pitch, 3, p.alpha, p.beta, p.gamma, p.fixedPoint, 2 * p.solver, scratch.cg(),
                       scratch.fp());
+  EXPECT_EQ(flow.u, u.dense());
+  EXPECT_EQ(flow.v, v.dense());
+
+  // No fixed-point iterations add nothing to the flow.
+  gNonLinearIteration(backend, a.data(), b.data(), conf.data(), zero.data(), zero.data(), zero.data(), 1, u.data(),
+                      v.data(), h, w, pitch, 3, p.alpha, p.beta, p.gamma, 0, p.solver, scratch.cg(), scratch.fp());
   EXPECT_EQ(flow.u, u.dense());
   EXPECT_EQ(flow.v, v.dense());
 }

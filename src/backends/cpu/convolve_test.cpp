@@ -133,7 +133,4 @@ TEST(ConvolutionArguments, RefusesMasksThatDoNotFitAndMismatchedSizes) {
   EXPECT_THROW(flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), 4, 5, 4, big.data(), 3), std::invalid_argument);
   const float f[9] = {0, 0, 0, 0, 1, 0, 0, 0, 0};
   EXPECT_THROW(flowcore::cpu::Convolve2d(out.ptr(), 4, 3, in.ptr(), 4, 4, f, 3, 3), std::invalid_argument);
-  in.fillRandom(2);
-  flowcore::cpu::Convolve2d(out.ptr(), 4, 4, in.ptr(), 4, 4, f, 3, 3);  // centre tap only: identity
-  EXPECT_EQ(out.data, in.data);
 }
