@@ -97,19 +97,15 @@ VEMO_INLINE void diffusivityAt(const float* u, const float* v, const float* du, 
   diffY[i] = inverseRobustNorm(sy);
 }
 
-// One flow component's terms of the two edges of interior index i: the sum
-// f + df read straight from the planes, the central derivatives as the same
-// chains of fused multiply-adds that convolveSmallOf forms.
+// One flow component's terms of the two edges of interior index i: the sums
+// f + df read straight from the planes, the central derivatives as plain
+// correlations (convolveTapsAt), which is what the tile rule reads inside.
 VEMO_INLINE void interiorEdgeTerms(const float* f, const float* df, int i, int pitch, float& sx, float& sy) {
-  const float m0 = centralDifferenceTap(0), m1 = centralDifferenceTap(1), m2 = centralDifferenceTap(2);
-  const auto at = [&](int j) { return f[j] + df[j]; };
-  const auto central = [&](int j, int step) {
-    float d = fmaf(m0, at(j - step), 0.0f);
-    d = fmaf(m1, at(j), d);
-    return fmaf(m2, at(j + step), d);
-  };
-  sx = sx + edgeTerm(at(i + 1) - at(i), central(i, pitch), central(i + 1, pitch));
-  sy = sy + edgeTerm(at(i + pitch) - at(i), central(i, 1), central(i + pitch, 1));
+  const float central[3] = {centralDifferenceTap(0), centralDifferenceTap(1), centralDifferenceTap(2)};
+  const FlowSumLine row{f + i, df + i, 1}, column{f + i, df + i, pitch};
+  const FlowSumLine next{f + i + 1, df + i + 1, pitch}, below{f + i + pitch, df + i + pitch, 1};
+  sx = sx + edgeTerm(row(1) - row(0), convolveTapsAt(column, 0, central, 3), convolveTapsAt(next, 0, central, 3));
+  sy = sy + edgeTerm(column(1) - column(0), convolveTapsAt(row, 0, central, 3), convolveTapsAt(below, 0, central, 3));
 }
 
 // diffusivityAt for a pixel with a neighbour on every side (0 < x < width - 1,

@@ -79,8 +79,8 @@ VEMO_INLINE void pcgSteps(Steps& steps, const SolveArgs& a) {
 // pitch * height): the vector updates treat them as one image of 2 * height
 // rows. The CGtmp buffers must hold two planes of at least pitch * height
 // floats; the solver owns r, z, p, q and pNext during the call (cgPrepare's
-// default clears them), the spare buffer is not touched. Nothing is read back: backend.cgIterations() tells the number of
-// updates applied.
+// default clears them), the spare buffer is not touched. Nothing is read
+// back: backend.cgIterations() tells the number of updates applied.
 void gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, float* dv, int height, int width,
           int pitch, int iterations, const CGtmp& tmp);
 

@@ -102,8 +102,8 @@ class CpuBackend : public Backend {
   void cgBegin(const float* r, const float* z, int height, int width, int pitch) override;
   bool cgActive() override;
   void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) override;
-  void cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q, int height, int width,
-                     int pitch) override;
+  void cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q,
+                     int height, int width, int pitch) override;
   void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height, int width,
                 int pitch) override;
   int cgIterations() override;

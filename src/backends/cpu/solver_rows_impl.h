@@ -269,7 +269,9 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
   const auto rowOf = [&](int y) { return pNext + static_cast<std::size_t>(y) * pitch; };
   directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y0, width, pitch, plane, rowOf(y0), rowOf(y0) + plane);
   for (int y = y0; y < y1; ++y) {
-    if (y + 1 < y1) directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, rowOf(y + 1), rowOf(y + 1) + plane);
+    if (y + 1 < y1)
+      directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, rowOf(y + 1),
+                                        rowOf(y + 1) + plane);
     const int o = y * pitch;
     const auto store = [&](int i, float qu, float qv) {
       q[i - o] = qu;
@@ -299,7 +301,8 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
         std::memcpy(windowU + 2 * pitch, rowOf(y + 1), bytes);
         std::memcpy(windowV + 2 * pitch, rowOf(y + 1) + plane, bytes);
       } else if (y + 1 < height) {
-        directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, windowU + 2 * pitch, windowV + 2 * pitch);
+        directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, windowU + 2 * pitch,
+                                          windowV + 2 * pitch);
       }
       const int shift = pitch - o;
       forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
