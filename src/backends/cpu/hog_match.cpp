@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "backends/cpu/clones.h"
+#include "backends/cpu/match_bounds.h"
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
@@ -20,6 +22,7 @@ struct MatchArgs {
   float *match_dist, *match_dist2;
   const int *mx, *my;
   int height, width, pitch;
+  const float* norm2;  // descriptor norms of frame 2
 };
 
 // What the search computes is fixed by the 256-worker layout of
@@ -40,6 +43,9 @@ struct MatchArgs {
 //    rounded sum with a non-negative square, so partial sums never decrease
 //    and a dropped candidate's full distance would exceed the bound as well.
 //    Equal distances are never dropped: ties resolve as in the full search.
+//  - Admitted candidates whose descriptor norm lies too far from the point's
+//    are dropped before any term is formed (backends/cpu/match_bounds.h):
+//    their distance would exceed `second` as it stood at the start of the row.
 //
 // Admitted candidates are formed in two ways, depending on how densely they
 // occur (dark or flat scenes admit most of a row, textured ones a few per
@@ -121,21 +127,21 @@ inline unsigned byteFlagsToBits(const unsigned char* bytes) {
   return (unsigned)((word * 0x0102040810204080ull) >> 56);
 }
 
-// One group: columns c .. c + kLanes - 1 of row y, the admitted ones flagged
-// in `admitted` and in the bits of `lanes`. Each admitted lane stops being
+// One group: columns c .. c + kLanes - 1 of row y, the ones to form flagged
+// in the bits of `lanes`. Each flagged lane stops being
 // interesting once its partial distance exceeds its bound; the group stops
 // when every lane has. Lanes past the window are never admitted and never
 // hold the group back; they read at most 15 + 4 columns beyond the window's
 // last one (width - 13), which stays inside the buffer because their cells
 // lie at least 9 rows above its last row.
-inline void matchGroup(const unsigned char* admitted, unsigned lanes, Search& s, int c, int y, const float* desc,
+inline void matchGroup(unsigned lanes, Search& s, int c, int y, const float* desc,
                        const float* hog2, std::size_t plane, int pitch) {
   float d[kLanes], bound[kLanes];
   const float second = s.second;
   for (int l = 0; l < kLanes; ++l) {
     d[l] = 0.0f;
     const float own = s.d2[c + l];
-    bound[l] = admitted[c + l] ? (own < second ? own : second) : -1.0f;
+    bound[l] = (lanes >> l) & 1 ? (own < second ? own : second) : -1.0f;
   }
   const float* centre = hog2 + (std::size_t)y * pitch + (s.x0 + c);
   for (int b = 0; b < kHogBins; ++b) {
@@ -200,6 +206,7 @@ bool matchPoint(const MatchArgs& a, int p, int seedX, int seedY) {
   float desc[kHogCells * kHogBins];
   for (int b = 0; b < kHogBins; ++b) hogLoadDescriptorBin(a.HOG1, plane, pitch, kHogBins, ax, ay, b, desc);
   const float e1 = a.Energy1[query];
+  const float nq = descriptorNorm(desc);
 
   const MatchWindow w = matchSearchWindow(ax, ay, a.height, a.width);
   const int columns = w.x1 >= w.x0 ? w.x1 - w.x0 + 1 : 0;
@@ -223,6 +230,7 @@ bool matchPoint(const MatchArgs& a, int p, int seedX, int seedY) {
   unsigned char admitted[kMatchWorkers + kLanes] = {};
   for (int y = w.y0; y <= w.y1; ++y) {
     const std::size_t row = (std::size_t)y * pitch + w.x0;
+    const float reach = normReach(s.second);
     // Both tests for the whole row, branch-free so that the loop vectorises.
     for (int c = 0; c < columns; ++c) {
       const std::size_t j = row + c;
@@ -233,10 +241,16 @@ bool matchPoint(const MatchArgs& a, int p, int seedX, int seedY) {
     if (y >= sy0 && y <= sy1)
       for (int x = sx0; x <= sx1; ++x) admitted[x - w.x0] = 0;
     for (int c = 0; c < columns; c += kLanes) {
-      const unsigned lanes = byteFlagsToBits(admitted + c) | byteFlagsToBits(admitted + c + 8) << 8;
+      unsigned lanes = byteFlagsToBits(admitted + c) | byteFlagsToBits(admitted + c + 8) << 8;
+      if (lanes == 0) continue;
+      // Lanes out of reach by their norm.
+      for (unsigned rest = lanes; rest != 0; rest &= rest - 1) {
+        const int l = __builtin_ctz(rest);
+        lanes &= ~((unsigned)normGapExceeds(nq, a.norm2[row + c + l], reach) << l);
+      }
       if (lanes == 0) continue;
       if (__builtin_popcount(lanes) >= kDenseGroup) {
-        matchGroup(admitted, lanes, s, c, y, desc, a.HOG2, plane, pitch);
+        matchGroup(lanes, s, c, y, desc, a.HOG2, plane, pitch);
       } else {
         for (unsigned rest = lanes; rest != 0; rest &= rest - 1) pending[n++] = Pending{c + __builtin_ctz(rest), y};
       }
@@ -265,8 +279,10 @@ void HOGMatch(const float* Image1, const float* Image2, const float* HOG1, const
               int height, int width, int pitch) {
   checkPlane("HOGMatch", height, width, pitch);
   if (n < 0) refuseArguments("HOGMatch: negative point count");
-  const MatchArgs a{Image1, Image2, HOG1,    HOG2,    Cornerness, Energy1, Energy2,    checkCorner, average,
-                    match_x, match_y, match_dist, match_dist2, mx,         my,      height,     width,       pitch};
+  const std::vector<float> norm2 = descriptorNorms(HOG2, height, width, pitch);
+  const MatchArgs a{Image1,  Image2,  HOG1,       HOG2,        Cornerness, Energy1, Energy2, checkCorner,
+                    average, match_x, match_y,    match_dist,  match_dist2, mx,     my,      height,
+                    width,   pitch,   norm2.data()};
   // Points take very different times (weak points end at once, border points
   // search smaller windows), so chunks are handed out dynamically. Each point
   // is computed alone, so the schedule does not change results.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "backends/cpu/confidence.h"
@@ -74,6 +75,25 @@ TEST(HogMatch, TiesAndPrefilterLimitsFollowTheWorkerOrder) {
   r = searchOne(im1, im2, hog1, hog2, corner, 0, e1, e2, 0.0f, ax, ay);
   EXPECT_EQ(r.y, 120);
   EXPECT_EQ(r.dist2, 0.0f);
+}
+
+// A zero query makes each candidate's distance the square of its norm, so
+// the norm bound is tight. The seed square holds 9 twice in one column, so
+// the running second best is 9 from the start; the candidate at distance 9
+// in a later row must survive the bound, since it ties the best further left.
+TEST(HogMatch, NormBoundKeepsCandidatesAtTheBound) {
+  const int h = 200, w = 200, pitch = 208;
+  Frame im(h, w, pitch, 3, 100.0f), hog1(h, w, pitch, kHogBins), hog2(h, w, pitch, kHogBins);
+  Frame e1(h, w, pitch, 1, 10.0f), e2(h, w, pitch, 1, 10000.0f), corner(h, w, pitch, 1);
+  for (const auto& [x, y] : {std::pair{100, 99}, std::pair{100, 101}, std::pair{60, 170}}) {
+    e2.at(x, y) = 10.0f;
+    hog2.at(x, y, 3) = 3.0f;  // distance 9
+  }
+  const SearchResult r = searchOne(im, im, hog1, hog2, corner, 0, e1, e2, 0.0f, 100, 100);
+  EXPECT_EQ(r.x, 60);
+  EXPECT_EQ(r.y, 170);
+  EXPECT_EQ(r.dist, 9.0f);
+  EXPECT_EQ(r.dist2, 9.0f);
 }
 
 // The square around the point is formed before the rest of the window, so
