@@ -5,8 +5,8 @@
 // the square of the gap between the two descriptors' Euclidean norms. Once a
 // point's search holds a second-best distance, a candidate whose norm gap
 // exceeds its square root could change neither the best nor the second best,
-// and is dropped with the energy and colour tests, at the cost of one more
-// plane read.
+// and is dropped before any term of its distance is formed. The norms of the
+// candidate frame are formed once per search call.
 //
 // The test leaves a wide margin for rounding. The norms are formed in double
 // precision and rounded to float (relative error below 1e-7); the test
