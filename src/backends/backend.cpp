@@ -22,6 +22,12 @@ void Backend::closeStretch(const timeval& start, timeval& finish, double& total)
   flowcore::closeStretch(start, finish, total);
 }
 
+void Backend::downsampleChannels(const float* in, std::size_t inPlane, float* out, std::size_t outPlane, int nChan,
+                                 int height, int width, int pitch, int newheight, int newwidth, int newpitch) {
+  for (int c = 0; c < nChan; ++c)
+    downsample(in + c * inPlane, height, width, pitch, out + c * outPlane, newheight, newwidth, newpitch, nullptr);
+}
+
 void Backend::downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,
                                 int newheight, int newwidth, int newpitch) {
   for (int k = 0; k < 3; ++k) downsample(in[k], height, width, pitch, out[k], newheight, newwidth, newpitch, in[2]);

@@ -171,6 +171,10 @@ class Backend {
   // Area average of one plane; weighted by `conf` when it is not null.
   virtual void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight,
                           int newwidth, int newpitch, const float* conf) = 0;
+  // The plain area average of nChan planes, inPlane floats apart, into planes
+  // outPlane floats apart: downsample of each with conf == nullptr.
+  virtual void downsampleChannels(const float* in, std::size_t inPlane, float* out, std::size_t outPlane, int nChan,
+                                  int height, int width, int pitch, int newheight, int newwidth, int newpitch);
   // The match field (u, v and confidence planes) reduced with weights equal
   // to the confidence: out[k] = downsample(in[k], ..., conf = in[2]).
   virtual void downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,

@@ -100,12 +100,8 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
       backend.copy(levelGeoV.data(), geoV, plane);
       backend.copy(levelGeoConf.data(), geoConf, plane);
     } else {
-      for (int c = 0; c < nChan; ++c) {
-        backend.downsample(frame1 + c * fullPlane, height, width, pitch, level1.data() + c * plane, hs, ws, ps,
-                           nullptr);
-        backend.downsample(frame2 + c * fullPlane, height, width, pitch, level2.data() + c * plane, hs, ws, ps,
-                           nullptr);
-      }
+      backend.downsampleChannels(frame1, fullPlane, level1.data(), plane, nChan, height, width, pitch, hs, ws, ps);
+      backend.downsampleChannels(frame2, fullPlane, level2.data(), plane, nChan, height, width, pitch, hs, ws, ps);
       // Match displacements shrink with the image; the weight plane is
       // averaged with weights equal to itself.
       const float shrink = powf(eta, static_cast<float>(s));

@@ -178,9 +178,25 @@ void CpuBackend::downsample(const float* arr, int height, int width, int pitch, 
   cpu::downsample(arr, height, width, pitch, out, newheight, newwidth, newpitch, conf);
 }
 
+// Channels three at a time: one pass shares the footprints' weights and
+// loops among the three planes.
+void CpuBackend::downsampleChannels(const float* in, std::size_t inPlane, float* out, std::size_t outPlane,
+                                    int nChan, int height, int width, int pitch, int newheight, int newwidth,
+                                    int newpitch) {
+  int c = 0;
+  for (; c + 3 <= nChan; c += 3) {
+    const float* const from[3] = {in + c * inPlane, in + (c + 1) * inPlane, in + (c + 2) * inPlane};
+    float* const to[3] = {out + c * outPlane, out + (c + 1) * outPlane, out + (c + 2) * outPlane};
+    cpu::downsample3(from, to, height, width, pitch, newheight, newwidth, newpitch, nullptr);
+  }
+  for (; c < nChan; ++c)
+    cpu::downsample(in + c * inPlane, height, width, pitch, out + c * outPlane, newheight, newwidth, newpitch,
+                    nullptr);
+}
+
 void CpuBackend::downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,
                                    int newheight, int newwidth, int newpitch) {
-  cpu::downsampleWeighted3(in, out, height, width, pitch, newheight, newwidth, newpitch, in[2]);
+  cpu::downsample3(in, out, height, width, pitch, newheight, newwidth, newpitch, in[2]);
 }
 
 void CpuBackend::interpolate(float* out, int oheight, int owidth, int opitch, const float* src, int height,

@@ -171,7 +171,9 @@ VEMO_CPU_CLONES void downsampleRows(const ReducedPlanes& planes, int pitch, int 
       rows[p] = planes.in[p] + in;
       out[p] = planes.out[p] + o;
     }
-    if (!conf)
+    if (!conf && planes.count == 3)
+      sumRow<false, 3>(rows, nullptr, weights, cx, groups, stride, cells, rowCells, norm, out);
+    else if (!conf)
       sumRow<false, 1>(rows, nullptr, weights, cx, groups, stride, cells, rowCells, norm, out);
     else if (planes.count == 3)
       sumRow<true, 3>(rows, conf + in, weights, cx, groups, stride, cells, rowCells, norm, out);
@@ -218,8 +220,8 @@ void downsample(const float* arr, int height, int width, int pitch, float* out, 
   downsamplePlanes(ReducedPlanes{{arr}, {out}, 1}, height, width, pitch, newheight, newwidth, newpitch, conf);
 }
 
-void downsampleWeighted3(const float* const in[3], float* const out[3], int height, int width, int pitch,
-                         int newheight, int newwidth, int newpitch, const float* conf) {
+void downsample3(const float* const in[3], float* const out[3], int height, int width, int pitch, int newheight,
+                 int newwidth, int newpitch, const float* conf) {
   downsamplePlanes(ReducedPlanes{{in[0], in[1], in[2]}, {out[0], out[1], out[2]}, 3}, height, width, pitch, newheight,
                    newwidth, newpitch, conf);
 }

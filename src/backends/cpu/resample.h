@@ -10,9 +10,9 @@ namespace flowcore::cpu {
 void downsample(const float* arr, int height, int width, int pitch,
                 float* out, int newheight, int newwidth, int newpitch, const float* conf);
 
-// The weighted reduction of three planes by the same `conf`, in one pass:
+// The reduction of three planes by the same `conf` (or none), in one pass:
 // out[k] is what downsample(in[k], ..., out[k], ..., conf) gives.
-void downsampleWeighted3(const float* const in[3], float* const out[3], int height, int width, int pitch,
+void downsample3(const float* const in[3], float* const out[3], int height, int width, int pitch,
                          int newheight, int newwidth, int newpitch, const float* conf);
 
 // Bilinear enlargement: outarray (oheight x owidth, opitch) samples the

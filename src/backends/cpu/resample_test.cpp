@@ -85,8 +85,8 @@ TEST(Interpolate, UnitScaleIsIdentityAndEnlargementClampsAtTheEdges) {
 }
 
 // The device kernels call the per-pixel functions directly; the CPU loops
-// share spans between pixels and sum several footprints side by side (the
-// match field's three planes in one pass). All must give the same bits.
+// share spans between pixels and sum several footprints side by side (three
+// planes in one pass: the match field, or colour channels). All must give the same bits.
 TEST(AreaDownsample, CpuLoopMatchesThePerPixelFunctionsBitForBit) {
   const int sizes[][4] = {{480, 640, 456, 608}, {83, 97, 79, 93}, {200, 300, 37, 61}, {17, 17, 5, 3}};
   for (auto& s : sizes) {
@@ -100,7 +100,7 @@ TEST(AreaDownsample, CpuLoopMatchesThePerPixelFunctionsBitForBit) {
     flowcore::cpu::downsample(in.ptr(), s[0], s[1], in.pitch, wout.ptr(), s[2], s[3], wout.pitch, conf.ptr());
     const float* const field[3] = {in.ptr(), in2.ptr(), conf.ptr()};
     float* const fused[3] = {f0.ptr(), f1.ptr(), f2.ptr()};
-    flowcore::cpu::downsampleWeighted3(field, fused, s[0], s[1], in.pitch, s[2], s[3], f0.pitch, conf.ptr());
+    flowcore::cpu::downsample3(field, fused, s[0], s[1], in.pitch, s[2], s[3], f0.pitch, conf.ptr());
     for (int y = 0; y < s[2]; ++y)
       for (int x = 0; x < s[3]; ++x) {
         const float p = flowcore::downsampleAt(in.ptr(), s[0], s[1], in.pitch, s[2], s[3], x, y);
@@ -113,5 +113,13 @@ TEST(AreaDownsample, CpuLoopMatchesThePerPixelFunctionsBitForBit) {
         ASSERT_TRUE(flowcore::testing_util::sameBits(f1.at(x, y), w2)) << x << "," << y;
         ASSERT_TRUE(flowcore::testing_util::sameBits(f2.at(x, y), wc)) << x << "," << y;
       }
+    // The colour channels: three plain averages in one pass.
+    flowcore::cpu::downsample3(field, fused, s[0], s[1], in.pitch, s[2], s[3], f0.pitch, nullptr);
+    for (int y = 0; y < s[2]; ++y)
+      for (int x = 0; x < s[3]; ++x)
+        for (int k = 0; k < 3; ++k)
+          ASSERT_TRUE(flowcore::testing_util::sameBits(
+              fused[k][y * f0.pitch + x], flowcore::downsampleAt(field[k], s[0], s[1], in.pitch, s[2], s[3], x, y)))
+              << k << " " << x << "," << y;
   }
 }
