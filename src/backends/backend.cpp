@@ -4,6 +4,7 @@
 
 #include "common/timer.h"
 #include "pixel/diffusivity.h"
+#include "variational/motion_tensors.h"
 #include "variational/pcg.h"
 #include "variational/scratch.h"
 
@@ -20,6 +21,11 @@ void Backend::openStretch(timeval& start) { stamp(start); }
 
 void Backend::closeStretch(const timeval& start, timeval& finish, double& total) {
   flowcore::closeStretch(start, finish, total);
+}
+
+void Backend::motionTensors(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
+                            float* derivatives, int height, int width, int pitch, int nChan, const float* mask) {
+  motionTensorSteps(*this, frame1, warped, ST, ST2, conf, derivatives, height, width, pitch, nChan, mask);
 }
 
 void Backend::downsampleChannels(const float* in, std::size_t inPlane, float* out, std::size_t outPlane, int nChan,

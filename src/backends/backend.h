@@ -195,6 +195,13 @@ class Backend {
   virtual void gradientTensor(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
                               const float* Iyz, const float* conf, int height, int width, int pitch) = 0;
 
+  // Both motion tensors of a level summed over its nChan channels, added
+  // into ST and ST2 (see variational/motion_tensors.h: the derivative passes
+  // with the five taps `mask`, then each channel's terms, in channel order).
+  // `derivatives` is scratch of eight planes.
+  virtual void motionTensors(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
+                             float* derivatives, int height, int width, int pitch, int nChan, const float* mask);
+
   // ---- diffusivity --------------------------------------------------------
   // diffX(x, y) += squared gradient of `channel` on the edge to (x + 1, y);
   // `grad` is the vertical derivative of `channel`.

@@ -52,8 +52,8 @@ VEMO_INLINE void levelSteps(Steps& steps, const LevelArgs& a) {
   steps.clear(dv, plane);
   steps.clear(fp.ST, 6 * plane);
   steps.clear(fp.ST2, 6 * plane);
-  motionTensorSteps(steps, a.frame1, a.warped, fp.ST, fp.ST2, a.conf, fp.derivatives, h, w, pitch, a.nChan,
-                    a.derivativeMask);
+  steps.motionTensors(a.frame1, a.warped, fp.ST, fp.ST2, a.conf, fp.derivatives, h, w, pitch, a.nChan,
+                      a.derivativeMask);
   for (int k = 0; k < a.fixedPointIterations; ++k) {
     steps.diffusivity(a.u, a.v, du, dv, fp.diffX, fp.diffY, h, w, pitch, fp.flowSum, fp.flowDerivative);
     steps.assembleSystem(fp, a.u, a.v, a.geoU, a.geoV, a.geoConf, h, w, pitch, a.alpha, a.beta, a.gamma);

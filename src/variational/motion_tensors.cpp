@@ -6,8 +6,7 @@ const float kDerivativeMask5[5] = {1.0f / 12.0f, -8.0f / 12.0f, 0.0f, 8.0f / 12.
 
 void MakeST(Backend& backend, const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
             float* derivatives, int height, int width, int pitch, int nChan) {
-  motionTensorSteps(backend, frame1, warped, ST, ST2, conf, derivatives, height, width, pitch, nChan,
-                    kDerivativeMask5);
+  backend.motionTensors(frame1, warped, ST, ST2, conf, derivatives, height, width, pitch, nChan, kDerivativeMask5);
 }
 
 }  // namespace flowcore

@@ -1,6 +1,7 @@
 // The motion tensors of one pyramid level, composed once from backend
 // operations: per channel, the derivatives of frame 1 and of the difference
 // to the warped frame 2, then both tensors accumulate that channel's terms.
+// A backend may run the same arithmetic in one pass (Backend::motionTensors).
 #pragma once
 
 #include <cstddef>

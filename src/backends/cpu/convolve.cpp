@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "backends/cpu/convolve_rows.h"
 #include "backends/cpu/pixel_loop.h"
 #include "variational/filter_masks.h"
 #include "pixel/convolve.h"
@@ -27,56 +28,18 @@ std::vector<float> snapshot(const float* in, int height, int width, int pitch) {
   return copy;
 }
 
-// Row and column passes. Samples at positions inside the line are read
-// directly under both border rules; the rules differ only for positions
-// outside it. So pixels whose taps all fall inside take a branch-free loop,
-// tap by tap over the whole run of such pixels (the same chain of fused
-// multiply-adds per pixel, vectorised across pixels), and only the border
-// pixels go through the per-pixel functions. `in` must not alias `out`.
+// Row and column passes (backends/cpu/convolve_rows.h). `in` must not alias
+// `out`.
 VEMO_CPU_CLONES void passXRows(float* __restrict out, const float* __restrict in, int width, int pitch,
                                const float* mask, int length, bool tiled, int y0, int y1) {
-  const int h = length / 2;
-  const int lo = h < width ? h : width;                    // first pixel with all taps inside
-  const int hi = width - (length - 1 - h) > lo ? width - (length - 1 - h) : lo;  // one past the last
-  for (int y = y0; y < y1; ++y) {
-    const float* row = in + (size_t)y * pitch;
-    float* o = out + (size_t)y * pitch;
-    auto border = [&](int x) {
-      o[x] = tiled ? convolveSmallAt(row, 1, width, x, mask, length) : convolveClampAt(row, 1, width, x, mask, length);
-    };
-    for (int x = 0; x < lo; ++x) border(x);
-    for (int x = hi; x < width; ++x) border(x);
-    if (hi > lo) {
-      // The first tap starts each chain from 0, as the per-pixel sum does.
-      for (int x = lo; x < hi; ++x) o[x] = fmaf(mask[0], row[x - h], 0.0f);
-      for (int j = 1; j < length; ++j) {
-        const float m = mask[j];
-        const float* r = row + (j - h);
-        for (int x = lo; x < hi; ++x) o[x] = fmaf(m, r[x], o[x]);
-      }
-    }
-  }
+  for (int y = y0; y < y1; ++y)
+    passRowX(out + (size_t)y * pitch, in + (size_t)y * pitch, width, mask, length, tiled);
 }
 
 VEMO_CPU_CLONES void passYRows(float* __restrict out, const float* __restrict in, int height, int width, int pitch,
                                const float* mask, int length, bool tiled, int y0, int y1) {
-  const int h = length / 2;
-  for (int y = y0; y < y1; ++y) {
-    float* o = out + (size_t)y * pitch;
-    if (y - h >= 0 && y + (length - 1 - h) < height) {
-      const float* first = in + (size_t)(y - h) * pitch;
-      for (int x = 0; x < width; ++x) o[x] = fmaf(mask[0], first[x], 0.0f);
-      for (int j = 1; j < length; ++j) {
-        const float m = mask[j];
-        const float* r = in + (size_t)(y + j - h) * pitch;
-        for (int x = 0; x < width; ++x) o[x] = fmaf(m, r[x], o[x]);
-      }
-    } else {
-      for (int x = 0; x < width; ++x)
-        o[x] = tiled ? convolveSmallAt(in + x, pitch, height, y, mask, length)
-                     : convolveClampAt(in + x, pitch, height, y, mask, length);
-    }
-  }
+  for (int y = y0; y < y1; ++y)
+    passRowY(out + (size_t)y * pitch, in, 0, pitch, height, width, mask, length, tiled, y);
 }
 
 void passX(float* out, const float* in, int height, int width, int pitch, const float* mask, int length, bool tiled) {

@@ -218,6 +218,13 @@ void CpuBackend::brightnessTensor(float* ST, const float* Ix, const float* Iy, c
   cpu::makeST(ST, Ix, Iy, Iz, conf, height, width, pitch);
 }
 
+// Row by row, without the derivative planes: the tensors' inputs are formed
+// a few rows at a time where they are used.
+void CpuBackend::motionTensors(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
+                               float*, int height, int width, int pitch, int nChan, const float* mask) {
+  cpu::motionTensors(frame1, warped, ST, ST2, conf, height, width, pitch, nChan, mask, 5);
+}
+
 void CpuBackend::gradientTensor(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, const float* Ixz,
                                 const float* Iyz, const float* conf, int height, int width, int pitch) {
   cpu::makeST2(ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch);

@@ -45,6 +45,8 @@ class CpuBackend : public Backend {
                  int length) override;
   void downsample(const float* arr, int height, int width, int pitch, float* out, int newheight, int newwidth,
                   int newpitch, const float* conf) override;
+  void motionTensors(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
+                     float* derivatives, int height, int width, int pitch, int nChan, const float* mask) override;
   void downsampleChannels(const float* in, std::size_t inPlane, float* out, std::size_t outPlane, int nChan,
                           int height, int width, int pitch, int newheight, int newwidth, int newpitch) override;
   void downsampleMatches(const float* const in[3], float* const out[3], int height, int width, int pitch,

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <omp.h>
+
 #include <cmath>
 #include <vector>
 
@@ -76,4 +78,47 @@ TEST(MotionTensor, FlatRegionsGiveZeroNotNaNZeroConfidenceAddsNothingAndCallsAcc
   twice.run();
   for (int y = 0; y < 16; ++y)
     for (int x = 0; x < 15; ++x) ASSERT_FLOAT_EQ(twice.ST.at(x, y, 4), 2.0f * once.at(x, y, 4));
+}
+
+// The CPU backend forms the derivatives a few rows at a time instead of as
+// planes. Its tensors must have the bits of the composed passes everywhere:
+// at the block-dependent borders of the tiled passes (widths and heights off
+// and on the 16-pixel blocks, shorter than the mask), at the seams of its
+// pieces and tasks, with one or three threads.
+TEST(MotionTensor, RowByRowPassGivesTheBitsOfTheComposedPasses) {
+  struct Composed : flowcore::CpuBackend {
+    void motionTensors(const float* f1, const float* f2, float* ST, float* ST2, const float* conf, float* d, int h,
+                       int w, int p, int n, const float* mask) override {
+      Backend::motionTensors(f1, f2, ST, ST2, conf, d, h, w, p, n, mask);
+    }
+  };
+  const int threads = omp_get_max_threads();
+  const int sizes[][4] = {{3, 2, 5, 1}, {4, 9, 9, 3}, {37, 53, 60, 3}, {70, 129, 131, 1}, {161, 80, 96, 3}};
+  for (int t : {1, 3}) {
+    omp_set_num_threads(t);
+    for (const auto& s : sizes) {
+      TensorCase fused(s[0], s[1], s[2], s[3]), composed(s[0], s[1], s[2], s[3]);
+      for (TensorCase* k : {&fused, &composed}) {
+        k->f1.fillRandom(51);
+        k->f2.fillRandom(52);
+        k->conf.fillRandom(53, 0.0f, 1.0f);
+        k->ST.fillRandom(54, -1.0f, 1.0f);
+        k->ST2.fillRandom(55, -1.0f, 1.0f);
+      }
+      fused.run();
+      Composed backend;
+      std::vector<float> derivatives(8 * static_cast<size_t>(s[2]) * s[0]);
+      flowcore::MakeST(backend, composed.f1.ptr(), composed.f2.ptr(), composed.ST.ptr(), composed.ST2.ptr(),
+                       composed.conf.ptr(), derivatives.data(), s[0], s[1], s[2], s[3]);
+      for (int i = 0; i < 6; ++i)
+        for (int y = 0; y < s[0]; ++y)
+          for (int x = 0; x < s[1]; ++x) {
+            ASSERT_TRUE(flowcore::testing_util::sameBits(fused.ST.at(x, y, i), composed.ST.at(x, y, i)))
+                << t << " threads, " << s[0] << "x" << s[1] << " plane " << i << " at " << x << "," << y;
+            ASSERT_TRUE(flowcore::testing_util::sameBits(fused.ST2.at(x, y, i), composed.ST2.at(x, y, i)))
+                << t << " threads, " << s[0] << "x" << s[1] << " plane " << i << " at " << x << "," << y;
+          }
+    }
+  }
+  omp_set_num_threads(threads);
 }

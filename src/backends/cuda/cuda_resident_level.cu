@@ -111,6 +111,11 @@ struct BlockSteps {
     forEachPixel(height, width, [=](int x, int y) { addAt(acc, b, pitch, x, y); });
   }
 
+  __device__ void motionTensors(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
+                                float* derivatives, int height, int width, int pitch, int nChan, const float* mask) {
+    motionTensorSteps(*this, frame1, warped, ST, ST2, conf, derivatives, height, width, pitch, nChan, mask);
+  }
+
   __device__ void diff(float* c, const float* a, const float* b, int height, int width, int pitch) {
     forEachPixel(height, width, [=](int x, int y) { diffAt(c, a, b, pitch, x, y); });
   }
