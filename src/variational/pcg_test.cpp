@@ -162,13 +162,13 @@ class ComposedStepsBackend : public CpuBackend {
   int cgIterations() override { return Backend::cgIterations(); }
 };
 
-// The CPU solve stores the product and the preconditioned residual on small
-// levels and recomputes them on large ones, recomputes the rows next to a
-// task's range, and reads fewer matrix planes once it has found the
+// The CPU solve recomputes the product (and, on large levels, the
+// preconditioned residual) instead of storing them, recomputes the rows next
+// to a task's range, and reads fewer matrix planes once it has found the
 // couplings mirrored, as the assembly writes them. It must give the bits of
 // the composed steps for such a matrix and for one whose couplings or A12
 // copies differ (then it reads every plane), on one task, split into several
-// on three threads, and on a level large enough to recompute both.
+// on three threads, and on a level large enough to recompute z.
 TEST(Pcg, MirroredAndUnmirroredMatricesSolveAsTheComposedSteps) {
   const int threads = omp_get_max_threads();
   omp_set_num_threads(3);

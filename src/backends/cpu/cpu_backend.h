@@ -121,9 +121,6 @@ class CpuBackend : public Backend {
   // Levels up to this many pixels keep z in memory between solver passes.
   static constexpr long kStoredZPixels = 140000;
   static bool cgStoresZ(int height, int width);
-  // Levels up to this many pixels keep A p in memory between solver passes.
-  static constexpr long kStoredQPixels = 120000;
-  static bool cgStoresQ(int height, int width);
   float combinePartials(int rows) const;
 
   int pitchAlignment_;

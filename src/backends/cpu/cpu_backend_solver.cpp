@@ -166,13 +166,13 @@ void CpuBackend::cgBegin(const float* r, const float* z, int height, int width, 
 
 bool CpuBackend::cgActive() { return cg_.active != 0; }
 
-void CpuBackend::cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) {
+void CpuBackend::cgFirstProduct(const float* A, const float* p, float*, int height, int width, int pitch) {
   if (cg_.active == 0) return;
   double* part = partials(2 * height);
   if (mirroredRows_.size() < static_cast<std::size_t>(height)) mirroredRows_.resize(height);
   unsigned char* mirrored = mirroredRows_.data();
   parallelRows(height, width, [&](int y0, int y1) {
-    cpu::firstProductDotRows(A, p, cgStoresQ(height, width) ? q : nullptr, height, width, pitch, part, mirrored, passScratch(width, pitch), y0, y1);
+    cpu::firstProductDotRows(A, p, height, width, pitch, part, mirrored, passScratch(width, pitch), y0, y1);
   });
   cgMirrored_ = true;
   for (int y = 0; y < height; ++y) cgMirrored_ = cgMirrored_ && mirrored[y] != 0;
@@ -189,33 +189,25 @@ bool CpuBackend::cgStoresZ(int height, int width) {
   return static_cast<long>(height) * width <= kStoredZPixels;
 }
 
-// Whether the product pass stores A p for the update pass, which then reads
-// no couplings and no neighbours (measured on 2 cores, 10 solver iterations:
-// 14 % faster at 10,800 pixels, 7 % at 97,200, 6 % slower at 145,200; on one
-// core 7 to 11 % faster at every size). Both give the same bits.
-bool CpuBackend::cgStoresQ(int height, int width) {
-  return static_cast<long>(height) * width <= kStoredQPixels;
-}
-
-void CpuBackend::cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q,
+void CpuBackend::cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float*,
                                int height, int width, int pitch) {
   if (cg_.active == 0) return;
   double* part = partials(2 * height);
   const float* stored = cgStoresZ(height, width) ? z : nullptr;
   parallelRows(height, width, [&](int y0, int y1) {
-    cpu::nextProductRows(A, p, r, stored, cg_.beta, pNext, cgStoresQ(height, width) ? q : nullptr, cgMirrored_, height, width, pitch, part,
+    cpu::nextProductRows(A, p, r, stored, cg_.beta, pNext, cgMirrored_, height, width, pitch, part,
                          passScratch(width, pitch), y0, y1);
   });
   cgStep(cg_, combinePartials(2 * height));
 }
 
-void CpuBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,
+void CpuBackend::cgUpdate(const float* A, float* du, const float* p, float* r, const float*, float* z, int height,
                           int width, int pitch) {
   if (cg_.active == 0) return;
   double* part = partials(2 * height);
   float* stored = cgStoresZ(height, width) ? z : nullptr;
   parallelRows(height, width, [&](int y0, int y1) {
-    cpu::updateRows(A, du, p, r, cgStoresQ(height, width) ? q : nullptr, stored, cg_.alpha, cgMirrored_, height, width, pitch, part,
+    cpu::updateRows(A, du, p, r, stored, cg_.alpha, cgMirrored_, height, width, pitch, part,
                     passScratch(width, pitch), y0, y1);
   });
   cgFinish(cg_, combinePartials(2 * height));

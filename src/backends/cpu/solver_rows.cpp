@@ -17,9 +17,9 @@ namespace flowcore::cpu {
   void dotRows(const float* x, const float* y, int width, int pitch, double* partials, int y0, int y1); \
   void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1); \
   void startRows(const float* A, const float* b, const float* du, float* r, float* p, int height, int width, int pitch, double* partials, int y0, int y1); \
-  void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, unsigned char* mirrored, float* scratch, int y0, int y1); \
-  void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext, float* q, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1); \
-  void updateRows(const float* A, float* du, const float* p, float* r, const float* q, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1);
+  void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials, unsigned char* mirrored, float* scratch, int y0, int y1); \
+  void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1); \
+  void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1);
 
 namespace base {
 VEMO_SOLVER_ROW_LOOPS
@@ -97,16 +97,16 @@ void startRows(const float* A, const float* b, const float* du, float* r, float*
   VEMO_ROWS_DISPATCH(startRows(A, b, du, r, p, height, width, pitch, partials, y0, y1));
 }
 
-void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, unsigned char* mirrored, float* scratch, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(firstProductDotRows(A, p, q, height, width, pitch, partials, mirrored, scratch, y0, y1));
+void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials, unsigned char* mirrored, float* scratch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(firstProductDotRows(A, p, height, width, pitch, partials, mirrored, scratch, y0, y1));
 }
 
-void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext, float* q, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(nextProductRows(A, p, r, z, beta, pNext, q, mirrored, height, width, pitch, partials, scratch, y0, y1));
+void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(nextProductRows(A, p, r, z, beta, pNext, mirrored, height, width, pitch, partials, scratch, y0, y1));
 }
 
-void updateRows(const float* A, float* du, const float* p, float* r, const float* q, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(updateRows(A, du, p, r, q, z, a, mirrored, height, width, pitch, partials, scratch, y0, y1));
+void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(updateRows(A, du, p, r, z, a, mirrored, height, width, pitch, partials, scratch, y0, y1));
 }
 
 }  // namespace flowcore::cpu

@@ -59,36 +59,31 @@ void dotRows(const float* x, const float* y, int width, int pitch, double* parti
 void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials,
                     int y0, int y1);
 
-// The passes of the conjugate-gradient solve. On large levels the
-// preconditioned residual z and the product q = A p are not stored: each pass
-// recomputes what it needs of them from r and p, which moves less memory than
-// storing and reloading them. On levels that stay in the caches the passes
-// are bound by arithmetic instead, and storing them is faster: where the
-// plane pairs z and q are given, they are written by the pass that computes
-// them and read by the next. `mirrored` selects the couplings read as
-// MirroredCouplings (see firstProductDotRows). `scratch` is per-thread room
-// for the row buffers: 2 * width + 6 * pitch floats.
+// The passes of the conjugate-gradient solve. The preconditioned residual z
+// and the product q = A p are never stored: each pass recomputes what it
+// needs of them from r and p, which moves less memory than storing and
+// reloading them. `mirrored` selects the couplings read as MirroredCouplings
+// (see firstProductDotRows). `scratch` is per-thread room for the row
+// buffers: 2 * width + 6 * pitch floats.
 //
 // r = b - A (du, dv), p = block-Jacobi(r), with the partials of r . p.
 void startRows(const float* A, const float* b, const float* du, float* r, float* p, int height, int width, int pitch,
                double* partials, int y0, int y1);
-// The partials of p . A p (A p stored in q where given), and whether each row
-// of A is mirrored (see MirroredCouplings): both copies of A12 and the
-// couplings shared by neighbours equal bit for bit.
-void firstProductDotRows(const float* A, const float* p, float* q, int height, int width, int pitch,
-                         double* partials, unsigned char* mirrored, float* scratch, int y0, int y1);
+// The partials of p . A p, and whether each row of A is mirrored (see
+// MirroredCouplings): both copies of A12 and the couplings shared by
+// neighbours equal bit for bit.
+void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials,
+                         unsigned char* mirrored, float* scratch, int y0, int y1);
 // pNext = beta p + block-Jacobi(r), with the partials of pNext . A pNext. The
 // rows just outside [y0, y1) are recomputed into scratch, not read from
 // pNext, where another range writes them. Where z is given, block-Jacobi(r)
-// is read from it (as updateRows stored it) instead of recomputed; where q is
-// given, A pNext is stored there.
+// is read from it (as updateRows stored it) instead of recomputed.
 void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext,
-                     float* q, bool mirrored, int height, int width, int pitch, double* partials, float* scratch,
-                     int y0, int y1);
-// du += a p, r -= a A p, with the partials of r . block-Jacobi(r); A p is
-// read from q where given. Where z is given, block-Jacobi(r) is stored there
-// too.
-void updateRows(const float* A, float* du, const float* p, float* r, const float* q, float* z, float a,
-                bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1);
+                     bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0,
+                     int y1);
+// du += a p, r -= a A p, with the partials of r . block-Jacobi(r); where z is
+// given, block-Jacobi(r) is stored there too.
+void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height,
+                int width, int pitch, double* partials, float* scratch, int y0, int y1);
 
 }  // namespace flowcore::cpu

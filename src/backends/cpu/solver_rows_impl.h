@@ -224,12 +224,11 @@ struct ShiftedRead {
 
 // The partials of row y of a two-plane vector x against a row pair y2 (the
 // u part at y2[0...], the v part at y2[width...]).
-inline __attribute__((always_inline)) void rowPartials(const float* x, const float* qu, const float* qv, int y,
-                                                       int height, int width, int pitch, int plane,
-                                                       double* partials) {
+inline __attribute__((always_inline)) void rowPartials(const float* x, const float* y2, int y, int height, int width,
+                                                       int pitch, int plane, double* partials) {
   const std::size_t o = static_cast<std::size_t>(y) * pitch;
-  partials[y] = rowDotInline(x + o, qu, width);
-  partials[height + y] = rowDotInline(x + plane + o, qv, width);
+  partials[y] = rowDotInline(x + o, y2, width);
+  partials[height + y] = rowDotInline(x + plane + o, y2 + width, width);
 }
 
 // Row y of the next direction beta p + block-Jacobi(r), into outU, outV;
@@ -260,11 +259,11 @@ template <bool kMirrored, bool kStoredZ>
 inline __attribute__((always_inline)) void nextProductRowsOf(const float* __restrict A, const float* __restrict p,
                                                              const float* __restrict r, const float* __restrict z,
                                                              float beta,
-                                                             float* __restrict pNext, float* __restrict qPlanes,
-                                                             int height, int width,
+                                                             float* __restrict pNext, int height, int width,
                                                              int pitch, double* partials, float* __restrict scratch,
                                                              int y0, int y1) {
   const int plane = pitch * height;
+  float* q = scratch;
   float* windowU = scratch + 2 * width;
   float* windowV = windowU + 3 * pitch;
   const auto rowOf = [&](int y) { return pNext + static_cast<std::size_t>(y) * pitch; };
@@ -274,11 +273,9 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
       directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, rowOf(y + 1),
                                         rowOf(y + 1) + plane);
     const int o = y * pitch;
-    float* const qRowU = qPlanes ? qPlanes + o : scratch;
-    float* const qRowV = qPlanes ? qPlanes + plane + o : scratch + width;
     const auto store = [&](int i, float qu, float qv) {
-      qRowU[i - o] = qu;
-      qRowV[i - o] = qv;
+      q[i - o] = qu;
+      q[i - o + width] = qv;
     };
     if (y > y0 && y + 1 < y1) {
       forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
@@ -315,28 +312,27 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
         store(i, qu, qv);
       });
     }
-    rowPartials(pNext, qRowU, qRowV, y, height, width, pitch, plane, partials);
+    rowPartials(pNext, q, y, height, width, pitch, plane, partials);
   }
 }
 
 VEMO_ROWS_FUNCTION
 void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext,
-                     float* q, bool mirrored, int height, int width, int pitch, double* partials, float* scratch,
-                     int y0, int y1) {
+                     bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0,
+                     int y1) {
   if (mirrored && z)
-    nextProductRowsOf<true, true>(A, p, r, z, beta, pNext, q, height, width, pitch, partials, scratch, y0, y1);
+    nextProductRowsOf<true, true>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
   else if (mirrored)
-    nextProductRowsOf<true, false>(A, p, r, z, beta, pNext, q, height, width, pitch, partials, scratch, y0, y1);
+    nextProductRowsOf<true, false>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
   else if (z)
-    nextProductRowsOf<false, true>(A, p, r, z, beta, pNext, q, height, width, pitch, partials, scratch, y0, y1);
+    nextProductRowsOf<false, true>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
   else
-    nextProductRowsOf<false, false>(A, p, r, z, beta, pNext, q, height, width, pitch, partials, scratch, y0, y1);
+    nextProductRowsOf<false, false>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
 }
 
-template <bool kMirrored, bool kStoredZ, bool kStoredQ>
+template <bool kMirrored, bool kStoredZ>
 inline __attribute__((always_inline)) void updateRowsOf(const float* __restrict A, float* __restrict du,
-                                                        const float* __restrict p, float* __restrict r,
-                                                        const float* __restrict qPlanes, float a,
+                                                        const float* __restrict p, float* __restrict r, float a,
                                                         int height, int width, int pitch, double* partials,
                                                         float* __restrict zPlanes, float* __restrict scratch, int y0,
                                                         int y1) {
@@ -348,12 +344,7 @@ inline __attribute__((always_inline)) void updateRowsOf(const float* __restrict 
     float* zv = kStoredZ ? zPlanes + plane + o : scratch + width;
     forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
       float qu, qv;
-      if (kStoredQ) {
-        qu = qPlanes[i];
-        qv = qPlanes[i + plane];
-      } else {
-        productRead<kMirrored>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, qu, qv);
-      }
+      productRead<kMirrored>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, qu, qv);
       du[i] = saxpyValue(du[i], a, p[i]);
       du[i + plane] = saxpyValue(du[i + plane], a, p[i + plane]);
       const float r1 = saxpyValue(r[i], -a, qu), r2 = saxpyValue(r[i + plane], -a, qv);
@@ -367,22 +358,16 @@ inline __attribute__((always_inline)) void updateRowsOf(const float* __restrict 
 }
 
 VEMO_ROWS_FUNCTION
-void updateRows(const float* A, float* du, const float* p, float* r, const float* q, float* z, float a, bool mirrored,
-                int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
-  // With q stored the couplings are not read, so a mirrored matrix needs no
-  // copy of its own.
-  if (q && z)
-    updateRowsOf<false, true, true>(A, du, p, r, q, a, height, width, pitch, partials, z, scratch, y0, y1);
-  else if (q)
-    updateRowsOf<false, false, true>(A, du, p, r, q, a, height, width, pitch, partials, z, scratch, y0, y1);
-  else if (mirrored && z)
-    updateRowsOf<true, true, false>(A, du, p, r, q, a, height, width, pitch, partials, z, scratch, y0, y1);
+void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height,
+                int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+  if (mirrored && z)
+    updateRowsOf<true, true>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
   else if (mirrored)
-    updateRowsOf<true, false, false>(A, du, p, r, q, a, height, width, pitch, partials, z, scratch, y0, y1);
+    updateRowsOf<true, false>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
   else if (z)
-    updateRowsOf<false, true, false>(A, du, p, r, q, a, height, width, pitch, partials, z, scratch, y0, y1);
+    updateRowsOf<false, true>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
   else
-    updateRowsOf<false, false, false>(A, du, p, r, q, a, height, width, pitch, partials, z, scratch, y0, y1);
+    updateRowsOf<false, false>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
 }
 
 VEMO_ROWS_FUNCTION
@@ -402,21 +387,18 @@ void startRows(const float* __restrict A, const float* __restrict b, const float
 }
 
 VEMO_ROWS_FUNCTION
-void firstProductDotRows(const float* __restrict A, const float* __restrict p, float* __restrict q, int height,
-                         int width, int pitch, double* partials, unsigned char* mirrored, float* __restrict scratch,
-                         int y0, int y1) {
+void firstProductDotRows(const float* __restrict A, const float* __restrict p, int height, int width, int pitch,
+                         double* partials, unsigned char* mirrored, float* __restrict scratch, int y0, int y1) {
   const int plane = pitch * height;
   for (int y = y0; y < y1; ++y) {
     const int o = y * pitch;
-    float* const qu = q ? q + o : scratch;
-    float* const qv = q ? q + plane + o : scratch + width;
     forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
-      float ru, rv;
-      productRead<false>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, ru, rv);
-      qu[i - o] = ru;
-      qv[i - o] = rv;
+      float qu, qv;
+      productRead<false>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, qu, qv);
+      scratch[i - o] = qu;
+      scratch[i - o + width] = qv;
     });
-    rowPartials(p, qu, qv, y, height, width, pitch, plane, partials);
+    rowPartials(p, scratch, y, height, width, pitch, plane, partials);
     mirrored[y] = rowMirrored(A, y, width, pitch, plane) ? 1 : 0;
   }
 }
