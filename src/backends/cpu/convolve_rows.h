@@ -2,8 +2,8 @@
 // the loops that run them row by row. Samples whose taps all fall inside the
 // line take a branch-free loop (the same chain of fused multiply-adds per
 // pixel, vectorised across pixels); only the border pixels go through the
-// per-pixel functions. Inlined into
-// their callers, so that each instruction-set copy of a loop runs its own.
+// per-pixel functions. Inlined into their callers, so that each
+// instruction-set copy of a loop runs its own.
 #pragma once
 
 #include <cmath>

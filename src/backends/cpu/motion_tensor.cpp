@@ -7,6 +7,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "backends/cpu/row_parallel.h"
 #include "pixel/convolve.h"
+#include "pixel/elementwise.h"
 #include "pixel/motion_tensor.h"
 
 namespace flowcore::cpu {
@@ -98,7 +99,7 @@ VEMO_CPU_CLONES void motionTensorRows(const float* frame1, const float* warped, 
         const float* __restrict i1 = I1 + o;
         const float* __restrict i2 = I2 + o;
         float* __restrict dz = iz + k;
-        for (int x = 0; x < width; ++x) dz[x] = i2[x] - i1[x];
+        for (int x = 0; x < width; ++x) diffAt(dz, i2, i1, 0, x, 0);
       }
       for (int y = a; y < b; ++y) {
         const std::size_t k = (y - first) * stride;
