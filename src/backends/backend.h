@@ -300,8 +300,14 @@ class Backend {
   // z and q are the solve's own scratch: a backend may leave them unwritten
   // and recompute z from r and q from p where it needs them, which moves
   // less memory than storing and reloading them.
+  //
+  // Where cgDirectionInPlace() says so, the caller passes pNext == p and the
+  // new direction replaces the old one; otherwise they are distinct buffers.
   virtual void cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext,
                              float* q, int height, int width, int pitch);
+  // Whether cgNextProduct forms the new direction in place. The default says
+  // no.
+  virtual bool cgDirectionInPlace() const { return false; }
   // du += alpha p, r -= alpha q, z = block-Jacobi(r); then beta and rz from
   // the new r . z, and one more iteration counted.
   virtual void cgUpdate(const float* A, float* du, const float* p, float* r, const float* q, float* z, int height,

@@ -52,7 +52,8 @@ VEMO_INLINE void pcgStartSteps(Steps& steps, const float* A, const float* b, con
 // Each iteration needs two reductions: p . q and the new r . z. The
 // convergence test comes before the product, which is not needed once the
 // solver stops. The direction update p <- beta p + z of one iteration is done
-// by the product pass of the next, into the other direction buffer.
+// by the product pass of the next, into the other direction buffer or, where
+// the executor forms it in place, over the current one.
 VEMO_EXECUTOR_TEMPLATE
 template <class Steps>
 VEMO_INLINE void pcgSteps(Steps& steps, const SolveArgs& a) {
@@ -64,6 +65,8 @@ VEMO_INLINE void pcgSteps(Steps& steps, const SolveArgs& a) {
   for (int k = 0; k < a.iterations && steps.cgActive(); ++k) {
     if (k == 0) {
       steps.cgFirstProduct(a.A, p, t.q, h, w, pitch);
+    } else if (steps.cgDirectionInPlace()) {
+      steps.cgNextProduct(a.A, p, t.r, t.z, p, t.q, h, w, pitch);
     } else {
       steps.cgNextProduct(a.A, p, t.r, t.z, pOther, t.q, h, w, pitch);
       float* previous = p;

@@ -129,6 +129,9 @@ class CountingBackend : public Backend {
                            int height, int width, int pitch) override;
   void cgBegin(const float* r, const float* z, int height, int width, int pitch) override;
   bool cgActive() override;
+  // Where the CPU backend puts the next direction changes no count: asked of
+  // it, not answered as the CUDA backend would.
+  bool cgDirectionInPlace() const override { return inner_.cgDirectionInPlace(); }
   void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) override;
   void cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q, int height, int width,
                      int pitch) override;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "backends/backend.h"
+#include "backends/cpu/row_parallel.h"
 
 namespace flowcore {
 
@@ -100,11 +101,15 @@ class CpuBackend : public Backend {
   // p, and nothing is cleared (no pass reads the padding). The first product
   // also checks whether the matrix is mirrored (MirroredCouplings), as the
   // assembly writes it; the later passes then read five of its planes instead
-  // of eight, with the same values and so the same bits.
+  // of eight, with the same values and so the same bits. The next direction
+  // overwrites the current one in place (one direction buffer streams
+  // through the caches instead of two), from copies of the rows at the
+  // boundaries of the threads' row ranges that each update pass keeps.
   void cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int height, int width,
                  int pitch) override;
   void cgBegin(const float* r, const float* z, int height, int width, int pitch) override;
   bool cgActive() override;
+  bool cgDirectionInPlace() const override;
   void cgFirstProduct(const float* A, const float* p, float* q, int height, int width, int pitch) override;
   void cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float* q,
                      int height, int width, int pitch) override;
@@ -130,6 +135,11 @@ class CpuBackend : public Backend {
   CgScalars cg_;
   bool cgMirrored_ = false;
   std::vector<unsigned char> mirroredRows_;
+  // The rows of p at the boundaries of the last update pass's split, and
+  // the image it split (-1 before the solve's first update).
+  std::vector<float> edgeRows_;
+  cpu::RowSplit edgeSplit_{0, 1};
+  int edgeHeight_ = -1, edgeWidth_ = -1;
   // Released blocks kept for reuse, keyed by their size in bytes. Large
   // fresh blocks arrive as untouched pages and pay a page fault per 4 KiB on
   // first use; the full-size passes of a run and every later pair of a

@@ -153,6 +153,7 @@ float* passScratch(int width, int pitch) {
 void CpuBackend::cgPrepare(const float* A, const float* b, const float* du, const CGtmp& t, int height, int width,
                            int pitch) {
   cgMirrored_ = false;
+  edgeHeight_ = edgeWidth_ = -1;
   double* part = partials(2 * height);
   parallelRows(height, width,
                [&](int y0, int y1) { cpu::startRows(A, b, du, t.r, t.p, height, width, pitch, part, y0, y1); });
@@ -161,10 +162,13 @@ void CpuBackend::cgPrepare(const float* A, const float* b, const float* du, cons
 
 void CpuBackend::cgBegin(const float* r, const float* z, int height, int width, int pitch) {
   cgMirrored_ = false;
+  edgeHeight_ = edgeWidth_ = -1;
   cgStart(cg_, dot(r, z, 2 * height, width, pitch));
 }
 
 bool CpuBackend::cgActive() { return cg_.active != 0; }
+
+bool CpuBackend::cgDirectionInPlace() const { return true; }
 
 void CpuBackend::cgFirstProduct(const float* A, const float* p, float*, int height, int width, int pitch) {
   if (cg_.active == 0) return;
@@ -192,11 +196,15 @@ bool CpuBackend::cgStoresZ(int height, int width) {
 void CpuBackend::cgNextProduct(const float* A, const float* p, const float* r, const float* z, float* pNext, float*,
                                int height, int width, int pitch) {
   if (cg_.active == 0) return;
+  if (pNext != p) throw BackendError("cgNextProduct: the CPU backend forms the next direction in place (pNext == p)");
+  if (edgeHeight_ != height || edgeWidth_ != width)
+    throw BackendError("cgNextProduct: no update of this solve has saved the direction's edge rows");
   double* part = partials(2 * height);
   const float* stored = cgStoresZ(height, width) ? z : nullptr;
-  parallelRows(height, width, [&](int y0, int y1) {
-    cpu::nextProductRows(A, p, r, stored, cg_.beta, pNext, cgMirrored_, height, width, pitch, part,
-                         passScratch(width, pitch), y0, y1);
+  const cpu::RowSplit split = edgeSplit_;
+  parallelRows(split, height, [&](int y0, int y1) {
+    cpu::nextProductRows(A, pNext, r, stored, cg_.beta, cgMirrored_, height, width, pitch, part,
+                         passScratch(width, pitch), edgeRows_.data(), split.chunk, y0, y1);
   });
   cgStep(cg_, combinePartials(2 * height));
 }
@@ -206,9 +214,22 @@ void CpuBackend::cgUpdate(const float* A, float* du, const float* p, float* r, c
   if (cg_.active == 0) return;
   double* part = partials(2 * height);
   float* stored = cgStoresZ(height, width) ? z : nullptr;
-  parallelRows(height, width, [&](int y0, int y1) {
+  // The next direction pass overwrites p in place with the same split of the
+  // rows; each range keeps a copy of its first and last rows here for the
+  // ranges beside it.
+  const cpu::RowSplit split = cpu::rowSplit(height, width);
+  float* edges = nullptr;
+  if (split.tasks > 1) {
+    const std::size_t floats = 4 * static_cast<std::size_t>(split.tasks) * width;
+    if (edgeRows_.size() < floats) edgeRows_.resize(floats);
+    edges = edgeRows_.data();
+  }
+  edgeSplit_ = split;
+  edgeHeight_ = height;
+  edgeWidth_ = width;
+  parallelRows(split, height, [&](int y0, int y1) {
     cpu::updateRows(A, du, p, r, stored, cg_.alpha, cgMirrored_, height, width, pitch, part,
-                    passScratch(width, pitch), y0, y1);
+                    passScratch(width, pitch), edges, split.chunk, y0, y1);
   });
   cgFinish(cg_, combinePartials(2 * height));
 }

@@ -16,23 +16,42 @@ constexpr long kParallelMinPixels = 8192;
 // Pixels per task.
 constexpr long kTaskPixels = 16384;
 
-template <class F>
-void parallelRows(int rows, int width, F&& f) {
+// How parallelRows shares out `rows` rows of `width` pixels: tasks of
+// `chunk` rows each (the last one may be shorter), task t starting at row
+// t * chunk. A single task runs on the calling thread.
+struct RowSplit {
+  int chunk;
+  int tasks;
+};
+
+inline RowSplit rowSplit(int rows, int width) {
   const int threads = threadBudget();
-  if (static_cast<long>(rows) * width < kParallelMinPixels || threads == 1) {
-    f(0, rows);
-    return;
-  }
+  if (static_cast<long>(rows) * width < kParallelMinPixels || threads == 1 || rows < 2) return RowSplit{rows, 1};
   const long pixels = static_cast<long>(rows) * (width > 0 ? width : 1);
   long tasks = (pixels + kTaskPixels - 1) / kTaskPixels;
   tasks = (tasks + threads - 1) / threads * threads;
   if (tasks > rows) tasks = rows;
   const int chunk = static_cast<int>((rows + tasks - 1) / tasks);
-  const int count = (rows + chunk - 1) / chunk;
-  parallelTasks(count, [&](int task) {
+  return RowSplit{chunk, (rows + chunk - 1) / chunk};
+}
+
+// Calls f(y0, y1) for the tasks of `split` over `rows` rows.
+template <class F>
+void parallelRows(const RowSplit& split, int rows, F&& f) {
+  if (split.tasks <= 1) {
+    f(0, rows);
+    return;
+  }
+  const int chunk = split.chunk;
+  parallelTasks(split.tasks, [&](int task) {
     const int y0 = task * chunk;
     f(y0, rows - y0 < chunk ? rows : y0 + chunk);
   });
+}
+
+template <class F>
+void parallelRows(int rows, int width, F&& f) {
+  parallelRows(rowSplit(rows, width), rows, f);
 }
 
 }  // namespace flowcore::cpu

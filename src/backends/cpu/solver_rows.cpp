@@ -18,8 +18,8 @@ namespace flowcore::cpu {
   void productDotRows(const float* A, const float* p, float* q, int height, int width, int pitch, double* partials, int y0, int y1); \
   void startRows(const float* A, const float* b, const float* du, float* r, float* p, int height, int width, int pitch, double* partials, int y0, int y1); \
   void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials, unsigned char* mirrored, float* scratch, int y0, int y1); \
-  void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1); \
-  void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1);
+  void nextProductRows(const float* A, float* p, const float* r, const float* z, float beta, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, const float* edges, int chunk, int y0, int y1); \
+  void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, float* edges, int chunk, int y0, int y1);
 
 namespace base {
 VEMO_SOLVER_ROW_LOOPS
@@ -101,12 +101,12 @@ void firstProductDotRows(const float* A, const float* p, int height, int width, 
   VEMO_ROWS_DISPATCH(firstProductDotRows(A, p, height, width, pitch, partials, mirrored, scratch, y0, y1));
 }
 
-void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(nextProductRows(A, p, r, z, beta, pNext, mirrored, height, width, pitch, partials, scratch, y0, y1));
+void nextProductRows(const float* A, float* p, const float* r, const float* z, float beta, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, const float* edges, int chunk, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(nextProductRows(A, p, r, z, beta, mirrored, height, width, pitch, partials, scratch, edges, chunk, y0, y1));
 }
 
-void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(updateRows(A, du, p, r, z, a, mirrored, height, width, pitch, partials, scratch, y0, y1));
+void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height, int width, int pitch, double* partials, float* scratch, float* edges, int chunk, int y0, int y1) {
+  VEMO_ROWS_DISPATCH(updateRows(A, du, p, r, z, a, mirrored, height, width, pitch, partials, scratch, edges, chunk, y0, y1));
 }
 
 }  // namespace flowcore::cpu

@@ -74,16 +74,20 @@ void startRows(const float* A, const float* b, const float* du, float* r, float*
 // neighbours equal bit for bit.
 void firstProductDotRows(const float* A, const float* p, int height, int width, int pitch, double* partials,
                          unsigned char* mirrored, float* scratch, int y0, int y1);
-// pNext = beta p + block-Jacobi(r), with the partials of pNext . A pNext. The
-// rows just outside [y0, y1) are recomputed into scratch, not read from
-// pNext, where another range writes them. Where z is given, block-Jacobi(r)
-// is read from it (as updateRows stored it) instead of recomputed.
-void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext,
-                     bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0,
+// p = beta p + block-Jacobi(r) in place, with the partials of p . A p. The
+// rows just outside [y0, y1), which another range overwrites concurrently,
+// are formed again from the copies of their old values that updateRows left
+// in `edges` for the split of `chunk` rows a task. Where
+// z is given, block-Jacobi(r) is read from it (as updateRows stored it)
+// instead of recomputed.
+void nextProductRows(const float* A, float* p, const float* r, const float* z, float beta, bool mirrored, int height,
+                     int width, int pitch, double* partials, float* scratch, const float* edges, int chunk, int y0,
                      int y1);
 // du += a p, r -= a A p, with the partials of r . block-Jacobi(r); where z is
-// given, block-Jacobi(r) is stored there too.
+// given, block-Jacobi(r) is stored there too. Where `edges` is given, the
+// first and last rows of p in [y0, y1) are copied there, task y0 / chunk's
+// slots (4 * width floats a task), for the next direction pass.
 void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height,
-                int width, int pitch, double* partials, float* scratch, int y0, int y1);
+                int width, int pitch, double* partials, float* scratch, float* edges, int chunk, int y0, int y1);
 
 }  // namespace flowcore::cpu

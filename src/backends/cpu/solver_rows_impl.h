@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <initializer_list>
 
 #include "backends/cpu/solver_rows.h"
 #include "pixel/diffusivity.h"
@@ -231,14 +232,17 @@ inline __attribute__((always_inline)) void rowPartials(const float* x, const flo
   partials[height + y] = rowDotInline(x + plane + o, y2 + width, width);
 }
 
-// Row y of the next direction beta p + block-Jacobi(r), into outU, outV;
-// with kStoredZ, block-Jacobi(r) is read from the plane pair z instead.
+// Row y of the next direction beta p + block-Jacobi(r), from the row pU, pV
+// of the current one into outU, outV (which may be pU, pV themselves: each
+// element is read before it is written); with kStoredZ, block-Jacobi(r) is
+// read from the plane pair z instead.
 template <bool kMirrored, bool kStoredZ>
-inline __attribute__((always_inline)) void directionRow(const float* __restrict A, const float* __restrict p,
+inline __attribute__((always_inline)) void directionRow(const float* __restrict A, const float* pU, const float* pV,
                                                         const float* __restrict r, const float* __restrict z,
                                                         float beta, int y, int width, int pitch, int plane,
-                                                        float* __restrict outU, float* __restrict outV) {
+                                                        float* outU, float* outV) {
   const int o = y * pitch;
+#pragma GCC ivdep
   for (int x = 0; x < width; ++x) {
     const int i = o + x;
     float z1, z2;
@@ -248,30 +252,45 @@ inline __attribute__((always_inline)) void directionRow(const float* __restrict 
     } else {
       preconditionAt<kMirrored>(A, i, plane, r[i], r[i + plane], z1, z2);
     }
-    outU[x] = directionValue(p[i], beta, z1);
-    outV[x] = directionValue(p[i + plane], beta, z2);
+    outU[x] = directionValue(pU[x], beta, z1);
+    outV[x] = directionValue(pV[x], beta, z2);
   }
+}
+
+// Where the edge rows of a split keep the copy of the first (first = true)
+// or last row of task `task`: 2 * width floats per row, u part first, two
+// rows per task.
+inline __attribute__((always_inline)) std::size_t edgeRowOffset(int task, bool first, int width) {
+  return (2 * static_cast<std::size_t>(task) + (first ? 0 : 1)) * 2 * width;
 }
 
 // The scratch of nextProductRows: q for one row (2 * width floats), then a
 // window of three rows (pitch apart) per component.
 template <bool kMirrored, bool kStoredZ>
-inline __attribute__((always_inline)) void nextProductRowsOf(const float* __restrict A, const float* __restrict p,
+inline __attribute__((always_inline)) void nextProductRowsOf(const float* __restrict A, float* p,
                                                              const float* __restrict r, const float* __restrict z,
-                                                             float beta,
-                                                             float* __restrict pNext, int height, int width,
-                                                             int pitch, double* partials, float* __restrict scratch,
-                                                             int y0, int y1) {
+                                                             float beta, int height, int width, int pitch,
+                                                             double* partials, float* __restrict scratch,
+                                                             const float* edges, int chunk, int y0, int y1) {
   const int plane = pitch * height;
   float* q = scratch;
   float* windowU = scratch + 2 * width;
   float* windowV = windowU + 3 * pitch;
-  const auto rowOf = [&](int y) { return pNext + static_cast<std::size_t>(y) * pitch; };
-  directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y0, width, pitch, plane, rowOf(y0), rowOf(y0) + plane);
+  const auto rowOf = [&](int y) { return p + static_cast<std::size_t>(y) * pitch; };
+  const auto advance = [&](int y) {
+    directionRow<kMirrored, kStoredZ>(A, rowOf(y), rowOf(y) + plane, r, z, beta, y, width, pitch, plane, rowOf(y),
+                                      rowOf(y) + plane);
+  };
+  // A row of a neighbouring range, which that range overwrites concurrently:
+  // its new values are formed again from the copy of its old ones.
+  const auto outside = [&](int y, int task, bool first, float* outU, float* outV) {
+    const float* old = edges + edgeRowOffset(task, first, width);
+    directionRow<kMirrored, kStoredZ>(A, old, old + width, r, z, beta, y, width, pitch, plane, outU, outV);
+  };
+  const int task = chunk > 0 ? y0 / chunk : 0;
+  advance(y0);
   for (int y = y0; y < y1; ++y) {
-    if (y + 1 < y1)
-      directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, rowOf(y + 1),
-                                        rowOf(y + 1) + plane);
+    if (y + 1 < y1) advance(y + 1);
     const int o = y * pitch;
     const auto store = [&](int i, float qu, float qv) {
       q[i - o] = qu;
@@ -280,20 +299,19 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
     if (y > y0 && y + 1 < y1) {
       forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
         float qu, qv;
-        productRead<kMirrored>(A, VectorRead{pNext}, VectorRead{pNext + plane}, i, plane, pitch, n, qu, qv);
+        productRead<kMirrored>(A, VectorRead{p}, VectorRead{p + plane}, i, plane, pitch, n, qu, qv);
         store(i, qu, qv);
       });
     } else {
-      // The first and last rows of the range read the rows beyond it, which
-      // belong to the neighbouring range (written concurrently): those are
-      // recomputed into a three-row window together with copies of the rows
-      // of this range.
+      // The first and last rows of the range read the rows beyond it: those
+      // go into a three-row window together with copies of the rows of this
+      // range.
       const std::size_t bytes = sizeof(float) * width;
       if (y > y0) {
         std::memcpy(windowU, rowOf(y - 1), bytes);
         std::memcpy(windowV, rowOf(y - 1) + plane, bytes);
       } else if (y > 0) {
-        directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y - 1, width, pitch, plane, windowU, windowV);
+        outside(y - 1, task - 1, false, windowU, windowV);
       }
       std::memcpy(windowU + pitch, rowOf(y), bytes);
       std::memcpy(windowV + pitch, rowOf(y) + plane, bytes);
@@ -301,8 +319,7 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
         std::memcpy(windowU + 2 * pitch, rowOf(y + 1), bytes);
         std::memcpy(windowV + 2 * pitch, rowOf(y + 1) + plane, bytes);
       } else if (y + 1 < height) {
-        directionRow<kMirrored, kStoredZ>(A, p, r, z, beta, y + 1, width, pitch, plane, windowU + 2 * pitch,
-                                          windowV + 2 * pitch);
+        outside(y + 1, task + 1, true, windowU + 2 * pitch, windowV + 2 * pitch);
       }
       const int shift = pitch - o;
       forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
@@ -312,22 +329,22 @@ inline __attribute__((always_inline)) void nextProductRowsOf(const float* __rest
         store(i, qu, qv);
       });
     }
-    rowPartials(pNext, q, y, height, width, pitch, plane, partials);
+    rowPartials(p, q, y, height, width, pitch, plane, partials);
   }
 }
 
 VEMO_ROWS_FUNCTION
-void nextProductRows(const float* A, const float* p, const float* r, const float* z, float beta, float* pNext,
-                     bool mirrored, int height, int width, int pitch, double* partials, float* scratch, int y0,
+void nextProductRows(const float* A, float* p, const float* r, const float* z, float beta, bool mirrored, int height,
+                     int width, int pitch, double* partials, float* scratch, const float* edges, int chunk, int y0,
                      int y1) {
   if (mirrored && z)
-    nextProductRowsOf<true, true>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+    nextProductRowsOf<true, true>(A, p, r, z, beta, height, width, pitch, partials, scratch, edges, chunk, y0, y1);
   else if (mirrored)
-    nextProductRowsOf<true, false>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+    nextProductRowsOf<true, false>(A, p, r, z, beta, height, width, pitch, partials, scratch, edges, chunk, y0, y1);
   else if (z)
-    nextProductRowsOf<false, true>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+    nextProductRowsOf<false, true>(A, p, r, z, beta, height, width, pitch, partials, scratch, edges, chunk, y0, y1);
   else
-    nextProductRowsOf<false, false>(A, p, r, z, beta, pNext, height, width, pitch, partials, scratch, y0, y1);
+    nextProductRowsOf<false, false>(A, p, r, z, beta, height, width, pitch, partials, scratch, edges, chunk, y0, y1);
 }
 
 template <bool kMirrored, bool kStoredZ>
@@ -359,7 +376,7 @@ inline __attribute__((always_inline)) void updateRowsOf(const float* __restrict 
 
 VEMO_ROWS_FUNCTION
 void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height,
-                int width, int pitch, double* partials, float* scratch, int y0, int y1) {
+                int width, int pitch, double* partials, float* scratch, float* edges, int chunk, int y0, int y1) {
   if (mirrored && z)
     updateRowsOf<true, true>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
   else if (mirrored)
@@ -368,6 +385,18 @@ void updateRows(const float* A, float* du, const float* p, float* r, float* z, f
     updateRowsOf<false, true>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
   else
     updateRowsOf<false, false>(A, du, p, r, a, height, width, pitch, partials, z, scratch, y0, y1);
+  if (edges && y1 > y0) {
+    // The range's first and last rows of p, for the neighbouring ranges of
+    // the next direction pass, which overwrites p in place.
+    const int task = y0 / chunk;
+    const std::size_t plane = static_cast<std::size_t>(pitch) * height, bytes = sizeof(float) * width;
+    for (const bool first : {true, false}) {
+      const int y = first ? y0 : y1 - 1;
+      float* copy = edges + edgeRowOffset(task, first, width);
+      std::memcpy(copy, p + static_cast<std::size_t>(y) * pitch, bytes);
+      std::memcpy(copy + width, p + plane + static_cast<std::size_t>(y) * pitch, bytes);
+    }
+  }
 }
 
 VEMO_ROWS_FUNCTION

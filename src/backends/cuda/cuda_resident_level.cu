@@ -219,6 +219,7 @@ struct BlockSteps {
   }
 
   __device__ bool cgActive() const { return cg->active != 0; }
+  __device__ bool cgDirectionInPlace() const { return false; }
 
   __device__ void cgBegin(const float* r, const float* z, int height, int width, int pitch) {
     const double total = dot(r, z, 2 * height, width, pitch);
