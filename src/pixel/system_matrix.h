@@ -47,16 +47,30 @@ VEMO_INLINE void addNeighbour(float s, float un, float vn, float uc, float vc, f
 // (data pd, gradient pg, match pm with its sums mu, mv) and the neighbours
 // that exist. Missing neighbours (image border) get a zero coupling: a
 // homogeneous Neumann boundary.
-VEMO_INLINE void makeMatrixAt(float* devMatrix, float* b, float pd, float pg, float pm, float mu, float mv,
-                              const float* ST, const float* ST2, const float* u, const float* v, const float* diffX,
-                              const float* diffY, int i, int plane, int pitch, bool hasNorth, bool hasWest,
-                              bool hasEast, bool hasSouth, float alpha) {
+// The part of a pixel's matrix row that comes from its own weights: the 2 x 2
+// block and the right-hand side before the neighbours are added.
+struct DataBlock {
+  float a11, a12, a22, b1, b2;
+};
+
+VEMO_INLINE DataBlock dataBlockAt(float pd, float pg, float pm, float mu, float mv, const float* ST, const float* ST2,
+                                  int i, int plane) {
   // Each bracket: the gradient term's product, then the data term fused on.
-  float a11 = pm + fmaf(ST[i], pd, ST2[i] * pg);
-  const float a12 = fmaf(ST[i + 3 * plane], pd, ST2[i + 3 * plane] * pg);
-  float a22 = pm + fmaf(ST[i + plane], pd, ST2[i + plane] * pg);
-  float b1 = -(mu + fmaf(ST[i + 4 * plane], pd, ST2[i + 4 * plane] * pg));
-  float b2 = -(mv + fmaf(ST[i + 5 * plane], pd, ST2[i + 5 * plane] * pg));
+  DataBlock k;
+  k.a11 = pm + fmaf(ST[i], pd, ST2[i] * pg);
+  k.a12 = fmaf(ST[i + 3 * plane], pd, ST2[i + 3 * plane] * pg);
+  k.a22 = pm + fmaf(ST[i + plane], pd, ST2[i + plane] * pg);
+  k.b1 = -(mu + fmaf(ST[i + 4 * plane], pd, ST2[i + 4 * plane] * pg));
+  k.b2 = -(mv + fmaf(ST[i + 5 * plane], pd, ST2[i + 5 * plane] * pg));
+  return k;
+}
+
+// The matrix row and right-hand side at index i from the pixel's data block
+// and the neighbours that exist.
+VEMO_INLINE void smoothnessRowAt(float* devMatrix, float* b, DataBlock k, const float* u, const float* v,
+                                 const float* diffX, const float* diffY, int i, int plane, int pitch, bool hasNorth,
+                                 bool hasWest, bool hasEast, bool hasSouth, float alpha) {
+  float a11 = k.a11, a22 = k.a22, b1 = k.b1, b2 = k.b2;
   const float uc = u[i], vc = v[i];
   float north = 0.0f, west = 0.0f, east = 0.0f, south = 0.0f;
   if (hasNorth) addNeighbour(alpha * diffY[i - pitch], u[i - pitch], v[i - pitch], uc, vc, a11, a22, b1, b2, north);
@@ -64,8 +78,8 @@ VEMO_INLINE void makeMatrixAt(float* devMatrix, float* b, float pd, float pg, fl
   if (hasEast) addNeighbour(alpha * diffX[i], u[i + 1], v[i + 1], uc, vc, a11, a22, b1, b2, east);
   if (hasSouth) addNeighbour(alpha * diffY[i], u[i + pitch], v[i + pitch], uc, vc, a11, a22, b1, b2, south);
   devMatrix[i + kA11 * plane] = a11;
-  devMatrix[i + kA12Precond * plane] = a12;
-  devMatrix[i + kA12Product * plane] = a12;
+  devMatrix[i + kA12Precond * plane] = k.a12;
+  devMatrix[i + kA12Product * plane] = k.a12;
   devMatrix[i + kA22 * plane] = a22;
   devMatrix[i + kNorth * plane] = north;
   devMatrix[i + kWest * plane] = west;
@@ -73,6 +87,14 @@ VEMO_INLINE void makeMatrixAt(float* devMatrix, float* b, float pd, float pg, fl
   devMatrix[i + kSouth * plane] = south;
   b[i] = b1;
   b[i + plane] = b2;
+}
+
+VEMO_INLINE void makeMatrixAt(float* devMatrix, float* b, float pd, float pg, float pm, float mu, float mv,
+                              const float* ST, const float* ST2, const float* u, const float* v, const float* diffX,
+                              const float* diffY, int i, int plane, int pitch, bool hasNorth, bool hasWest,
+                              bool hasEast, bool hasSouth, float alpha) {
+  smoothnessRowAt(devMatrix, b, dataBlockAt(pd, pg, pm, mu, mv, ST, ST2, i, plane), u, v, diffX, diffY, i, plane,
+                  pitch, hasNorth, hasWest, hasEast, hasSouth, alpha);
 }
 
 // MakeMatrix_kernel at pixel (x, y).

@@ -86,9 +86,10 @@ void CpuBackend::makeMatrix(float* devMatrix, float* b, const float* dPsiData, c
 }
 
 // The three weights and the matrix row of a pixel depend on no other pixel's
-// weights, so one pass computes them all. The weights stay in registers: the
-// weight planes of `fp` are not written (measured: a fifth less memory
-// traffic for the pass with the most streams of a fixed-point step).
+// weights, so one pass computes them all. The weights stay in registers and
+// row buffers: the weight planes of `fp` are not written (measured: a fifth
+// less memory traffic for the pass with the most streams of a fixed-point
+// step).
 void CpuBackend::assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,
                                 const float* geoV, const float* geoConf, int height, int width, int pitch,
                                 float alpha, float beta, float gamma) {

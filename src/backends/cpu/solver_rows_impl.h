@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstring>
 #include <initializer_list>
+#include <vector>
 
 #include "backends/cpu/solver_rows.h"
 #include "pixel/diffusivity.h"
@@ -101,14 +102,37 @@ inline __attribute__((always_inline)) void assembleRowsOf(
     float* __restrict devMatrix, float* __restrict b, int height,
     int width, int pitch, float alpha, float beta, float gamma, int y0, int y1) {
   const int plane = pitch * height;
+  // A row's data blocks first (the weights' roots and divisions, reading the
+  // tensors) into row buffers, then the neighbours and the stores: two loops
+  // with fewer streams and registers live each than one (measured: a tenth
+  // faster at 640 x 480).
+  thread_local std::vector<float> rows;
+  if (rows.size() < 5 * static_cast<std::size_t>(width)) rows.resize(5 * static_cast<std::size_t>(width));
+  float* __restrict k11 = rows.data();
+  float* __restrict k12 = k11 + width;
+  float* __restrict k22 = k12 + width;
+  float* __restrict kb1 = k22 + width;
+  float* __restrict kb2 = kb1 + width;
   for (int y = y0; y < y1; ++y) {
-    forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
+    const int o = y * pitch;
+#pragma GCC ivdep
+    for (int x = 0; x < width; ++x) {
+      const int i = o + x;
       const float pd = dataWeight(ST, i, plane, du[i], dv[i]);
       const float pg = gradientWeight(ST2, i, plane, du[i], dv[i], gamma);
       float pm, mu, mv;
       matchSingle(u, v, du, dv, geoU, geoV, geoConf, i, beta, pm, mu, mv);
-      makeMatrixAt(devMatrix, b, pd, pg, pm, mu, mv, ST, ST2, u, v, diffX, diffY, i, plane, pitch, n.north, n.west,
-                   n.east, n.south, alpha);
+      const DataBlock k = dataBlockAt(pd, pg, pm, mu, mv, ST, ST2, i, plane);
+      k11[x] = k.a11;
+      k12[x] = k.a12;
+      k22[x] = k.a22;
+      kb1[x] = k.b1;
+      kb2[x] = k.b2;
+    }
+    forRowPixels(y, height, width, pitch, [&](int i, Neighbours n) {
+      const int x = i - o;
+      smoothnessRowAt(devMatrix, b, DataBlock{k11[x], k12[x], k22[x], kb1[x], kb2[x]}, u, v, diffX, diffY, i, plane,
+                      pitch, n.north, n.west, n.east, n.south, alpha);
     });
   }
 }
