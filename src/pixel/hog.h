@@ -69,15 +69,19 @@ VEMO_INLINE void hogAccumulateAt(const float* dx, const float* dy, float* hog, i
 //   out[b] = f0 in[b-1] + f1 in[b] + f2 in[b+1], bins wrapping around,
 // formed as the centre product first, then the left and the right tap added
 // by fused multiply-add. `in` and `out` are distinct fields.
+// One bin b of it.
+VEMO_INLINE void hogSmoothBinAt(const float* in, float* out, int nOri, std::size_t planeStride, std::size_t i,
+                                int b, float f0, float f1, float f2) {
+  const int left = b == 0 ? nOri - 1 : b - 1;
+  const int right = b == nOri - 1 ? 0 : b + 1;
+  const float centre = f1 * in[(std::size_t)b * planeStride + i];
+  const float withLeft = fmaf(f0, in[(std::size_t)left * planeStride + i], centre);
+  out[(std::size_t)b * planeStride + i] = fmaf(f2, in[(std::size_t)right * planeStride + i], withLeft);
+}
+
 VEMO_INLINE void hogSmoothBinsAt(const float* in, float* out, int nOri, std::size_t planeStride,
                                  std::size_t i, float f0, float f1, float f2) {
-  for (int b = 0; b < nOri; ++b) {
-    const int left = b == 0 ? nOri - 1 : b - 1;
-    const int right = b == nOri - 1 ? 0 : b + 1;
-    const float centre = f1 * in[(std::size_t)b * planeStride + i];
-    const float withLeft = fmaf(f0, in[(std::size_t)left * planeStride + i], centre);
-    out[(std::size_t)b * planeStride + i] = fmaf(f2, in[(std::size_t)right * planeStride + i], withLeft);
-  }
+  for (int b = 0; b < nOri; ++b) hogSmoothBinAt(in, out, nOri, planeStride, i, b, f0, f1, f2);
 }
 
 // Total energy of pixel i: the sum of its nOri bins in increasing order.
