@@ -13,23 +13,31 @@
 
 namespace flowcore::cpu {
 
+// The chain of a mask of kLength taps for samples lo .. hi - 1, each held in
+// registers from its first tap to its store.
+template <int kLength, class At>
+inline __attribute__((always_inline)) void chainRun(float* __restrict out, int lo, int hi, const float* mask, At at) {
+  float m[kLength];
+  for (int j = 0; j < kLength; ++j) m[j] = mask[j];
+  for (int x = lo; x < hi; ++x) {
+    float s = fmaf(m[0], at(x, 0), 0.0f);
+    for (int j = 1; j < kLength; ++j) s = fmaf(m[j], at(x, j), s);
+    out[x] = s;
+  }
+}
+
 // Samples lo .. hi - 1 of a pass whose taps all lie inside: out[x] is the
-// chain over the taps read at `at(x, j)`. A five-tap mask (the derivatives')
-// keeps each chain in registers; other lengths go tap by tap over the run,
-// with the same chains.
+// chain over the taps read at `at(x, j)`. The masks of three, five and seven
+// taps (gradients, derivatives, box means) keep each chain in registers;
+// other lengths go tap by tap over the run, with the same chains.
 template <class At>
 inline __attribute__((always_inline)) void insideRun(float* __restrict out, int lo, int hi, const float* mask,
                                                     int length, At at) {
-  if (length == 5) {
-    const float m0 = mask[0], m1 = mask[1], m2 = mask[2], m3 = mask[3], m4 = mask[4];
-    for (int x = lo; x < hi; ++x) {
-      float s = fmaf(m0, at(x, 0), 0.0f);
-      s = fmaf(m1, at(x, 1), s);
-      s = fmaf(m2, at(x, 2), s);
-      s = fmaf(m3, at(x, 3), s);
-      out[x] = fmaf(m4, at(x, 4), s);
-    }
-    return;
+  switch (length) {
+    case 3: return chainRun<3>(out, lo, hi, mask, at);
+    case 5: return chainRun<5>(out, lo, hi, mask, at);
+    case 7: return chainRun<7>(out, lo, hi, mask, at);
+    default: break;
   }
   // The first tap starts each chain from 0, as the per-pixel sum does.
   for (int x = lo; x < hi; ++x) out[x] = fmaf(mask[0], at(x, 0), 0.0f);
