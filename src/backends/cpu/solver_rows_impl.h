@@ -71,16 +71,34 @@ void gradientYRows(float* __restrict diffY, const float* __restrict grad, const 
     for (int x = 0; x < width; ++x) gradientYPixel(diffY, grad, channel, x, y, pitch);
 }
 
+// The interior pixels read the sums u + du and v + dv of rows y0 - 1 to y1
+// from two planes of them formed once per range (each sum is read some
+// fourteen times); the border pixels read the flow planes.
 VEMO_ROWS_FUNCTION
 void diffusivityRows(const float* __restrict u, const float* __restrict v, const float* __restrict du,
                      const float* __restrict dv, float* __restrict diffX, float* __restrict diffY, int height,
                      int width, int pitch, int y0, int y1) {
+  const int first = y0 > 0 ? y0 - 1 : 0, last = y1 < height ? y1 + 1 : height;
+  const std::size_t rows = static_cast<std::size_t>(last - first) * pitch;
+  thread_local std::vector<float> sums;
+  if (sums.size() < 2 * rows) sums.resize(2 * rows);
+  float* __restrict su = sums.data();
+  float* __restrict sv = su + rows;
+  for (int r = first; r < last; ++r) {
+    const std::size_t o = static_cast<std::size_t>(r) * pitch, k = static_cast<std::size_t>(r - first) * pitch;
+    for (int x = 0; x < width; ++x) {
+      su[k + x] = u[o + x] + du[o + x];
+      sv[k + x] = v[o + x] + dv[o + x];
+    }
+  }
   for (int y = y0; y < y1; ++y) {
     int x = 0;
     if (y > 0 && y < height - 1 && width >= 3) {
       diffusivityAt(u, v, du, dv, diffX, diffY, 0, y, height, width, pitch);
+      const int o = y * pitch, k = (y - first) * pitch;
 #pragma GCC ivdep
-      for (x = 1; x < width - 1; ++x) diffusivityInteriorAt(u, v, du, dv, diffX, diffY, x, y, pitch);
+      for (x = 1; x < width - 1; ++x)
+        interiorWeights(SumLines{su}, SumLines{sv}, k + x, pitch, diffX[o + x], diffY[o + x]);
     }
     for (; x < pitch; ++x) diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch);
   }
