@@ -71,13 +71,16 @@ void gradientYRows(float* __restrict diffY, const float* __restrict grad, const 
     for (int x = 0; x < width; ++x) gradientYPixel(diffY, grad, channel, x, y, pitch);
 }
 
-// The interior pixels read the sums u + du and v + dv of rows y0 - 1 to y1
-// from two planes of them formed once per range (each sum is read some
-// fourteen times); the border pixels read the flow planes.
-VEMO_ROWS_FUNCTION
-void diffusivityRows(const float* __restrict u, const float* __restrict v, const float* __restrict du,
-                     const float* __restrict dv, float* __restrict diffX, float* __restrict diffY, int height,
-                     int width, int pitch, int y0, int y1) {
+// Rows of the diffusivity pass per piece: the sums of a piece and its two
+// halo rows stay in the second-level cache.
+constexpr int kDiffusivityPieceRows = 32;
+
+// The interior pixels of rows [y0, y1) read the sums u + du and v + dv of
+// rows y0 - 1 to y1 from two planes of them formed once (each sum is read
+// some fourteen times); the border pixels read the flow planes.
+inline __attribute__((always_inline)) void diffusivityPiece(
+    const float* __restrict u, const float* __restrict v, const float* __restrict du, const float* __restrict dv,
+    float* __restrict diffX, float* __restrict diffY, int height, int width, int pitch, int y0, int y1) {
   const int first = y0 > 0 ? y0 - 1 : 0, last = y1 < height ? y1 + 1 : height;
   const std::size_t rows = static_cast<std::size_t>(last - first) * pitch;
   thread_local std::vector<float> sums;
@@ -102,6 +105,14 @@ void diffusivityRows(const float* __restrict u, const float* __restrict v, const
     }
     for (; x < pitch; ++x) diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch);
   }
+}
+
+VEMO_ROWS_FUNCTION
+void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
+                     int height, int width, int pitch, int y0, int y1) {
+  for (int a = y0; a < y1; a += kDiffusivityPieceRows)
+    diffusivityPiece(u, v, du, dv, diffX, diffY, height, width, pitch, a,
+                     y1 - a < kDiffusivityPieceRows ? y1 : a + kDiffusivityPieceRows);
 }
 
 VEMO_ROWS_FUNCTION
