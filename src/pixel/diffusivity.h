@@ -99,22 +99,16 @@ VEMO_INLINE void diffusivityAt(const float* u, const float* v, const float* du, 
 
 // The lines of one flow component's sums f + df through index j: added as
 // they are read (FlowSumLines), or read from a plane of sums formed once
-// (SumLines) with the same values.
+// (SumLines, same values).
 struct FlowSumLines {
   const float* f;
   const float* df;
   VEMO_INLINE FlowSumLine at(int j, int step) const { return FlowSumLine{f + j, df + j, step}; }
 };
 
-struct SumLine {
-  const float* s;
-  int step;
-  VEMO_INLINE float operator()(int p) const { return s[p * step]; }
-};
-
 struct SumLines {
   const float* s;
-  VEMO_INLINE SumLine at(int j, int step) const { return SumLine{s + j, step}; }
+  VEMO_INLINE StridedLine at(int j, int step) const { return StridedLine{s + j, step}; }
 };
 
 // One flow component's terms of the two edges of interior index i, the sums

@@ -43,10 +43,6 @@ VEMO_INLINE void addNeighbour(float s, float un, float vn, float uc, float vc, f
   a22 = a22 + s;
 }
 
-// The matrix row and right-hand side at index i from the pixel's weights
-// (data pd, gradient pg, match pm with its sums mu, mv) and the neighbours
-// that exist. Missing neighbours (image border) get a zero coupling: a
-// homogeneous Neumann boundary.
 // The part of a pixel's matrix row that comes from its own weights: the 2 x 2
 // block and the right-hand side before the neighbours are added.
 struct DataBlock {
@@ -66,7 +62,8 @@ VEMO_INLINE DataBlock dataBlockAt(float pd, float pg, float pm, float mu, float 
 }
 
 // The matrix row and right-hand side at index i from the pixel's data block
-// and the neighbours that exist.
+// and the neighbours that exist. Missing neighbours (image border) get a
+// zero coupling: a homogeneous Neumann boundary.
 VEMO_INLINE void smoothnessRowAt(float* devMatrix, float* b, DataBlock k, const float* u, const float* v,
                                  const float* diffX, const float* diffY, int i, int plane, int pitch, bool hasNorth,
                                  bool hasWest, bool hasEast, bool hasSouth, float alpha) {
@@ -89,6 +86,9 @@ VEMO_INLINE void smoothnessRowAt(float* devMatrix, float* b, DataBlock k, const 
   b[i + plane] = b2;
 }
 
+// The matrix row and right-hand side at index i from the pixel's weights
+// (data pd, gradient pg, match pm with its sums mu, mv) and the neighbours
+// that exist.
 VEMO_INLINE void makeMatrixAt(float* devMatrix, float* b, float pd, float pg, float pm, float mu, float mv,
                               const float* ST, const float* ST2, const float* u, const float* v, const float* diffX,
                               const float* diffY, int i, int plane, int pitch, bool hasNorth, bool hasWest,

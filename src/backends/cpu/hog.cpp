@@ -27,13 +27,14 @@ VEMO_CPU_CLONES void accumulateRows(const float* gx, const float* gy, float* fie
 // pixel.
 VEMO_CPU_CLONES void smoothBinRows(const float* field, float* hog, int nOri, std::size_t plane, int width, int pitch,
                                    int y0, int y1) {
-  for (int y = y0; y < y1; ++y)
+  for (int y = y0; y < y1; ++y) {
+    const std::size_t o = (std::size_t)y * pitch;
     for (int b = 0; b < nOri; ++b) {
-      const std::size_t o = (std::size_t)y * pitch;
 #pragma GCC ivdep
       for (std::size_t i = o; i < o + width; ++i)
         hogSmoothBinAt(field, hog, nOri, plane, i, b, kHogBinSmoothing[0], kHogBinSmoothing[1], kHogBinSmoothing[2]);
     }
+  }
 }
 
 }  // namespace

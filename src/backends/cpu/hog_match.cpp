@@ -129,10 +129,11 @@ inline unsigned byteFlagsToBits(const unsigned char* bytes) {
 
 // One group: columns c .. c + kLanes - 1 of row y, the ones to form flagged
 // in the bits of `lanes`. Each flagged lane stops being interesting once its
-// partial distance exceeds its bound; the group stops when every lane has. Lanes past the window are never admitted and never
-// hold the group back; they read at most 15 + 4 columns beyond the window's
-// last one (width - 13), which stays inside the buffer because their cells
-// lie at least 9 rows above its last row.
+// partial distance exceeds its bound; the group stops when every lane has.
+// Lanes past the window are never admitted and never hold the group back;
+// they read at most 15 + 4 columns beyond the window's last one
+// (width - 13), which stays inside the buffer because their cells lie at
+// least 9 rows above its last row.
 inline void matchGroup(unsigned lanes, Search& s, int c, int y, const float* desc,
                        const float* hog2, std::size_t plane, int pitch) {
   float d[kLanes], bound[kLanes];

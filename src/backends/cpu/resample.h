@@ -12,8 +12,8 @@ void downsample(const float* arr, int height, int width, int pitch,
 
 // The reduction of three planes by the same `conf` (or none), in one pass:
 // out[k] is what downsample(in[k], ..., out[k], ..., conf) gives.
-void downsample3(const float* const in[3], float* const out[3], int height, int width, int pitch,
-                         int newheight, int newwidth, int newpitch, const float* conf);
+void downsample3(const float* const in[3], float* const out[3], int height, int width, int pitch, int newheight,
+                 int newwidth, int newpitch, const float* conf);
 
 // Bilinear enlargement: outarray (oheight x owidth, opitch) samples the
 // source (height x width, pitch) at (x / scaleFactor, y / scaleFactor), edge

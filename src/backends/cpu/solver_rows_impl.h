@@ -76,17 +76,16 @@ void gradientYRows(float* __restrict diffY, const float* __restrict grad, const 
 constexpr int kDiffusivityPieceRows = 32;
 
 // The interior pixels of rows [y0, y1) read the sums u + du and v + dv of
-// rows y0 - 1 to y1 from two planes of them formed once (each sum is read
-// some fourteen times); the border pixels read the flow planes.
+// rows y0 - 1 to y1 from two planes of them formed once in `sums` (each sum
+// is read some fourteen times); the border pixels read the flow planes.
 inline __attribute__((always_inline)) void diffusivityPiece(
     const float* __restrict u, const float* __restrict v, const float* __restrict du, const float* __restrict dv,
-    float* __restrict diffX, float* __restrict diffY, int height, int width, int pitch, int y0, int y1) {
+    float* __restrict diffX, float* __restrict diffY, float* __restrict sums, int height, int width, int pitch,
+    int y0, int y1) {
   const int first = y0 > 0 ? y0 - 1 : 0, last = y1 < height ? y1 + 1 : height;
   const std::size_t rows = static_cast<std::size_t>(last - first) * pitch;
-  thread_local std::vector<float> sums;
-  if (sums.size() < 2 * rows) sums.resize(2 * rows);
-  float* __restrict su = sums.data();
-  float* __restrict sv = su + rows;
+  float* __restrict su = sums;
+  float* __restrict sv = sums + rows;
   for (int r = first; r < last; ++r) {
     const std::size_t o = static_cast<std::size_t>(r) * pitch, k = static_cast<std::size_t>(r - first) * pitch;
     for (int x = 0; x < width; ++x) {
@@ -110,8 +109,11 @@ inline __attribute__((always_inline)) void diffusivityPiece(
 VEMO_ROWS_FUNCTION
 void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
                      int height, int width, int pitch, int y0, int y1) {
+  thread_local std::vector<float> sums;
+  const std::size_t floats = 2 * static_cast<std::size_t>(kDiffusivityPieceRows + 2) * pitch;
+  if (sums.size() < floats) sums.resize(floats);
   for (int a = y0; a < y1; a += kDiffusivityPieceRows)
-    diffusivityPiece(u, v, du, dv, diffX, diffY, height, width, pitch, a,
+    diffusivityPiece(u, v, du, dv, diffX, diffY, sums.data(), height, width, pitch, a,
                      y1 - a < kDiffusivityPieceRows ? y1 : a + kDiffusivityPieceRows);
 }
 
