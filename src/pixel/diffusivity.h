@@ -97,51 +97,28 @@ VEMO_INLINE void diffusivityAt(const float* u, const float* v, const float* du, 
   diffY[i] = inverseRobustNorm(sy);
 }
 
-// The lines of one flow component's sums f + df through index j: added as
-// they are read (FlowSumLines), or read from a plane of sums formed once
-// (SumLines, same values).
-struct FlowSumLines {
-  const float* f;
-  const float* df;
-  VEMO_INLINE FlowSumLine at(int j, int step) const { return FlowSumLine{f + j, df + j, step}; }
-};
-
-struct SumLines {
-  const float* s;
-  VEMO_INLINE StridedLine at(int j, int step) const { return StridedLine{s + j, step}; }
-};
-
-// One flow component's terms of the two edges of interior index i, the sums
-// read through `lines`, the central derivatives as plain correlations
-// (convolveTapsAt), which is what the tile rule reads inside.
-template <class Lines>
-VEMO_INLINE void interiorEdgeTerms(Lines lines, int i, int pitch, float& sx, float& sy) {
+// One flow component's terms of the two edges of interior index i, read from
+// a plane `s` of its sums f + df: the central derivatives as plain
+// correlations (convolveTapsAt), which is what the tile rule reads inside.
+VEMO_INLINE void interiorEdgeTerms(const float* s, int i, int pitch, float& sx, float& sy) {
   const float central[3] = {centralDifferenceTap(0), centralDifferenceTap(1), centralDifferenceTap(2)};
-  const auto row = lines.at(i, 1), column = lines.at(i, pitch);
-  const auto next = lines.at(i + 1, pitch), below = lines.at(i + pitch, 1);
+  const StridedLine row{s + i, 1}, column{s + i, pitch};
+  const StridedLine next{s + i + 1, pitch}, below{s + i + pitch, 1};
   sx = sx + edgeTerm(row(1) - row(0), convolveTapsAt(column, 0, central, 3), convolveTapsAt(next, 0, central, 3));
   sy = sy + edgeTerm(column(1) - column(0), convolveTapsAt(row, 0, central, 3), convolveTapsAt(below, 0, central, 3));
 }
 
-// The two edge weights of interior index i from the lines of u + du and
-// v + dv.
-template <class Lines>
-VEMO_INLINE void interiorWeights(Lines u, Lines v, int i, int pitch, float& wx, float& wy) {
+// diffusivityAt's two edge weights for a pixel with a neighbour on every side
+// (0 < x < width - 1, 0 < y < height - 1), at index i of planes su and sv of
+// the sums u + du and v + dv: there every tile entry of the central
+// derivatives is the plain neighbouring sample, so the same chains read the
+// sums directly (and a row of such pixels vectorises).
+VEMO_INLINE void interiorWeights(const float* su, const float* sv, int i, int pitch, float& wx, float& wy) {
   float sx = 0.0f, sy = 0.0f;
-  interiorEdgeTerms(u, i, pitch, sx, sy);
-  interiorEdgeTerms(v, i, pitch, sx, sy);
+  interiorEdgeTerms(su, i, pitch, sx, sy);
+  interiorEdgeTerms(sv, i, pitch, sx, sy);
   wx = inverseRobustNorm(sx);
   wy = inverseRobustNorm(sy);
-}
-
-// diffusivityAt for a pixel with a neighbour on every side (0 < x < width - 1,
-// 0 < y < height - 1): there every tile entry of the central derivatives is
-// the plain neighbouring sample, so the same chains read the planes directly
-// (and a row of such pixels vectorises).
-VEMO_INLINE void diffusivityInteriorAt(const float* u, const float* v, const float* du, const float* dv,
-                                       float* diffX, float* diffY, int x, int y, int pitch) {
-  const int i = y * pitch + x;
-  interiorWeights(FlowSumLines{u, du}, FlowSumLines{v, dv}, i, pitch, diffX[i], diffY[i]);
 }
 
 }  // namespace flowcore

@@ -68,8 +68,8 @@ VEMO_INLINE void hogAccumulateAt(const float* dx, const float* dy, float* hog, i
 // Circular smoothing across the orientation axis at pixel i:
 //   out[b] = f0 in[b-1] + f1 in[b] + f2 in[b+1], bins wrapping around,
 // formed as the centre product first, then the left and the right tap added
-// by fused multiply-add. `in` and `out` are distinct fields.
-// One bin b of it.
+// by fused multiply-add. `in` and `out` are distinct fields. hogSmoothBinAt
+// forms bin b, hogSmoothBinsAt every bin.
 VEMO_INLINE void hogSmoothBinAt(const float* in, float* out, int nOri, std::size_t planeStride, std::size_t i,
                                 int b, float f0, float f1, float f2) {
   const int left = b == 0 ? nOri - 1 : b - 1;

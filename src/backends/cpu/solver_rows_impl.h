@@ -100,7 +100,7 @@ inline __attribute__((always_inline)) void diffusivityPiece(
       const int o = y * pitch, k = (y - first) * pitch;
 #pragma GCC ivdep
       for (x = 1; x < width - 1; ++x)
-        interiorWeights(SumLines{su}, SumLines{sv}, k + x, pitch, diffX[o + x], diffY[o + x]);
+        interiorWeights(su, sv, k + x, pitch, diffX[o + x], diffY[o + x]);
     }
     for (; x < pitch; ++x) diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch);
   }
