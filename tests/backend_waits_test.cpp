@@ -12,7 +12,7 @@
 #include "support/counting_backend.h"
 #include "variational/pyramid.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using testing::CountingBackend;
@@ -68,4 +68,4 @@ TEST(BackendWaits, A640x480RunWaitsTwiceAndReadsOnlyTheFlow) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

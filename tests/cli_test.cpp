@@ -192,7 +192,7 @@ TEST_F(CommandLine, UnreadableInputsAndUnwritableOutputFailWithStatusOne) {
 // request that cannot be met says so on standard error and the run goes on
 // with the same output.
 TEST_F(CommandLine, DeviceFromTheEnvironmentIsHonouredOrReported) {
-  if (flowcore::cudaDeviceUsable()) GTEST_SKIP() << "a usable GPU would take the cuda request";
+  if (vemo::cudaDeviceUsable()) GTEST_SKIP() << "a usable GPU would take the cuda request";
   const std::string flow = path("frame1.ppmVEMO.flo");
   auto runWith = [&](const std::string& device, std::string& err) {
     const std::string cmd = "cd " + quote(dir_) + " && VEMO_DEVICE=" + device + " " + quote(kVemo) +

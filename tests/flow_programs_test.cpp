@@ -214,7 +214,7 @@ TEST_F(Programs, FlowOnFramesBelowTheMatchingGridSizeRunsWithANote) {
   EXPECT_NE(r.err.find("matching is skipped"), std::string::npos) << r.err;
   EXPECT_TRUE(exists(path("s.flo")));
   // Asking for CUDA where it cannot run says so instead of switching quietly.
-  if (flowcore::cudaDeviceUsable()) return;
+  if (vemo::cudaDeviceUsable()) return;
   r = run(kFlow, {"s1.png", "s2.png", "-o", "s.flo", "--device", "cuda", "-q"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_NE(r.err.find("running on the cpu backend instead"), std::string::npos) << r.err;

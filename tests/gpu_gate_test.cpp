@@ -22,7 +22,7 @@ TEST(GpuTestGate, RequiredGpuTurnsTheSkipIntoAFailure) {
   };
   const Result required = runWith("1"), optional = runWith("0");
   EXPECT_EQ(optional.status, 0) << optional.out;
-  if (flowcore::cudaDeviceUsable(0)) {
+  if (vemo::cudaDeviceUsable(0)) {
     EXPECT_EQ(required.status, 0) << required.out;
     return;
   }

@@ -47,10 +47,10 @@ void checkRange(const char* name, double value, float low, float high, bool lowO
     throw nb::value_error((std::string(name) + " must be a number " + range + ", not " + std::to_string(value)).c_str());
 }
 
-flowcore::BackendRequest requestFor(const std::string& device) {
-  if (device == "auto") return flowcore::BackendRequest::Auto;
-  if (device == "cpu") return flowcore::BackendRequest::Cpu;
-  if (device == "cuda") return flowcore::BackendRequest::Cuda;
+vemo::BackendRequest requestFor(const std::string& device) {
+  if (device == "auto") return vemo::BackendRequest::Auto;
+  if (device == "cpu") return vemo::BackendRequest::Cpu;
+  if (device == "cuda") return vemo::BackendRequest::Cuda;
   throw nb::value_error(("device must be \"auto\", \"cpu\" or \"cuda\", not \"" + device + "\"").c_str());
 }
 
@@ -68,18 +68,18 @@ void checkSettings(const FlowSettings& s) {
 }
 
 FlowEngine::FlowEngine(const std::string& device, int threads) : threads_(threads) {
-  const flowcore::BackendRequest request = requestFor(device);
+  const vemo::BackendRequest request = requestFor(device);
   if (threads < 0 || threads > 1024)
     throw nb::value_error(("threads must be from 1 to 1024, not " + std::to_string(threads)).c_str());
   nb::gil_scoped_release released;
   std::lock_guard<std::mutex> hold(computeLock());
-  flowcore::requestBackend(request);
-  backend_name_ = flowcore::chosenBackendName();
-  if (request == flowcore::BackendRequest::Cuda && backend_name_ != "cuda") {
-    const flowcore::CudaProbe& probe = flowcore::probeCudaDevice();
-    throw flowcore::BackendError(probe.present ? probe.reason : "no usable CUDA GPU was found");
+  vemo::requestBackend(request);
+  backend_name_ = vemo::chosenBackendName();
+  if (request == vemo::BackendRequest::Cuda && backend_name_ != "cuda") {
+    const vemo::CudaProbe& probe = vemo::probeCudaDevice();
+    throw vemo::BackendError(probe.present ? probe.reason : "no usable CUDA GPU was found");
   }
-  backend_ = flowcore::makeBackend();
+  backend_ = vemo::makeBackend();
   backend_name_ = backend_->name();
 }
 
@@ -88,7 +88,7 @@ FlowEngine::~FlowEngine() = default;
 void FlowEngine::checkFits(int width, int height) {
   nb::gil_scoped_release released;
   std::lock_guard<std::mutex> hold(computeLock());
-  flowcore::refuseIfTooLarge(*backend_, height, width, backend_->pitchFor(width), 3);
+  vemo::refuseIfTooLarge(*backend_, height, width, backend_->pitchFor(width), 3);
 }
 
 CTensor<float> FlowEngine::flow(const CTensor<float>& frame1, const CTensor<float>& frame2,

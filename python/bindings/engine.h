@@ -9,7 +9,7 @@
 #include "driver/pair_flow.h"
 #include "image/tensor.h"
 
-namespace flowcore {
+namespace vemo {
 class Backend;
 }
 
@@ -51,7 +51,7 @@ class FlowEngine {
   PairFlow flowPair(const CTensor<float>& frame1, const CTensor<float>& frame2, const FlowSettings& settings);
 
  private:
-  std::unique_ptr<flowcore::Backend> backend_;
+  std::unique_ptr<vemo::Backend> backend_;
   std::string backend_name_;
   int threads_;
 };

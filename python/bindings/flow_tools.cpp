@@ -82,7 +82,7 @@ void writePng(const AnyArray& pictureArray, const std::string& path) {
 }
 
 int cudaDevices() {
-  const flowcore::CudaProbe& probe = flowcore::probeCudaDevice();
+  const vemo::CudaProbe& probe = vemo::probeCudaDevice();
   return probe.usable ? probe.devices : 0;
 }
 

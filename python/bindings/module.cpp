@@ -24,9 +24,9 @@ namespace {
 void translate(const std::exception_ptr& error, void*) {
   try {
     std::rethrow_exception(error);
-  } catch (const flowcore::BackendOutOfMemory& e) {
+  } catch (const vemo::BackendOutOfMemory& e) {
     PyErr_SetString(PyExc_MemoryError, e.what());
-  } catch (const flowcore::BackendError& e) {
+  } catch (const vemo::BackendError& e) {
     PyErr_SetString(PyExc_RuntimeError, e.what());
   } catch (const EFileNotFound&) {
     PyErr_SetString(PyExc_OSError, "a file could not be opened (the reason is on standard error)");
@@ -44,9 +44,9 @@ void translate(const std::exception_ptr& error, void*) {
 NB_MODULE(_vemo, m) {
   // The stage timings and progress lines the programs print do not belong
   // in a library's standard output.
-  flowcore::setStageLines(false);
+  vemo::setStageLines(false);
   // A device fault raises RuntimeError rather than ending the interpreter.
-  flowcore::setDeviceFailuresThrow(true);
+  vemo::setDeviceFailuresThrow(true);
   nb::register_exception_translator(&translate);
   vemopy::bindEngine(m);
   vemopy::bindFlowTools(m);

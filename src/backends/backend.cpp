@@ -8,7 +8,7 @@
 #include "variational/pcg.h"
 #include "variational/scratch.h"
 
-namespace flowcore {
+namespace vemo {
 
 Buffer uploadRows(Backend& backend, const float* src, int width, int rows, int pitch) {
   Buffer b = backend.allocate(static_cast<std::size_t>(pitch) * rows);
@@ -20,7 +20,7 @@ Buffer uploadRows(Backend& backend, const float* src, int width, int rows, int p
 void Backend::openStretch(timeval& start) { stamp(start); }
 
 void Backend::closeStretch(const timeval& start, timeval& finish, double& total) {
-  flowcore::closeStretch(start, finish, total);
+  vemo::closeStretch(start, finish, total);
 }
 
 void Backend::motionTensors(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
@@ -125,4 +125,4 @@ void Backend::assembleSystem(const FPtmp& fp, const float* u, const float* v, co
              u, v, fp.diffX, fp.diffY, height, width, pitch, alpha);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

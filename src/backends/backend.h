@@ -26,7 +26,7 @@
 #include "backends/recorded_work.h"
 #include "pixel/cg_scalars.h"
 
-namespace flowcore {
+namespace vemo {
 
 class Backend;
 struct CGtmp;
@@ -354,4 +354,4 @@ inline void Buffer::reset() noexcept {
   floats_ = 0;
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -9,7 +9,7 @@
 #include "backends/cuda/cuda_backend_factory.h"
 #include "backends/cuda/device_probe.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 DeviceRequest requested;
@@ -87,4 +87,4 @@ std::unique_ptr<Backend> makeBackend() {
   return std::make_unique<CpuBackend>();
 }
 
-}  // namespace flowcore
+}  // namespace vemo

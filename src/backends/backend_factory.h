@@ -6,7 +6,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Which backend later makeBackend() calls create, process-wide: Auto (the
 // default) takes CUDA when a GPU is usable and the build has that backend.
@@ -43,4 +43,4 @@ int chosenCudaDevice();
 // error.
 std::unique_ptr<Backend> makeBackend();
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -7,7 +7,7 @@
 #include "backends/cpu/cpu_extra_stages.h"
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 std::unique_ptr<ExtraStages> makeExtraStages(Backend& backend) {
   const std::string name = backend.name();
@@ -21,4 +21,4 @@ std::unique_ptr<ExtraStages> makeExtraStages(Backend& backend) {
   throw BackendError(message);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

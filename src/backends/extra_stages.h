@@ -10,7 +10,7 @@
 
 #include <memory>
 
-namespace flowcore {
+namespace vemo {
 
 class Backend;
 
@@ -42,4 +42,4 @@ class ExtraStages {
 // BackendError when there is none for that backend.
 std::unique_ptr<ExtraStages> makeExtraStages(Backend& backend);
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -7,7 +7,7 @@
 #include "backends/cuda/cuda_backend_factory.h"
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 std::unique_ptr<MatchingStages> makeMatchingStages(Backend& backend) {
   const std::string name = backend.name();
@@ -20,4 +20,4 @@ std::unique_ptr<MatchingStages> makeMatchingStages(Backend& backend) {
   throw BackendError(message);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -11,7 +11,7 @@
 #include <memory>
 #include <utility>
 
-namespace flowcore {
+namespace vemo {
 
 class Backend;
 class MatchingStages;
@@ -120,4 +120,4 @@ inline void IntBuffer::reset() noexcept {
 // and throws BackendError when there is none for that backend.
 std::unique_ptr<MatchingStages> makeMatchingStages(Backend& backend);
 
-}  // namespace flowcore
+}  // namespace vemo

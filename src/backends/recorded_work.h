@@ -12,7 +12,7 @@
 #include <type_traits>
 #include <utility>
 
-namespace flowcore {
+namespace vemo {
 
 // A short list of words compared by value: pointers and sizes of recorded
 // work.
@@ -63,4 +63,4 @@ class FunctionRef {
   void (*call_)(void*);
 };
 
-}  // namespace flowcore
+}  // namespace vemo

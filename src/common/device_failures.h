@@ -7,7 +7,7 @@
 
 #include <atomic>
 
-namespace flowcore {
+namespace vemo {
 
 // Header-only: the CUDA library reads it and sits below the rest of the
 // library at link time.
@@ -17,4 +17,4 @@ inline std::atomic<bool> deviceFailuresThrowFlag{false};
 inline void setDeviceFailuresThrow(bool on) { deviceFailuresThrowFlag.store(on, std::memory_order_relaxed); }
 inline bool deviceFailuresThrow() { return deviceFailuresThrowFlag.load(std::memory_order_relaxed); }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace flowcore {
+namespace vemo {
 
 // A switch is on when its variable is set to anything but "" or "0".
 inline bool envFlagValue(const char* value) {
@@ -13,4 +13,4 @@ inline bool envFlagValue(const char* value) {
 
 inline bool envFlag(const char* name) { return envFlagValue(std::getenv(name)); }
 
-}  // namespace flowcore
+}  // namespace vemo

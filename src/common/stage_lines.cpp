@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 std::atomic<bool> linesOn{true};
@@ -22,4 +22,4 @@ void stageLine(const char* format, ...) {
   va_end(args);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -4,7 +4,7 @@
 // switch them off for the whole process.
 #pragma once
 
-namespace flowcore {
+namespace vemo {
 
 // On by default.
 void setStageLines(bool on);
@@ -13,4 +13,4 @@ bool stageLinesOn();
 // printf to standard output while stage lines are on; nothing otherwise.
 void stageLine(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -6,7 +6,7 @@
 
 #include <sys/time.h>
 
-namespace flowcore {
+namespace vemo {
 
 // Milliseconds between two gettimeofday stamps:
 // seconds difference * 1000 + microseconds difference * 0.001.
@@ -22,7 +22,7 @@ inline void closeStretch(const timeval& start, timeval& finish, double& accumula
   accumulator += elapsedMs(start, finish);
 }
 
-}  // namespace flowcore
+}  // namespace vemo
 
 // The pipeline driver's stretches (defined in timer.cpp).
 extern timeval start_filter, finish_filter, start_memcpy1, finish_memcpy1;

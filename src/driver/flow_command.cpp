@@ -26,7 +26,7 @@ int runSinglePair(const FlowOptions& o, const std::string& backend) {
   NImageIO::readImage(o.frame2, frame2);
   checkFrames(frame1, frame2, o.frame1, o.frame2, o.quiet);
   const double start = wallSeconds();
-  std::unique_ptr<flowcore::Backend> engine = flowcore::makeBackend();
+  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
   runPair(*engine, frame1, frame2, o, out, o.frame1, o.frame2);
   if (!o.quiet) {
     std::printf("Wrote %s (%d x %d, %.2f s on the %s backend)\n", listed(out.names()).c_str(), frame1.xSize,
@@ -57,7 +57,7 @@ int runSequence(const FlowOptions& o, const std::string& backend) {
   const int pairs = static_cast<int>(frames.size()) - 1;
   const double start = wallSeconds();
   CProgress progress(stderr, pairs, isatty(STDERR_FILENO) == 1);
-  std::unique_ptr<flowcore::Backend> engine = flowcore::makeBackend();
+  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
   CTensor<float> previous;
   std::string previousName = frameName(o.sequence, frames[0]);
   NImageIO::readImage(previousName, previous);
@@ -96,7 +96,7 @@ int runFlowProgram(int argc, char** argv) {
   }
   if (options.threads > 0) omp_set_num_threads(options.threads);
   // The pipeline's stage lines on standard output only with --timings.
-  flowcore::setStageLines(options.timings);
+  vemo::setStageLines(options.timings);
   const std::string backend = selectBackend(options.device);
   if (!options.video.empty()) return runVideoFlow(options, backend);
   return options.sequence.empty() ? runSinglePair(options, backend) : runSequence(options, backend);

@@ -105,8 +105,8 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
       {"--threads", intIn(o.threads, 1, 1024, "from 1 to 1024")},
       {"--device",
        [&o](const std::string& v) {
-         return flowcore::parseDeviceName(v, o.device) ? std::string()
-                                                       : std::string("expects ") + flowcore::kDeviceNames;
+         return vemo::parseDeviceName(v, o.device) ? std::string()
+                                                       : std::string("expects ") + vemo::kDeviceNames;
        }},
   };
   const std::map<std::string, bool*> flags = {

@@ -23,7 +23,7 @@ struct FlowOptions {
   int solverIterations = 10;
   float maxFlow = 0.0f;  // picture scale in pixels; 0: the largest vector of the field
   bool legend = false;
-  flowcore::DeviceRequest device;  // --device auto, cpu, cuda or cuda:N
+  vemo::DeviceRequest device;  // --device auto, cpu, cuda or cuda:N
   int threads = 0;  // 0: OpenMP's default
   int first = -1;   // first frame number of a sequence; -1: 0 or 1, whichever exists
   int start = 0;    // first video frame used (frames count from 0)

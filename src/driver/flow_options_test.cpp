@@ -35,13 +35,13 @@ TEST(FlowOptions, ValueSpellingsSeparatorAndDeviceNumbers) {
   EXPECT_EQ(o.output, "x.flo");
   EXPECT_FLOAT_EQ(o.maxFlow, 4.0f);
   EXPECT_FLOAT_EQ(o.eta, -2.0f);  // computed without a pyramid, not refused
-  EXPECT_EQ(o.device.backend, flowcore::BackendRequest::Auto);
+  EXPECT_EQ(o.device.backend, vemo::BackendRequest::Auto);
 
   ASSERT_TRUE(parse({"-o", "f.flo", "--", "-a.png", "b.png"}, o, error)) << error;
   EXPECT_EQ(o.frame1, "-a.png");
   EXPECT_EQ(o.frame2, "b.png");
   ASSERT_TRUE(parse({"a", "b", "-o", "f.flo", "--device=cuda:12"}, o, error)) << error;
-  EXPECT_EQ(o.device.backend, flowcore::BackendRequest::Cuda);
+  EXPECT_EQ(o.device.backend, vemo::BackendRequest::Cuda);
   EXPECT_EQ(o.device.cudaDevice, 12);
   ASSERT_TRUE(parse({"a", "b", "-o", "f.flo", "--device", "cuda"}, o, error)) << error;
   EXPECT_EQ(o.device.cudaDevice, 0);

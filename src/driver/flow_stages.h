@@ -5,7 +5,7 @@
 
 #include "image/tensor.h"
 
-namespace flowcore {
+namespace vemo {
 class Backend;
 }
 
@@ -28,12 +28,12 @@ void computeFlowOnBackend(const CTensor<float>& frame1, const CTensor<float>& fr
 // The same on a given backend, which callers keep across runs (a sequence
 // of frame pairs) or choose themselves (tests). Refuses frames whose run
 // would not fit in the backend's memory before allocating anything.
-void computeFlowOnBackend(flowcore::Backend& backend, const CTensor<float>& frame1,
+void computeFlowOnBackend(vemo::Backend& backend, const CTensor<float>& frame1,
                           const CTensor<float>& frame2, CTensor<float>& flow,
                           const FlowParameters& params);
 
 // The whole pipeline of runFlowGPU (frame checks, presmoothing with sigma,
 // the stages above, the five timing lines) on a backend the caller keeps, so
 // that a sequence of pairs reuses the backend's buffers.
-void runFlowOnBackend(flowcore::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
+void runFlowOnBackend(vemo::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
                       CTensor<float>& flow, float sigma, const FlowParameters& params);

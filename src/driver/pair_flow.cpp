@@ -2,14 +2,14 @@
 
 #include "driver/occlusion.h"
 
-CTensor<float> flowBetween(flowcore::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
+CTensor<float> flowBetween(vemo::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
                            float sigma, const FlowParameters& params) {
   CTensor<float> a = from, b = to, flow;
   runFlowOnBackend(backend, a, b, flow, sigma, params);
   return flow;
 }
 
-PairFlow computePairFlow(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
+PairFlow computePairFlow(vemo::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
                          float sigma, const FlowParameters& params, bool backward, bool occlusions) {
   PairFlow result;
   result.forward = flowBetween(backend, frame1, frame2, sigma, params);

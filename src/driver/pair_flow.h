@@ -6,14 +6,14 @@
 #include "driver/flow_stages.h"
 #include "image/tensor.h"
 
-namespace flowcore {
+namespace vemo {
 class Backend;
 }
 
 // The flow from `from` to `to`: the whole pipeline of runFlowOnBackend
 // (frame checks, presmoothing with sigma, the stages, the timing lines) on
 // copies of the frames, since presmoothing works in place.
-CTensor<float> flowBetween(flowcore::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
+CTensor<float> flowBetween(vemo::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
                            float sigma, const FlowParameters& params);
 
 struct PairFlow {
@@ -25,5 +25,5 @@ struct PairFlow {
 // The forward flow and, when asked, the backward flow (computed from the
 // frames as given, not from the smoothed copies of the forward run) and the
 // occlusion mask, which needs the backward flow.
-PairFlow computePairFlow(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
+PairFlow computePairFlow(vemo::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
                          float sigma, const FlowParameters& params, bool backward, bool occlusions);

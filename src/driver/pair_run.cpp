@@ -23,7 +23,7 @@ constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid po
 
 // The flow from `from` to `to`; with --timings, under a line naming it and
 // with its own stage times.
-CTensor<float> labelledFlow(flowcore::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
+CTensor<float> labelledFlow(vemo::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
                             const FlowOptions& o, const char* direction, const std::string& fromName,
                             const std::string& toName) {
   if (o.timings) {
@@ -43,11 +43,11 @@ std::vector<std::string> PairOutputs::names() const {
   return out;
 }
 
-std::string selectBackend(const flowcore::DeviceRequest& device) {
-  flowcore::requestBackend(device.backend, device.cudaDevice);
-  const std::string chosen = flowcore::chosenBackendName();
-  if (device.backend == flowcore::BackendRequest::Cuda && chosen != "cuda") {
-    const flowcore::CudaProbe& probe = flowcore::probeCudaDevice(device.cudaDevice);
+std::string selectBackend(const vemo::DeviceRequest& device) {
+  vemo::requestBackend(device.backend, device.cudaDevice);
+  const std::string chosen = vemo::chosenBackendName();
+  if (device.backend == vemo::BackendRequest::Cuda && chosen != "cuda") {
+    const vemo::CudaProbe& probe = vemo::probeCudaDevice(device.cudaDevice);
     const std::string why = probe.present ? probe.reason : "no usable CUDA GPU was found";
     std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kFlowProgram, why.c_str(),
                  chosen.c_str());
@@ -84,7 +84,7 @@ void checkOutputDirectory(const std::string& name) {
   }
 }
 
-CTensor<float> runPair(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
+CTensor<float> runPair(vemo::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
                        const FlowOptions& o, const PairOutputs& out, const std::string& name1,
                        const std::string& name2) {
   CTensor<float> forward = labelledFlow(backend, frame1, frame2, o, "Forward", name1, name2);

@@ -9,7 +9,7 @@
 #include "driver/flow_options.h"
 #include "image/tensor.h"
 
-namespace flowcore {
+namespace vemo {
 class Backend;
 }
 
@@ -24,7 +24,7 @@ struct PairOutputs {
 
 // Tells the backend factory what --device asked for and says on stderr when
 // another backend runs instead. Returns the name of the one that runs.
-std::string selectBackend(const flowcore::DeviceRequest& device);
+std::string selectBackend(const vemo::DeviceRequest& device);
 
 // Refuses frames of different sizes or below 2 x 2 (message naming both
 // frames, ETensorIncompatibleSize); notes frames too small for matching
@@ -41,7 +41,7 @@ void checkOutputDirectory(const std::string& name);
 // times of each flow are printed under a line naming it (name1 -> name2),
 // each flow's own times. One backend serves every pair of a run, so its
 // buffers are reused. Returns the forward flow.
-CTensor<float> runPair(flowcore::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
+CTensor<float> runPair(vemo::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
                        const FlowOptions& options, const PairOutputs& outputs, const std::string& name1,
                        const std::string& name2);
 

@@ -45,36 +45,36 @@ void runFlowGPU(CTensor<float>& frame1, CTensor<float>& frame2, CTensor<float>& 
                 float alpha, float beta, float gamma, float eta, int fixedPointIterations,
                 int solverIterations) {
   checkFrames(frame1, frame2);
-  std::unique_ptr<flowcore::Backend> backend = flowcore::makeBackend();
+  std::unique_ptr<vemo::Backend> backend = vemo::makeBackend();
   runFlowOnBackend(*backend, frame1, frame2, flow, sigma,
                    FlowParameters{alpha, beta, gamma, eta, fixedPointIterations, solverIterations});
 }
 
-void runFlowOnBackend(flowcore::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
+void runFlowOnBackend(vemo::Backend& backend, CTensor<float>& frame1, CTensor<float>& frame2,
                       CTensor<float>& flow, float sigma, const FlowParameters& params) {
   checkFrames(frame1, frame2);
   // A run that cannot fit is refused before any host work on its frames.
-  flowcore::refuseIfTooLarge(backend, frame1.ySize, frame1.xSize, backend.pitchFor(frame1.xSize), frame1.zSize);
+  vemo::refuseIfTooLarge(backend, frame1.ySize, frame1.xSize, backend.pitchFor(frame1.xSize), frame1.zSize);
 
-  flowcore::stamp(start_total);
-  flowcore::stamp(start_filter);
+  vemo::stamp(start_total);
+  vemo::stamp(start_filter);
   if (sigma > 0) {
     NFilter::recursiveSmoothX(frame1, sigma);
     NFilter::recursiveSmoothY(frame1, sigma);
     NFilter::recursiveSmoothX(frame2, sigma);
     NFilter::recursiveSmoothY(frame2, sigma);
   }
-  flowcore::closeStretch(start_filter, finish_filter, timer_filter);
+  vemo::closeStretch(start_filter, finish_filter, timer_filter);
 
   computeFlowOnBackend(backend, frame1, frame2, flow, params);
 
-  flowcore::closeStretch(start_total, finish_total, timer_total);
+  vemo::closeStretch(start_total, finish_total, timer_total);
 
-  flowcore::stageLine("Memcpy time = %f \n", timer_memcpy1);
-  flowcore::stageLine("Filter time = %f \n", timer_filter);
-  flowcore::stageLine("HOG time = %f \n", timer_HOG);
-  flowcore::stageLine("Var time = %f \n", timer_var);
-  flowcore::stageLine("Total time = %f \n", timer_total);
+  vemo::stageLine("Memcpy time = %f \n", timer_memcpy1);
+  vemo::stageLine("Filter time = %f \n", timer_filter);
+  vemo::stageLine("HOG time = %f \n", timer_HOG);
+  vemo::stageLine("Var time = %f \n", timer_var);
+  vemo::stageLine("Total time = %f \n", timer_total);
 }
 
 void resetStageTimers() {

@@ -103,8 +103,8 @@ TEST(FlowPipeline, PresmoothsInPlaceOnlyForPositiveSigmaAndResizesFlow) {
 TEST(FlowPipeline, TimingLinesAccumulateOverRuns) {
   CTensor<float> f1 = randomFrame(12, 10, 7), f2 = randomFrame(12, 10, 8), forward, backward;
   testing::internal::CaptureStdout();
-  vemo(f1, f2, forward, backward, 0.8f, 30, 300, 5, 0.95f, 1, 1);
-  vemo(f1, f2, forward, backward);
+  vemo::vemo(f1, f2, forward, backward, 0.8f, 30, 300, 5, 0.95f, 1, 1);
+  vemo::vemo(f1, f2, forward, backward);
   const std::string out = testing::internal::GetCapturedStdout();
   // Four runs, four blocks; no accumulator ever goes down.
   const auto blocks = timingBlocks(out);

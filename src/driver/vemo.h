@@ -5,6 +5,8 @@
 #include "driver/run_flow.h"
 #include "image/tensor.h"
 
+namespace vemo {
+
 // Forward flow (frame1 -> frame2), then backward flow (frame2 -> frame1), on
 // the same two private copies of the frames: with sigma > 0 the backward run
 // sees frames smoothed twice.
@@ -16,6 +18,8 @@ void vemo(CTensor<float> frame1, CTensor<float> frame2, CTensor<float>& forward,
 // eta 0.95, 5 fixed-point and 10 solver iterations.
 void vemo(CTensor<float> frame1, CTensor<float> frame2, CTensor<float>& forward,
           CTensor<float>& backward);
+
+}  // namespace vemo
 
 // Average angle in degrees between the directions of flow and reference
 // vectors (magnitudes do not enter). Pixels whose reference component is

@@ -22,7 +22,7 @@ TEST(VemoPair, BackwardFlowSeesFramesSmoothedTwiceWhileTheCallerFramesStayUntouc
   const CTensor<float> original1(f1), original2(f2);
   CTensor<float> forward, backward;
   ::testing::internal::CaptureStdout();
-  vemo(f1, f2, forward, backward, 0.8f, 30.0f, 300.0f, 5.0f, 0.9f, 2, 5);
+  vemo::vemo(f1, f2, forward, backward, 0.8f, 30.0f, 300.0f, 5.0f, 0.9f, 2, 5);
 
   // The same two runs by hand: a1, a2 are smoothed once by the first run,
   // and the second run smooths them again.
@@ -35,7 +35,7 @@ TEST(VemoPair, BackwardFlowSeesFramesSmoothedTwiceWhileTheCallerFramesStayUntouc
 
   // Without parameters: no presmoothing and the method's defaults.
   CTensor<float> plainForward, plainBackward, expectPlain;
-  vemo(f1, f2, plainForward, plainBackward);
+  vemo::vemo(f1, f2, plainForward, plainBackward);
   CTensor<float> c1(original1), c2(original2);
   runFlowGPU(c2, c1, expectPlain, 0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
   ::testing::internal::GetCapturedStdout();

@@ -112,7 +112,7 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
   if (o.frames > 0 && (total < 0 || o.frames - 1 < total)) total = o.frames - 1;
 
   const double start = wallSeconds();
-  std::unique_ptr<flowcore::Backend> engine = flowcore::makeBackend();
+  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
   CFlowVideo flowVideo(o, rate);
   CProgress progress(stderr, static_cast<int>(total), isatty(STDERR_FILENO) == 1);
   CTensor<float> previous, next;

@@ -17,7 +17,7 @@ timeval start_hogc, finish_hogc, start_hogmatch, finish_hogmatch;
 double timer_hogc = 0.0;
 double timer_hogmatch = 0.0;
 
-namespace flowcore {
+namespace vemo {
 
 int matchGridCount(int size) {
   const int n = (int)ceilf((float)(size - 2 * kGridMargin) * 0.25f);
@@ -136,4 +136,4 @@ void gCreateAndMatchHOG(Backend& backend, const float* Image1, const float* Imag
   gCreateAndMatchHOG(backend, *stages, Image1, Image2, u, v, Confidence, height, width, pitch, nChannels);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -9,7 +9,7 @@
 
 #include <sys/time.h>
 
-namespace flowcore {
+namespace vemo {
 
 class Backend;
 class MatchingStages;
@@ -37,7 +37,7 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
 void gCreateAndMatchHOG(Backend& backend, const float* Image1, const float* Image2, float* u, float* v,
                         float* Confidence, int height, int width, int pitch, int nChannels);
 
-}  // namespace flowcore
+}  // namespace vemo
 
 // Stretches of the matching stage, in milliseconds, accumulated over every
 // call and never reset: HOG creation, and cornerness, energies and matching.

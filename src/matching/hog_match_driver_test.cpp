@@ -11,7 +11,7 @@
 #include "backends/cpu/cpu_matching_stages.h"
 #include "matching/match_test_util.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using match_testing::Frame;
@@ -119,4 +119,4 @@ TEST(MatchDriver, RecoversAGlobalShiftIdenticallyOnOneAndTwoThreads) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

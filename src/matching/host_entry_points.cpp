@@ -12,7 +12,7 @@
 #include "backends/matching_stages.h"
 #include "matching/hog_match_driver.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -63,4 +63,4 @@ void ComputeHOGGPU(const float* image, float* hog, int nChannels, int nOri, int 
   backend->synchronize();
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -6,7 +6,7 @@
 // standard error and throw std::invalid_argument.
 #pragma once
 
-namespace flowcore {
+namespace vemo {
 
 // The whole matching stage (gCreateAndMatchHOG) for two frames of nChannels
 // planes: u, v and Confidence (one plane each) receive the displacement and
@@ -18,4 +18,4 @@ void createAndMatchHOG(const float* Image1, const float* Image2, float* u, float
 // The HOG field of one image of nChannels planes: `hog` receives nOri planes.
 void ComputeHOGGPU(const float* image, float* hog, int nChannels, int nOri, int height, int width);
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -16,7 +16,7 @@
 #include "matching/match_test_util.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using match_testing::texturedFrame;
@@ -62,4 +62,4 @@ TEST(HostMatchingEntryPoints, GiveTheBackendResultsForPaddedRowsAndRefuseNullArr
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

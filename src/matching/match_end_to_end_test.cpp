@@ -14,7 +14,7 @@
 #include "image/tensor.h"
 #include "matching/hog_match_driver.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 struct Scene {
@@ -101,4 +101,4 @@ TEST(MatchEndToEnd, LargeObjectMotionIsRecoveredOnlyWithTheMatchingTerm) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

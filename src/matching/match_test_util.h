@@ -5,7 +5,7 @@
 #include "backends/cpu/plane_test_util.h"
 #include "image/synthetic.h"
 
-namespace flowcore::match_testing {
+namespace vemo::match_testing {
 
 // Pitched planes whose padding holds NaN, so that a stage reading it as data
 // shows up.
@@ -23,4 +23,4 @@ inline Frame texturedFrame(int h, int w, int p, unsigned seed, int shiftX = 0, i
   return f;
 }
 
-}  // namespace flowcore::match_testing
+}  // namespace vemo::match_testing

@@ -10,7 +10,7 @@
 #include "pixel/robust_factors.h"
 #include "pixel/system_matrix.h"
 
-namespace flowcore {
+namespace vemo {
 
 // The planes one assembly reads and writes (layouts of pixel/system_matrix.h
 // and pixel/motion_tensor.h).
@@ -32,4 +32,4 @@ VEMO_INLINE void assembleAt(const AssemblyInputs& a, int x, int y, int height, i
                n.north, n.west, n.east, n.south, alpha);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -9,7 +9,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 // The solver stops early once |r . z| (the preconditioned residual product)
 // falls below this absolute threshold.
@@ -48,4 +48,4 @@ VEMO_INLINE void cgFinish(CgScalars& s, float rzNext) {
   s.active = cgContinues(rzNext) ? 1 : 0;
 }
 
-}  // namespace flowcore
+}  // namespace vemo

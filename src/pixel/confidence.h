@@ -9,7 +9,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Structure-tensor entries of pixel i summed over the channels in order
 // (fused multiply-adds from 0), and the gradient magnitude of the unsmoothed
@@ -86,4 +86,4 @@ VEMO_INLINE void consistencyCheckAt(const int* m_x, const int* m_y, const int* f
   v[k] = (float)(forward_y[i] - y0);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -13,7 +13,7 @@
 #include "common/hd.h"
 #include "pixel/sample.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Side of the square thread block of every per-pixel launch.
 constexpr int kBlockSize = 16;
@@ -118,4 +118,4 @@ VEMO_INLINE float convolve2dClampAt(const float* in, int height, int width, int 
   return sum;
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -12,7 +12,7 @@
 #include "common/hd.h"
 #include "pixel/convolve.h"
 
-namespace flowcore {
+namespace vemo {
 
 // The regularisation inside every robust weight of the method.
 constexpr double kRobustEpsilon = 1e-6;
@@ -121,4 +121,4 @@ VEMO_INLINE void interiorWeights(const float* su, const float* sv, int i, int pi
   wy = inverseRobustNorm(sy);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -3,7 +3,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 VEMO_INLINE void scaleAt(float* arr, int pitch, float scale, int x, int y) { arr[y * pitch + x] = arr[y * pitch + x] * scale; }
 
@@ -13,4 +13,4 @@ VEMO_INLINE void addAt(float* acc, const float* b, int pitch, int x, int y) { ac
 
 VEMO_INLINE void diffAt(float* c, const float* a, const float* b, int pitch, int x, int y) { c[y * pitch + x] = a[y * pitch + x] - b[y * pitch + x]; }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -5,7 +5,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 // exp(-x^2 / (2 sigma^2)) / sigma: the exponential in single precision, the
 // 1/sigma factor and the product in double, rounded to single. No
@@ -20,4 +20,4 @@ VEMO_INLINE float gauss_derivative(float x, float sigma) {
   return -x * expf(-x * x / ((sigma + sigma) * sigma));
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -13,7 +13,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Number of orientation bins the matching uses.
 constexpr int kHogBins = 15;
@@ -91,4 +91,4 @@ VEMO_INLINE float hogEnergyAt(const float* hog, int nOri, std::size_t planeStrid
   return sum;
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -19,7 +19,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Half-width of the search window.
 constexpr int kMatchRadius = 80;
@@ -246,4 +246,4 @@ VEMO_INLINE void matchFoldWorker(MatchFold& f, const MatchBest& m) {
   }
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -12,7 +12,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Offset of the squared magnitude before the root in every normalisation.
 constexpr double kTensorEpsilon = 1e-6;
@@ -74,4 +74,4 @@ VEMO_INLINE void makeST2At(float* ST2, const float* Ixx, const float* Ixy, const
                     p[3 * plane], p[4 * plane], p[5 * plane]);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

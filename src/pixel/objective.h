@@ -6,7 +6,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 // c = a * b at pixel (x, y); the energy evaluation passes one buffer in all
 // three roles, squaring it in place.
@@ -22,4 +22,4 @@ VEMO_INLINE void Psi_kernel(float* v, int pitch, int x, int y) {
   v[i] = static_cast<float>(::sqrt(static_cast<double>(v[i]) + 1e-6));
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -14,7 +14,7 @@
 #include "common/hd.h"
 #include "pixel/system_matrix.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Which of the four neighbours of a pixel exist inside the image.
 struct Neighbours {
@@ -212,4 +212,4 @@ VEMO_INLINE void scaleAndAddElement(float* acc, const float* b, float scale, int
   acc[i] = directionValue(acc[i], scale, b[i]);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -7,7 +7,7 @@
 #include "common/hd.h"
 #include "pixel/sample.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Footprint of one output index along one axis of a reduction from `size`
 // to `newsize` samples: the source interval [t0, t1) with t0 = f * pos and
@@ -138,4 +138,4 @@ VEMO_INLINE float interpolateAt(const float* src, int height, int width, int pit
   return texBlend(src, pitch, interpolateAxis(scaleFactor, x, width), interpolateAxis(scaleFactor, y, height));
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -13,7 +13,7 @@
 #include "common/hd.h"
 #include "pixel/diffusivity.h"
 
-namespace flowcore {
+namespace vemo {
 
 // E(J) at plane index i, `plane` = pitch * height. Mixed terms and squares in
 // single precision with fused multiply-adds; the final sum in double. A
@@ -105,4 +105,4 @@ VEMO_INLINE void matchSingle(const float* u, const float* v, const float* du, co
   addMatchHypothesis(uc, vc, uc + du[i], vc + dv[i], geoU[i], geoV[i], geoConf[i], beta, m, mu, mv);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

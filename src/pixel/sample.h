@@ -12,7 +12,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Clamp addressing: the index of the edge texel for anything outside [0, n).
 VEMO_INLINE int clampIndex(int i, int n) { return i < 0 ? 0 : (i >= n ? n - 1 : i); }
@@ -74,4 +74,4 @@ VEMO_INLINE float texFetchLinear(const float* src, int rows, int cols, int pitch
 // and rounded to single, as the kernels that sample at pixel centres do.
 VEMO_INLINE float texCentre(float p) { return (float)((double)p + 0.5); }
 
-}  // namespace flowcore
+}  // namespace vemo

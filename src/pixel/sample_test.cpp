@@ -13,16 +13,16 @@ TEST(TextureSample, FarAndNonFiniteCoordinatesClampToEdgeTexels) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const float inf = std::numeric_limits<float>::infinity();
   const float plane[8] = {1, 2, 3, nan, 4, 5, 6, nan};
-  EXPECT_EQ(flowcore::texFetchPoint(plane, 2, 3, 4, 1.5f, 1.5f), 5.0f);
-  EXPECT_EQ(flowcore::texFetchPoint(plane, 2, 3, 4, 2.99f, 0.0f), 3.0f);
-  EXPECT_EQ(flowcore::texFetchPoint(plane, 2, 3, 4, 1e30f, 1e30f), 6.0f);
-  EXPECT_EQ(flowcore::texFetchPoint(plane, 2, 3, 4, -1e30f, -inf), 1.0f);
-  EXPECT_EQ(flowcore::texFetchLinear(plane, 2, 3, 4, 1e30f, -1e30f), 3.0f);
-  EXPECT_EQ(flowcore::texFetchLinear(plane, 2, 3, 4, -inf, inf), 4.0f);
-  EXPECT_FALSE(std::isnan(flowcore::texFetchLinear(plane, 2, 3, 4, nan, nan)));
+  EXPECT_EQ(vemo::texFetchPoint(plane, 2, 3, 4, 1.5f, 1.5f), 5.0f);
+  EXPECT_EQ(vemo::texFetchPoint(plane, 2, 3, 4, 2.99f, 0.0f), 3.0f);
+  EXPECT_EQ(vemo::texFetchPoint(plane, 2, 3, 4, 1e30f, 1e30f), 6.0f);
+  EXPECT_EQ(vemo::texFetchPoint(plane, 2, 3, 4, -1e30f, -inf), 1.0f);
+  EXPECT_EQ(vemo::texFetchLinear(plane, 2, 3, 4, 1e30f, -1e30f), 3.0f);
+  EXPECT_EQ(vemo::texFetchLinear(plane, 2, 3, 4, -inf, inf), 4.0f);
+  EXPECT_FALSE(std::isnan(vemo::texFetchLinear(plane, 2, 3, 4, nan, nan)));
   // Linear weights between texel centres, and clamping half a texel out.
-  EXPECT_FLOAT_EQ(flowcore::texFetchLinear(plane, 2, 3, 4, 1.0f, 0.5f), 1.5f);
-  EXPECT_FLOAT_EQ(flowcore::texFetchLinear(plane, 2, 3, 4, 2.0f, 1.0f), 4.0f);  // mean of 2, 3, 5, 6
-  EXPECT_EQ(flowcore::texFetchLinear(plane, 2, 3, 4, 3.4f, 0.5f), 3.0f);  // never the padding
-  EXPECT_EQ(flowcore::texFetchLinear(plane, 2, 3, 4, 0.2f, 2.4f), 4.0f);
+  EXPECT_FLOAT_EQ(vemo::texFetchLinear(plane, 2, 3, 4, 1.0f, 0.5f), 1.5f);
+  EXPECT_FLOAT_EQ(vemo::texFetchLinear(plane, 2, 3, 4, 2.0f, 1.0f), 4.0f);  // mean of 2, 3, 5, 6
+  EXPECT_EQ(vemo::texFetchLinear(plane, 2, 3, 4, 3.4f, 0.5f), 3.0f);  // never the padding
+  EXPECT_EQ(vemo::texFetchLinear(plane, 2, 3, 4, 0.2f, 2.4f), 4.0f);
 }

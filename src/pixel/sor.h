@@ -13,7 +13,7 @@
 #include "common/hd.h"
 #include "pixel/system_matrix.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Below this |det| (compared in double) a block counts as singular: its
 // exact solution is taken as zero, so the pixel decays by 1 - omega per pass.
@@ -65,4 +65,4 @@ VEMO_INLINE void SORiteration_mem_opt_kernel(const float* devMatrix, const float
   dv[idx] = fmaf(dv[idx], keep, omega * dvStar);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

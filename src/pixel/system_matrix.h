@@ -16,7 +16,7 @@
 
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 enum MatrixPlane : int {
   kA11 = 0,
@@ -108,4 +108,4 @@ VEMO_INLINE void MakeMatrix_kernel(float* devMatrix, float* b, const float* dPsi
                diffY, i, pitch * height, pitch, y > 0, x > 0, x < width - 1, y < height - 1, alpha);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -4,7 +4,7 @@
 #include "common/hd.h"
 #include "pixel/sample.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Whether the displaced position (X, Y) lies in the image: the closed range
 // [0, width - 1] x [0, height - 1] (the bounds themselves are inside). A
@@ -40,4 +40,4 @@ VEMO_INLINE void warpMotionAt(float* outarray, const float* src, const float* Fi
   }
 }
 
-}  // namespace flowcore
+}  // namespace vemo

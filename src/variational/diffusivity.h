@@ -3,7 +3,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 // diffX / diffY <- 1 / sqrt(S + 1e-6) on the horizontal / vertical edges,
 // S the squared gradient magnitude of (u + du, v + dv) at the edge midpoint.
@@ -14,4 +14,4 @@ namespace flowcore {
 void gDiffusivity(Backend& backend, const float* u, const float* v, const float* du, const float* dv,
                   float* diffX, float* diffY, int height, int width, int pitch, float* sum, float* derivative);
 
-}  // namespace flowcore
+}  // namespace vemo

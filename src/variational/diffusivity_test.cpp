@@ -10,7 +10,7 @@
 #include "pixel/diffusivity.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using testing::TestImage;
@@ -94,4 +94,4 @@ TEST(Diffusivity, TheFusedPixelRuleIsTheComposedPassesBitForBit) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

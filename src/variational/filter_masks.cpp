@@ -7,7 +7,7 @@
 
 #include "pixel/gauss.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -53,4 +53,4 @@ std::vector<float> GaussianDerivativeFilterCreate(float sigma, int& length) {
   return mask;
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-namespace flowcore {
+namespace vemo {
 
 // Longest mask (all taps of a 2-D one) that the filters of either backend
 // accept: the size of the device's mask store.
@@ -25,4 +25,4 @@ std::vector<float> GaussianFilterCreate(float sigma, int& length);
 // length-1 mask is {0/0} = NaN, as that rule gives. Same sigma check.
 std::vector<float> GaussianDerivativeFilterCreate(float sigma, int& length);
 
-}  // namespace flowcore
+}  // namespace vemo

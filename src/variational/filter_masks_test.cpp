@@ -15,14 +15,14 @@ TEST(FilterMasks, LengthsShapesAndRefusedSigmas) {
   const int lengths[] = {5, 7, 13, 1};
   for (int k = 0; k < 4; ++k) {
     int len = -1;
-    EXPECT_EQ((int)flowcore::GaussianFilterCreate(sigmas[k], len).size(), lengths[k]) << sigmas[k];
+    EXPECT_EQ((int)vemo::GaussianFilterCreate(sigmas[k], len).size(), lengths[k]) << sigmas[k];
     EXPECT_EQ(len, lengths[k]) << sigmas[k];
-    EXPECT_EQ((int)flowcore::GaussianDerivativeFilterCreate(sigmas[k], len).size(), lengths[k]) << sigmas[k];
+    EXPECT_EQ((int)vemo::GaussianDerivativeFilterCreate(sigmas[k], len).size(), lengths[k]) << sigmas[k];
   }
 
   int len = 0;
-  const std::vector<float> g = flowcore::GaussianFilterCreate(1.5f, len);
-  const std::vector<float> d = flowcore::GaussianDerivativeFilterCreate(1.5f, len);
+  const std::vector<float> g = vemo::GaussianFilterCreate(1.5f, len);
+  const std::vector<float> d = vemo::GaussianDerivativeFilterCreate(1.5f, len);
   float sum = 0.0f, abs = 0.0f;
   for (int i = 0; i < len; ++i) {
     EXPECT_EQ(g[i], g[len - 1 - i]);
@@ -35,8 +35,8 @@ TEST(FilterMasks, LengthsShapesAndRefusedSigmas) {
   EXPECT_GT(g[len / 2], g[len / 2 - 1]);
   EXPECT_LT(d[0], 0.0f);
 
-  EXPECT_TRUE(std::isnan(flowcore::GaussianDerivativeFilterCreate(0.1f, len)[0]));
-  EXPECT_THROW(flowcore::GaussianFilterCreate(0.0f, len), std::invalid_argument);
-  EXPECT_THROW(flowcore::GaussianDerivativeFilterCreate(-1.0f, len), std::invalid_argument);
-  EXPECT_THROW(flowcore::GaussianFilterCreate(NAN, len), std::invalid_argument);
+  EXPECT_TRUE(std::isnan(vemo::GaussianDerivativeFilterCreate(0.1f, len)[0]));
+  EXPECT_THROW(vemo::GaussianFilterCreate(0.0f, len), std::invalid_argument);
+  EXPECT_THROW(vemo::GaussianDerivativeFilterCreate(-1.0f, len), std::invalid_argument);
+  EXPECT_THROW(vemo::GaussianFilterCreate(NAN, len), std::invalid_argument);
 }

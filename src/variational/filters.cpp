@@ -5,7 +5,7 @@
 
 #include "variational/filter_masks.h"
 
-namespace flowcore {
+namespace vemo {
 
 void gGaussianFilter(Backend& backend, float* out, const float* in, int height, int width, int pitch, float sigma) {
   int length = 0;
@@ -33,4 +33,4 @@ void gGaussianDerivativeFilter(Backend& backend, float* out, const float* in, in
     backend.convolveY(out, out, height, width, width, mask.data(), length);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

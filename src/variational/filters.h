@@ -4,7 +4,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Gaussian smoothing with the mask of GaussianFilterCreate(sigma), along x,
 // then along y, result in `out` (out == in allowed). The horizontal pass
@@ -20,4 +20,4 @@ void gGaussianFilter(Backend& backend, float* out, const float* in, int height, 
 void gGaussianDerivativeFilter(Backend& backend, float* out, const float* in, int height, int width, float sigma,
                                char dir);
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -15,7 +15,7 @@
 #include "variational/host_entry_points.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using testing::TestImage;
@@ -119,4 +119,4 @@ TEST(HostFilterEntryPoints, MatchClampedCorrelationsAlongTheRightAxesAndRefuseBa
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

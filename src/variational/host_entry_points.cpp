@@ -23,7 +23,7 @@
 #include "variational/scratch.h"
 #include "pixel/system_matrix.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -116,17 +116,17 @@ void variationalFlowVemo(const float* frame1, const float* frame2, float* u, flo
                       beta, gamma, eta, fixedPointIterations, solverIterations);
 }
 
-}  // namespace flowcore
+}  // namespace vemo
 
 namespace {
 
 void checkSameSize(const char* who, int out_height, int out_width, int in_height, int in_width, const float* out,
                    const float* in) {
   if (out_height != in_height || out_width != in_width)
-    flowcore::refuse(std::string(who) + ": output " + std::to_string(out_width) + "x" + std::to_string(out_height) +
+    vemo::refuse(std::string(who) + ": output " + std::to_string(out_width) + "x" + std::to_string(out_height) +
                  " and input " + std::to_string(in_width) + "x" + std::to_string(in_height) + " differ");
-  flowcore::checkSize(who, in_height, in_width);
-  flowcore::checkArrays(who, {out, in});
+  vemo::checkSize(who, in_height, in_width);
+  vemo::checkArrays(who, {out, in});
 }
 
 }  // namespace
@@ -135,14 +135,14 @@ extern "C" void Convolve2d(float* out, int out_height, int out_width, float* in,
                            float* filter, int filt_height, int filt_width) {
   checkSameSize("Convolve2d", out_height, out_width, in_height, in_width, out, in);
   if (filter == nullptr || filt_height < 1 || filt_width < 1 ||
-      static_cast<long long>(filt_height) * filt_width >= flowcore::cpu::kMaxMaskLength)
-    flowcore::refuse("Convolve2d: a filter of " + std::to_string(filt_width) + "x" + std::to_string(filt_height) +
-                 " taps does not fit the mask store of " + std::to_string(flowcore::cpu::kMaxMaskLength) + " floats");
-  const std::unique_ptr<flowcore::Backend> backend = flowcore::makeBackend();
-  const std::unique_ptr<flowcore::ExtraStages> stages = flowcore::makeExtraStages(*backend);
+      static_cast<long long>(filt_height) * filt_width >= vemo::cpu::kMaxMaskLength)
+    vemo::refuse("Convolve2d: a filter of " + std::to_string(filt_width) + "x" + std::to_string(filt_height) +
+                 " taps does not fit the mask store of " + std::to_string(vemo::cpu::kMaxMaskLength) + " floats");
+  const std::unique_ptr<vemo::Backend> backend = vemo::makeBackend();
+  const std::unique_ptr<vemo::ExtraStages> stages = vemo::makeExtraStages(*backend);
   // Dense planes in backend memory: the row stride is the width.
-  const flowcore::Buffer src = flowcore::uploadRows(*backend, in, in_width, in_height, in_width);
-  flowcore::Buffer dst = backend->allocate(static_cast<std::size_t>(in_width) * in_height);
+  const vemo::Buffer src = vemo::uploadRows(*backend, in, in_width, in_height, in_width);
+  vemo::Buffer dst = backend->allocate(static_cast<std::size_t>(in_width) * in_height);
   stages->convolve2d(dst.data(), src.data(), in_height, in_width, filter, filt_height, filt_width);
   backend->download(out, dst.data(), in_width, in_width, in_height);
   backend->synchronize();
@@ -152,7 +152,7 @@ extern "C" void GaussianFilter(float* out, int out_height, int out_width, float*
                                float sigma) {
   checkSameSize("GaussianFilter", out_height, out_width, in_height, in_width, out, in);
   int length = 0;
-  std::vector<float> mask = flowcore::GaussianFilterCreate(sigma, length);
+  std::vector<float> mask = vemo::GaussianFilterCreate(sigma, length);
   Convolve2d(out, out_height, out_width, in, in_height, in_width, mask.data(), length, 1);
 }
 
@@ -160,13 +160,13 @@ extern "C" void GaussianDerivativeFilter(float* out, int out_height, int out_wid
                                          int in_width, float sigma, char dir) {
   checkSameSize("GaussianDerivativeFilter", out_height, out_width, in_height, in_width, out, in);
   int length = 0;
-  const std::vector<float> mask = flowcore::GaussianDerivativeFilterCreate(sigma, length);
-  if (length >= flowcore::cpu::kMaxMaskLength)
-    flowcore::refuse("GaussianDerivativeFilter: sigma " + std::to_string(sigma) + " gives a mask of " +
+  const std::vector<float> mask = vemo::GaussianDerivativeFilterCreate(sigma, length);
+  if (length >= vemo::cpu::kMaxMaskLength)
+    vemo::refuse("GaussianDerivativeFilter: sigma " + std::to_string(sigma) + " gives a mask of " +
                  std::to_string(length) + " taps, more than the mask store holds");
-  const std::unique_ptr<flowcore::Backend> backend = flowcore::makeBackend();
-  flowcore::Buffer img = flowcore::uploadRows(*backend, in, in_width, in_height, in_width);
-  flowcore::gGaussianDerivativeFilter(*backend, img.data(), img.data(), in_height, in_width, sigma, dir);
+  const std::unique_ptr<vemo::Backend> backend = vemo::makeBackend();
+  vemo::Buffer img = vemo::uploadRows(*backend, in, in_width, in_height, in_width);
+  vemo::gGaussianDerivativeFilter(*backend, img.data(), img.data(), in_height, in_width, sigma, dir);
   backend->download(out, img.data(), in_width, in_width, in_height);
   backend->synchronize();
 }

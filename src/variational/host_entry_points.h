@@ -6,7 +6,7 @@
 // message on standard error and throw std::invalid_argument.
 #pragma once
 
-namespace flowcore {
+namespace vemo {
 
 // One pyramid level's fixed-point iterations (gNonLinearIteration): frame1
 // and warped (frame 2 warped towards frame 1 by (u, v)) of nChan planes,
@@ -30,7 +30,7 @@ void variationalFlowVemo(const float* frame1, const float* frame2, float* u, flo
                          float sigma, float alpha, float beta, float gamma, float eta, int fixedPointIterations,
                          int solverIterations);
 
-}  // namespace flowcore
+}  // namespace vemo
 
 // Filters of single host images, with C names for outside callers.
 extern "C" {

@@ -19,7 +19,7 @@
 #include "pixel/system_matrix.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using testing::TestImage;
@@ -110,4 +110,4 @@ TEST(HostSolverEntryPoints, RefuseNullArraysAndInvalidSizes) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

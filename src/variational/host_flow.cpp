@@ -10,7 +10,7 @@
 #include "variational/solver_timers.h"
 #include "variational/variational_flow.h"
 
-namespace flowcore {
+namespace vemo {
 
 void variationalFlowVemo(Backend& backend, const float* frame1, const float* frame2, float* u, float* v,
                          const float* geoU, const float* geoV, const float* geoConf, int hypos, int height,
@@ -62,4 +62,4 @@ void variationalFlowVemo(Backend& backend, const float* frame1, const float* fra
   std::printf("memcpy time = %f ms\n", timer_memcpy);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -3,7 +3,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Same computation as gVariationalFlowVemo for dense host arrays (rows of
 // `width` floats): frames of nChan * height rows, match planes and the result
@@ -15,4 +15,4 @@ void variationalFlowVemo(Backend& backend, const float* frame1, const float* fra
                          int width, int nChan, float sigma, float alpha, float beta, float gamma, float eta,
                          int fixedPointIterations, int solverIterations);
 
-}  // namespace flowcore
+}  // namespace vemo

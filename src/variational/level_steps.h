@@ -12,7 +12,7 @@
 #include "variational/pcg.h"
 #include "variational/scratch.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Inputs, flow and scratch of one level (see gNonLinearIteration).
 struct LevelArgs {
@@ -63,4 +63,4 @@ VEMO_INLINE void levelSteps(Steps& steps, const LevelArgs& a) {
   steps.add(a.v, dv, h, w, pitch);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

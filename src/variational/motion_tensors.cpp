@@ -1,6 +1,6 @@
 #include "variational/motion_tensors.h"
 
-namespace flowcore {
+namespace vemo {
 
 const float kDerivativeMask5[5] = {1.0f / 12.0f, -8.0f / 12.0f, 0.0f, 8.0f / 12.0f, -1.0f / 12.0f};
 
@@ -9,4 +9,4 @@ void MakeST(Backend& backend, const float* frame1, const float* warped, float* S
   backend.motionTensors(frame1, warped, ST, ST2, conf, derivatives, height, width, pitch, nChan, kDerivativeMask5);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -9,7 +9,7 @@
 #include "backends/backend.h"
 #include "common/hd.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Fourth-order central difference (I(x-2) - 8 I(x-1) + 8 I(x+1) - I(x+2)) / 12.
 extern const float kDerivativeMask5[5];
@@ -54,4 +54,4 @@ VEMO_INLINE void motionTensorSteps(Steps& steps, const float* frame1, const floa
 void MakeST(Backend& backend, const float* frame1, const float* warped, float* ST, float* ST2, const float* conf,
             float* derivatives, int height, int width, int pitch, int nChan);
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -3,7 +3,7 @@
 #include "variational/level_steps.h"
 #include "variational/solver_timers.h"
 
-namespace flowcore {
+namespace vemo {
 
 void solveStep(Backend& backend, const SolveArgs& a) {
   backend.openStretch(start_solver);
@@ -24,4 +24,4 @@ void gNonLinearIteration(Backend& backend, const float* frame1, const float* war
   backend.closeStretch(start_makematrix, finish_makematrix, timer_makematrix);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

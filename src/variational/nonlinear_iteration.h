@@ -4,7 +4,7 @@
 #include "backends/backend.h"
 #include "variational/scratch.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Solves for the increment (du, dv) of the flow (u, v) at one level, frame 2
 // already warped towards frame 1 by (u, v), then adds it to u and v. Each of
@@ -27,4 +27,4 @@ void gNonLinearIteration(Backend& backend, const float* frame1, const float* war
                          int height, int width, int pitch, int nChan, float alpha, float beta, float gamma,
                          int fixedPointIterations, int solverIterations, const CGtmp& cg, const FPtmp& fp);
 
-}  // namespace flowcore
+}  // namespace vemo

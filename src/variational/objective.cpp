@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -101,4 +101,4 @@ float gObjectiveValue(Backend& backend, const float* frame1, const float* frame2
   return gObjectiveValue(backend, *stages, frame1, frame2, u, v, height, width, pitch, first, second, third);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -6,7 +6,7 @@
 #include "backends/backend.h"
 #include "backends/extra_stages.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Sum of the width x height pixels of a plane in backend memory: copied to
 // the host and added in single precision in row-major order from 0, so the
@@ -31,4 +31,4 @@ float gObjectiveValue(Backend& backend, ExtraStages& stages, const float* frame1
 float gObjectiveValue(Backend& backend, const float* frame1, const float* frame2, const float* u, const float* v,
                       int height, int width, int pitch, float first, float second, float third);
 
-}  // namespace flowcore
+}  // namespace vemo

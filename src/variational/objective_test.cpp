@@ -16,7 +16,7 @@
 #include "variational/real_level_test_util.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using testing::RealLevel;
@@ -115,4 +115,4 @@ TEST(ObjectiveValue, FallsOverTheFixedPointIterationsOfARealLevel) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

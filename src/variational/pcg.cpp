@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-namespace flowcore {
+namespace vemo {
 
 RepeatKey repeatKeyOf(const SolveArgs& a) {
   // Every field: a new one must be added here too.
@@ -26,4 +26,4 @@ void gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, f
   pcgSteps(backend, SolveArgs{devMatrix, b, du, dv, height, width, pitch, iterations, tmp});
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -9,7 +9,7 @@
 #include "variational/scratch.h"
 #include "pixel/cg_scalars.h"
 
-namespace flowcore {
+namespace vemo {
 
 // One solve: the system `A` with right-hand side `b` for the increment
 // (du, dv), at most `iterations` updates, scratch `cg`.
@@ -87,4 +87,4 @@ VEMO_INLINE void pcgSteps(Steps& steps, const SolveArgs& a) {
 void gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, float* dv, int height, int width,
           int pitch, int iterations, const CGtmp& tmp);
 
-}  // namespace flowcore
+}  // namespace vemo

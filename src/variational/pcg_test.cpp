@@ -13,7 +13,7 @@
 #include "pixel/system_matrix.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using testing::TestImage;
@@ -195,4 +195,4 @@ TEST(Pcg, MirroredAndUnmirroredMatricesSolveAsTheComposedSteps) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -71,4 +71,4 @@ bool pyramidLevelIsDegenerate(int s, int height, int width, float eta) {
   return cur.width == prev.width && cur.height == prev.height;
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -2,7 +2,7 @@
 // for a frame and a reduction factor eta.
 #pragma once
 
-namespace flowcore {
+namespace vemo {
 
 // Intended smallest dimension of the coarsest level.
 constexpr double kCoarsestDimension = 15.0;
@@ -32,4 +32,4 @@ LevelSize pyramidPreviousSize(int s, int height, int width, float eta);
 // is skipped by the driver (it would repeat the same computation).
 bool pyramidLevelIsDegenerate(int s, int height, int width, float eta);
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -14,7 +14,7 @@
 #include "image/tensor.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore::testing {
+namespace vemo::testing {
 
 struct RealLevel {
   static constexpr int kChannels = 3;
@@ -68,4 +68,4 @@ struct RealLevel {
   SolverScratch scratch;
 };
 
-}  // namespace flowcore::testing
+}  // namespace vemo::testing

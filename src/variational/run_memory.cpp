@@ -6,7 +6,7 @@
 
 #include "pixel/system_matrix.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -62,4 +62,4 @@ void refuseIfTooLarge(const Backend& backend, int height, int width, int pitch, 
   throw BackendOutOfMemory(message);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

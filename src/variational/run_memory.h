@@ -6,7 +6,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Upper bound, in bytes, of what a flow run (matching and the whole
 // pyramid) holds at once on a backend for frames of height x width x
@@ -26,4 +26,4 @@ bool planeOffsetsFit(int height, int pitch);
 // availableBytes().
 void refuseIfTooLarge(const Backend& backend, int height, int width, int pitch, int channels);
 
-}  // namespace flowcore
+}  // namespace vemo

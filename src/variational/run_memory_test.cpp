@@ -12,7 +12,7 @@ namespace {
 
 // A backend that pretends to have `bytes` of memory and to hold `overhead`
 // beyond its buffers.
-class SmallCpuBackend : public flowcore::CpuBackend {
+class SmallCpuBackend : public vemo::CpuBackend {
  public:
   explicit SmallCpuBackend(std::size_t bytes, RunOverhead overhead = {}) : bytes_(bytes), overhead_(overhead) {}
   std::size_t availableBytes() const override { return bytes_; }
@@ -31,13 +31,13 @@ TEST(RunMemory, EstimateBoundsTheRealPeakWithoutGrossWaste) {
   for (const auto& s : sizes) {
     CTensor<float> f1, f2, truth, flow;
     NSynthetic::makeShiftedPair(s[0], s[1], 2.0f, 1.0f, 5, f1, f2, truth);
-    flowcore::CpuBackend backend(16, s[2]);
+    vemo::CpuBackend backend(16, s[2]);
     testing::internal::CaptureStdout();
     computeFlowOnBackend(backend, f1, f2, flow, FlowParameters{30, 300, 5, 0.95f, 1, 1});
     testing::internal::GetCapturedStdout();
     const double peak = static_cast<double>(backend.peakBytes());
     const double estimate = static_cast<double>(
-        flowcore::estimateRunBytes(s[1], s[0], backend.pitchFor(s[0]), 3));
+        vemo::estimateRunBytes(s[1], s[0], backend.pitchFor(s[0]), 3));
     EXPECT_EQ(backend.bytesInUse(), 0u) << "buffers leaked";
     EXPECT_GE(estimate, peak) << s[0] << "x" << s[1];
     EXPECT_LE(estimate, 2.0 * peak) << s[0] << "x" << s[1];
@@ -50,7 +50,7 @@ TEST(RunMemory, FrameTooLargeIsRefusedBeforeAnyAllocation) {
   SmallCpuBackend backend(1 << 20);  // 1 MiB
   testing::internal::CaptureStderr();
   EXPECT_THROW(computeFlowOnBackend(backend, f1, f2, flow, FlowParameters{30, 300, 5, 0.95f, 1, 1}),
-               flowcore::BackendError);
+               vemo::BackendError);
   const std::string message = testing::internal::GetCapturedStderr();
   EXPECT_NE(message.find("64 x 48 frame with 3 channels needs about"), std::string::npos) << message;
   EXPECT_NE(message.find("only 1 MiB"), std::string::npos) << message;
@@ -59,11 +59,11 @@ TEST(RunMemory, FrameTooLargeIsRefusedBeforeAnyAllocation) {
 
   // A frame of 100000 x 100000 pixels needs terabytes: the estimate must not
   // overflow into a small number.
-  EXPECT_GT(flowcore::estimateRunBytes(100000, 100000, 100000, 3), std::size_t(1) << 40);
+  EXPECT_GT(vemo::estimateRunBytes(100000, 100000, 100000, 3), std::size_t(1) << 40);
 }
 
 TEST(RunMemory, WhatTheBackendHoldsBeyondItsBuffersIsCounted) {
-  using flowcore::estimateRunBytes;
+  using vemo::estimateRunBytes;
   const int H = 480, W = 640, P = 640, C = 3;
   const std::size_t bare = estimateRunBytes(H, W, P, C), plane = std::size_t(P) * H * sizeof(float);
   EXPECT_EQ(estimateRunBytes(H, W, P, C, {0, 12345}), bare + 12345);
@@ -75,18 +75,18 @@ TEST(RunMemory, WhatTheBackendHoldsBeyondItsBuffersIsCounted) {
   // Enough memory for the buffers alone, not for what the backend holds too.
   SmallCpuBackend tight(bare + 1000, {0, 1 << 20});
   testing::internal::CaptureStderr();
-  EXPECT_THROW(flowcore::refuseIfTooLarge(tight, H, W, P, C), flowcore::BackendError);
+  EXPECT_THROW(vemo::refuseIfTooLarge(tight, H, W, P, C), vemo::BackendError);
   testing::internal::GetCapturedStderr();
-  EXPECT_NO_THROW(flowcore::refuseIfTooLarge(SmallCpuBackend(bare + 1000), H, W, P, C));
+  EXPECT_NO_THROW(vemo::refuseIfTooLarge(SmallCpuBackend(bare + 1000), H, W, P, C));
 }
 
 TEST(RunMemory, PlanesBeyond32BitOffsetsAreRefusedBeforeAnyAllocation) {
   // Memory is no limit here: only the offsets can refuse.
   SmallCpuBackend roomy(std::size_t(1) << 50);
   // Twelve matrix planes of 10 x 17895697 floats end at 2^31 - 8.
-  EXPECT_NO_THROW(flowcore::refuseIfTooLarge(roomy, 17895697, 10, 10, 3));
+  EXPECT_NO_THROW(vemo::refuseIfTooLarge(roomy, 17895697, 10, 10, 3));
   testing::internal::CaptureStderr();
-  EXPECT_THROW(flowcore::refuseIfTooLarge(roomy, 17895698, 10, 10, 3), flowcore::BackendError);
+  EXPECT_THROW(vemo::refuseIfTooLarge(roomy, 17895698, 10, 10, 3), vemo::BackendError);
   const std::string message = testing::internal::GetCapturedStderr();
   EXPECT_NE(message.find("a 10 x 17895698 frame is too large: the solver addresses 12 planes of 10 x 17895698 "
                          "floats"),

@@ -2,7 +2,7 @@
 
 #include "pixel/system_matrix.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 // Plane counts of the FPtmp fields, in declaration order.
@@ -33,4 +33,4 @@ SolverScratch::SolverScratch(Backend& backend, std::size_t planeFloats) {
               v + 10 * planeFloats};
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -8,7 +8,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Fixed-point iteration buffers (plane counts in brackets).
 struct FPtmp {
@@ -54,4 +54,4 @@ class SolverScratch {
   CGtmp cg_;
 };
 
-}  // namespace flowcore
+}  // namespace vemo

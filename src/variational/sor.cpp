@@ -12,7 +12,7 @@
 
 double sortimer = 0.0;
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -151,4 +151,4 @@ void GaussSeidel(const float* matrix, const float* rhs, float* du, float* dv, in
   }
 }
 
-}  // namespace flowcore
+}  // namespace vemo

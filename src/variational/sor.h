@@ -10,7 +10,7 @@
 // the process and never reset.
 extern double sortimer;
 
-namespace flowcore {
+namespace vemo {
 
 // `iterations` sweeps over the planes in `stages`' memory, each a pass over
 // colour 0 followed by a pass over colour 1 (nothing for iterations <= 0).
@@ -43,4 +43,4 @@ void GaussSeidel(const float* matrix, const float* rhs, float* du, float* dv, in
 float computeResidual(const float* matrix, const float* rhs, const float* du, const float* dv, int height,
                       int width);
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -19,7 +19,7 @@
 #include "pixel/system_matrix.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using testing::RealLevel;
@@ -219,4 +219,4 @@ TEST(RedBlackSor, HostDriversRefuseNullArraysAndEmptyImagesAndKeepTheStartWithou
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

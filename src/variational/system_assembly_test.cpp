@@ -10,7 +10,7 @@
 #include "pixel/system_matrix.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using testing::TestImage;
@@ -149,4 +149,4 @@ TEST(RobustFactors, ClampedFormExactMatchAndUnmatchedPixels) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

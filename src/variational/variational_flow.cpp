@@ -12,7 +12,7 @@
 #include "variational/scratch.h"
 #include "variational/solver_timers.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -182,4 +182,4 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   return result;
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -3,7 +3,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 // The flow of a run: two single planes of the full frame in backend memory.
 struct FlowPlanes {
@@ -29,4 +29,4 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
                                 int pitch, int nChan, float sigma, float alpha, float beta, float gamma, float eta,
                                 int fixedPointIterations, int solverIterations);
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -16,7 +16,7 @@
 #include "image/synthetic.h"
 #include "support/solver_fixtures.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using testing::TestImage;
@@ -172,4 +172,4 @@ TEST(VariationalFlow, DegenerateLevelsAreSkippedAndBadArgumentsRefused) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

@@ -3,7 +3,7 @@
 #include "backends/cuda/cuda_work_policy.h"
 #include "variational/level_steps.h"
 
-namespace flowcore::testing {
+namespace vemo::testing {
 
 namespace {
 
@@ -340,4 +340,4 @@ bool CountingBackend::runWholeLevel(const LevelArgs& level, double&) {
   return true;
 }
 
-}  // namespace flowcore::testing
+}  // namespace vemo::testing

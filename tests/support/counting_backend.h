@@ -20,7 +20,7 @@
 
 #include "backends/cpu/cpu_backend.h"
 
-namespace flowcore::testing {
+namespace vemo::testing {
 
 class CountingBackend : public Backend {
  public:
@@ -156,4 +156,4 @@ class CountingBackend : public Backend {
   std::vector<std::pair<RepeatKey, int>> seen_;  // calls per key of repeatable work
 };
 
-}  // namespace flowcore::testing
+}  // namespace vemo::testing

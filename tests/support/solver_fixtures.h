@@ -10,7 +10,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore::testing {
+namespace vemo::testing {
 
 // An image of `planes` planes of height x width in backend memory, zero
 // outside the data (padding included).
@@ -53,4 +53,4 @@ inline std::function<float(int, int, int)> uniformNoise(unsigned seed, float lo,
   return [engine, lo, hi](int, int, int) { return std::uniform_real_distribution<float>(lo, hi)(*engine); };
 }
 
-}  // namespace flowcore::testing
+}  // namespace vemo::testing

@@ -10,7 +10,7 @@
 
 namespace {
 
-CTensor<float> flowOf(flowcore::Backend& backend, int width, int height, float dx, uint32_t seed) {
+CTensor<float> flowOf(vemo::Backend& backend, int width, int height, float dx, uint32_t seed) {
   CTensor<float> f1, f2, truth, flow;
   NSynthetic::makeShiftedPair(width, height, dx, 1.0f, seed, f1, f2, truth);
   testing::internal::CaptureStdout();
@@ -26,16 +26,16 @@ bool sameBits(const CTensor<float>& a, const CTensor<float>& b) {
 }  // namespace
 
 TEST(BufferReuse, ReusedBlocksAreZeroedAndLeaveResultsUnchanged) {
-  flowcore::CpuBackend backend;
+  vemo::CpuBackend backend;
   {
-    flowcore::Buffer dirty = backend.allocate(1000);
+    vemo::Buffer dirty = backend.allocate(1000);
     for (size_t i = 0; i < dirty.floats(); ++i) dirty.data()[i] = 5.0f;
   }
-  flowcore::Buffer again = backend.allocate(1000);
+  vemo::Buffer again = backend.allocate(1000);
   for (size_t i = 0; i < again.floats(); ++i) ASSERT_EQ(again.data()[i], 0.0f) << i;
   again.reset();
 
-  flowcore::CpuBackend fresh;
+  vemo::CpuBackend fresh;
   const CTensor<float> expected = flowOf(fresh, 64, 48, 2.0f, 3);
   const CTensor<float> first = flowOf(backend, 64, 48, 2.0f, 3);
   const std::size_t peak = backend.peakBytes();
@@ -45,5 +45,5 @@ TEST(BufferReuse, ReusedBlocksAreZeroedAndLeaveResultsUnchanged) {
   EXPECT_TRUE(sameBits(expected, second));
   EXPECT_EQ(backend.bytesInUse(), 0u);
   // Live memory never exceeds what one run needs.
-  EXPECT_LE(backend.peakBytes(), peak + flowcore::CpuBackend().pitchFor(80) * 40 * sizeof(float) * 100);
+  EXPECT_LE(backend.peakBytes(), peak + vemo::CpuBackend().pitchFor(80) * 40 * sizeof(float) * 100);
 }

@@ -9,7 +9,7 @@
 #include "pixel/confidence.h"
 #include "pixel/hog.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // Standard deviation of the Gaussian that integrates the structure tensor.
 constexpr float kTensorSigma = 4.0f;
@@ -76,4 +76,4 @@ void consistencyCheck(const int* m_x, const int* m_y, const int* forward_x, cons
                        Confidence, u, v, pitch, i);
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

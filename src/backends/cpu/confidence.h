@@ -2,7 +2,7 @@
 // and the forward-backward consistency check of the matches.
 #pragma once
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // conf = gradient magnitude times the smaller eigenvalue of the structure
 // tensor of `image` (nChannels planes) smoothed by a Gaussian of sigma 4.
@@ -21,4 +21,4 @@ void consistencyCheck(const int* m_x, const int* m_y, const int* forward_x, cons
                       const float* forward_nextdist, int subsize, float* Confidence, float* u, float* v,
                       int height, int width, int pitch);
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

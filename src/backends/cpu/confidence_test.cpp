@@ -8,7 +8,7 @@
 #include "matching/match_test_util.h"
 #include "pixel/confidence.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using match_testing::Frame;
@@ -111,4 +111,4 @@ TEST(ConsistencyCheck, KeepsRoundTripsAndWeighsTheirMargin) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

@@ -9,7 +9,7 @@
 #include "variational/filter_masks.h"
 #include "pixel/convolve.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 namespace {
 
@@ -137,4 +137,4 @@ void Convolve2d(float* out, int out_height, int out_width, const float* in, int 
   forEachPixel(h, w, [&](int x, int y) { out[y * w + x] = convolve2dClampAt(s, h, w, w, filter, filt_height, filt_width, x, y); });
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

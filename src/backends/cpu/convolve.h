@@ -7,9 +7,9 @@
 
 #include "variational/filter_masks.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
-using ::flowcore::kMaxMaskLength;
+using ::vemo::kMaxMaskLength;
 
 // Horizontal pass. Distinct buffers and length < 8: the tiled short-mask rule
 // (borders depend on the 16-column blocks). Otherwise, including out == in:
@@ -36,4 +36,4 @@ void gGaussianDerivativeFilter(float* out, const float* in, int height, int widt
 void Convolve2d(float* out, int out_height, int out_width, const float* in, int in_height, int in_width,
                 const float* filter, int filt_height, int filt_width);
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

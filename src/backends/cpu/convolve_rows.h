@@ -11,7 +11,7 @@
 
 #include "pixel/convolve.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // The chain of a mask of kLength taps for samples lo .. hi - 1, each held in
 // registers from its first tap to its store.
@@ -100,4 +100,4 @@ inline __attribute__((always_inline)) void passRowY(float* __restrict out, const
   }
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

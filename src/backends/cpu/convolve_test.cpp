@@ -10,8 +10,8 @@
 #include "backends/cpu/plane_test_util.h"
 #include "variational/filter_masks.h"
 
-using flowcore::testing_util::Planes;
-using flowcore::testing_util::sameBits;
+using vemo::testing_util::Planes;
+using vemo::testing_util::sameBits;
 
 namespace {
 
@@ -71,10 +71,10 @@ TEST(ShortMaskConvolution, BlockHaloRulesMatchTileEmulationAtBlockEdgesWithPadde
       Planes in(s[0], s[1], s[1] + 7);
       in.fillRandom(11 + m);
       Planes out(s[0], s[1], s[1] + 7), ref(s[0], s[1], s[1] + 7);
-      flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), in.height, in.width, in.pitch, kMasks[m], kLengths[m]);
+      vemo::cpu::gConvolveX(out.ptr(), in.ptr(), in.height, in.width, in.pitch, kMasks[m], kLengths[m]);
       tiledReferenceX(in, ref, kMasks[m], kLengths[m]);
       Planes inT = transpose(in, s[0] + 3), outT(s[1], s[0], s[0] + 3);
-      flowcore::cpu::gConvolveY(outT.ptr(), inT.ptr(), inT.height, inT.width, inT.pitch, kMasks[m], kLengths[m]);
+      vemo::cpu::gConvolveY(outT.ptr(), inT.ptr(), inT.height, inT.width, inT.pitch, kMasks[m], kLengths[m]);
       for (int y = 0; y < in.height; ++y)
         for (int x = 0; x < in.width; ++x) {
           ASSERT_TRUE(sameBits(out.at(x, y), ref.at(x, y))) << s[1] << "x" << s[0] << " len " << kLengths[m] << " at " << x << "," << y;
@@ -92,7 +92,7 @@ TEST(ClampConvolution, InPlaceAndLongMasksAreTheClampToEdgeCorrelation) {
   Planes in(40, 37, 44);
   in.fillRandom(5);
   int len = 0;
-  const std::vector<float> g = flowcore::GaussianFilterCreate(1.5f, len);  // 9 taps
+  const std::vector<float> g = vemo::GaussianFilterCreate(1.5f, len);  // 9 taps
   ASSERT_EQ(len, 9);
   struct Case {
     const float* mask;
@@ -105,9 +105,9 @@ TEST(ClampConvolution, InPlaceAndLongMasksAreTheClampToEdgeCorrelation) {
       if (k.inPlace) out = in;
       const float* src = k.inPlace ? out.ptr() : in.ptr();
       if (alongX) {
-        flowcore::cpu::gConvolveX(out.ptr(), src, 40, 37, 44, k.mask, k.length);
+        vemo::cpu::gConvolveX(out.ptr(), src, 40, 37, 44, k.mask, k.length);
       } else {
-        flowcore::cpu::gConvolveY(out.ptr(), src, 40, 37, 44, k.mask, k.length);
+        vemo::cpu::gConvolveY(out.ptr(), src, 40, 37, 44, k.mask, k.length);
       }
       const int h = k.length / 2;
       for (int y = 0; y < 40; ++y)
@@ -127,10 +127,10 @@ TEST(ClampConvolution, InPlaceAndLongMasksAreTheClampToEdgeCorrelation) {
 
 TEST(ConvolutionArguments, RefusesMasksThatDoNotFitAndMismatchedSizes) {
   Planes in(4, 4, 4), out(4, 4, 4);
-  std::vector<float> big(flowcore::cpu::kMaxMaskLength + 1, 0.0f);
-  EXPECT_THROW(flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), 4, 4, 4, big.data(), (int)big.size()), std::invalid_argument);
-  EXPECT_THROW(flowcore::cpu::gConvolveY(out.ptr(), in.ptr(), 4, 4, 4, big.data(), 0), std::invalid_argument);
-  EXPECT_THROW(flowcore::cpu::gConvolveX(out.ptr(), in.ptr(), 4, 5, 4, big.data(), 3), std::invalid_argument);
+  std::vector<float> big(vemo::cpu::kMaxMaskLength + 1, 0.0f);
+  EXPECT_THROW(vemo::cpu::gConvolveX(out.ptr(), in.ptr(), 4, 4, 4, big.data(), (int)big.size()), std::invalid_argument);
+  EXPECT_THROW(vemo::cpu::gConvolveY(out.ptr(), in.ptr(), 4, 4, 4, big.data(), 0), std::invalid_argument);
+  EXPECT_THROW(vemo::cpu::gConvolveX(out.ptr(), in.ptr(), 4, 5, 4, big.data(), 3), std::invalid_argument);
   const float f[9] = {0, 0, 0, 0, 1, 0, 0, 0, 0};
-  EXPECT_THROW(flowcore::cpu::Convolve2d(out.ptr(), 4, 3, in.ptr(), 4, 4, f, 3, 3), std::invalid_argument);
+  EXPECT_THROW(vemo::cpu::Convolve2d(out.ptr(), 4, 3, in.ptr(), 4, 4, f, 3, 3), std::invalid_argument);
 }

@@ -15,7 +15,7 @@
 #include "backends/cpu/row_parallel.h"
 #include "backends/cpu/warp.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 constexpr std::size_t kAlignmentBytes = 64;
@@ -230,4 +230,4 @@ void CpuBackend::gradientTensor(float* ST2, const float* Ixx, const float* Ixy, 
   cpu::makeST2(ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -13,7 +13,7 @@
 #include "backends/backend.h"
 #include "backends/cpu/row_parallel.h"
 
-namespace flowcore {
+namespace vemo {
 
 class CpuBackend : public Backend {
  public:
@@ -150,4 +150,4 @@ class CpuBackend : public Backend {
   std::size_t skewCounter_ = 0;
 };
 
-}  // namespace flowcore
+}  // namespace vemo

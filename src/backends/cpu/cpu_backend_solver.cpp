@@ -11,7 +11,7 @@
 #include "pixel/robust_factors.h"
 #include "pixel/system_matrix.h"
 
-namespace flowcore {
+namespace vemo {
 
 using cpu::parallelRows;
 
@@ -239,4 +239,4 @@ int CpuBackend::cgIterations() { return cg_.iterations; }
 
 long long CpuBackend::solverUpdates() { return cg_.updates; }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -9,7 +9,7 @@
 #include "pixel/objective.h"
 #include "pixel/sor.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Each thread takes whole rows; a pass writes only pixels of one colour and
 // reads only the other colour (and the pixel itself), so the result does not
@@ -40,4 +40,4 @@ void CpuExtraStages::convolve2d(float* out, const float* in, int height, int wid
   cpu::Convolve2d(out, height, width, in, height, width, filter, filt_height, filt_width);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -3,7 +3,7 @@
 
 #include "backends/extra_stages.h"
 
-namespace flowcore {
+namespace vemo {
 
 class CpuExtraStages : public ExtraStages {
  public:
@@ -15,4 +15,4 @@ class CpuExtraStages : public ExtraStages {
                   int filt_width) override;
 };
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -9,7 +9,7 @@
 #include "backends/cpu/hog_match.h"
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 IntBuffer CpuMatchingStages::allocateInts(std::size_t count) {
   int* data = new (std::nothrow) int[count == 0 ? 1 : count];
@@ -65,4 +65,4 @@ void CpuMatchingStages::consistencyCheck(const int* m_x, const int* m_y, const i
                         Confidence, u, v, height, width, pitch);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -3,7 +3,7 @@
 
 #include "backends/matching_stages.h"
 
-namespace flowcore {
+namespace vemo {
 
 class CpuMatchingStages : public MatchingStages {
  public:
@@ -27,4 +27,4 @@ class CpuMatchingStages : public MatchingStages {
   void releaseInts(int* data) noexcept override;
 };
 
-}  // namespace flowcore
+}  // namespace vemo

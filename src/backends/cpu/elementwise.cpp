@@ -3,7 +3,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/elementwise.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 namespace {
 
@@ -45,4 +45,4 @@ void Diff(float* c, const float* a, const float* b, int height, int width, int p
   parallelRows(height, width, [&](int y0, int y1) { diffRows(c, a, b, width, pitch, y0, y1); });
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

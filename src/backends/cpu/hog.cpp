@@ -8,7 +8,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/hog.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 namespace {
 
@@ -82,4 +82,4 @@ void computeEnergy(const float* hog, float* Energy, int height, int width, int p
   });
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -3,7 +3,7 @@
 // stride pitch * height); only columns < width are read and written.
 #pragma once
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // Fills `hog` (nOri planes) with the HOG field of `image` (nChannels planes):
 // per channel the central-difference gradient (short-mask borders) is
@@ -15,4 +15,4 @@ void gComputeHOG(const float* image, float* hog, int nChannels, int nOri, int he
 // Energy(x, y) = sum of the nOri planes of `hog` at (x, y), in bin order.
 void computeEnergy(const float* hog, float* Energy, int height, int width, int pitch, int nOri);
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -10,7 +10,7 @@
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 namespace {
 
@@ -300,4 +300,4 @@ void HOGMatch(const float* Image1, const float* Image2, const float* HOG1, const
   });
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -1,7 +1,7 @@
 // CPU executor of the exhaustive descriptor search.
 #pragma once
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // For each of the n points (mx[p], my[p]) of frame 1 finds the pixel of
 // frame 2 within +-80 pixels (and at least 12 pixels inside the border)
@@ -22,4 +22,4 @@ void HOGMatch(const float* Image1, const float* Image2, const float* HOG1, const
               int* match_x, int* match_y, float* match_dist, float* match_dist2, const int* mx, const int* my, int n,
               int height, int width, int pitch);
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

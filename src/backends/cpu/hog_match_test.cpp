@@ -13,7 +13,7 @@
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using match_testing::Frame;
@@ -204,4 +204,4 @@ TEST(HogMatch, BatchedSearchEqualsTheOneWorkerPerColumnWalk) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

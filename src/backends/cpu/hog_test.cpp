@@ -5,7 +5,7 @@
 #include "matching/match_test_util.h"
 #include "pixel/hog.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using match_testing::Frame;
@@ -54,4 +54,4 @@ TEST(HogBins, RampsLandInTheBinOfTheirDirection) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

@@ -7,7 +7,7 @@
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 std::vector<float> descriptorNorms(const float* hog, int height, int width, int pitch) {
   const std::size_t plane = (std::size_t)pitch * height;
@@ -42,4 +42,4 @@ float descriptorNorm(const float* desc) {
   return (float)std::sqrt(sum);
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -22,7 +22,7 @@
 
 #include <vector>
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // Per pixel of a frame's HOG field (15 planes): the Euclidean norm of its
 // descriptor, 0 where the descriptor would leave the frame.
@@ -40,4 +40,4 @@ inline bool normGapExceeds(float nq, float nv, float reach) {
   return gap - (1e-5f * (nq + nv) + 1e-18f) > reach;
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

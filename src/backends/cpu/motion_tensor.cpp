@@ -10,7 +10,7 @@
 #include "pixel/elementwise.h"
 #include "pixel/motion_tensor.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // Row loops over the six planes with unaliased row pointers, so that the
 // per-pixel updates (double root and division included) vectorise.
@@ -143,4 +143,4 @@ void motionTensors(const float* frame1, const float* warped, float* ST, float* S
   });
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -4,7 +4,7 @@
 // a few rows at a time.
 #pragma once
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // ST += brightness-constancy tensor of one channel (six planes), ST2 +=
 // gradient-constancy tensor; Conf is one plane of per-pixel weights.
@@ -20,4 +20,4 @@ void makeST2(float* ST2, const float* Ixx, const float* Ixy, const float* Iyy, c
 void motionTensors(const float* frame1, const float* warped, float* ST, float* ST2, const float* conf, int height,
                    int width, int pitch, int nChan, const float* mask, int length);
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

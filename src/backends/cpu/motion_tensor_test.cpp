@@ -11,7 +11,7 @@
 
 #include "backends/cpu/plane_test_util.h"
 
-using flowcore::testing_util::Planes;
+using vemo::testing_util::Planes;
 
 namespace {
 
@@ -23,9 +23,9 @@ struct TensorCase {
     conf.fill([](int, int, int) { return 1.0f; });
   }
   void run() {
-    flowcore::CpuBackend backend;
+    vemo::CpuBackend backend;
     std::vector<float> derivatives(8 * static_cast<size_t>(p) * h);
-    flowcore::MakeST(backend, f1.ptr(), f2.ptr(), ST.ptr(), ST2.ptr(), conf.ptr(), derivatives.data(), h, w, p, n);
+    vemo::MakeST(backend, f1.ptr(), f2.ptr(), ST.ptr(), ST2.ptr(), conf.ptr(), derivatives.data(), h, w, p, n);
   }
 };
 
@@ -86,7 +86,7 @@ TEST(MotionTensor, FlatRegionsGiveZeroNotNaNZeroConfidenceAddsNothingAndCallsAcc
 // and on the 16-pixel blocks, shorter than the mask), at the seams of its
 // pieces and tasks, with one or three threads.
 TEST(MotionTensor, RowByRowPassGivesTheBitsOfTheComposedPasses) {
-  struct Composed : flowcore::CpuBackend {
+  struct Composed : vemo::CpuBackend {
     void motionTensors(const float* f1, const float* f2, float* ST, float* ST2, const float* conf, float* d, int h,
                        int w, int p, int n, const float* mask) override {
       Backend::motionTensors(f1, f2, ST, ST2, conf, d, h, w, p, n, mask);
@@ -108,14 +108,14 @@ TEST(MotionTensor, RowByRowPassGivesTheBitsOfTheComposedPasses) {
       fused.run();
       Composed backend;
       std::vector<float> derivatives(8 * static_cast<size_t>(s[2]) * s[0]);
-      flowcore::MakeST(backend, composed.f1.ptr(), composed.f2.ptr(), composed.ST.ptr(), composed.ST2.ptr(),
+      vemo::MakeST(backend, composed.f1.ptr(), composed.f2.ptr(), composed.ST.ptr(), composed.ST2.ptr(),
                        composed.conf.ptr(), derivatives.data(), s[0], s[1], s[2], s[3]);
       for (int i = 0; i < 6; ++i)
         for (int y = 0; y < s[0]; ++y)
           for (int x = 0; x < s[1]; ++x) {
-            ASSERT_TRUE(flowcore::testing_util::sameBits(fused.ST.at(x, y, i), composed.ST.at(x, y, i)))
+            ASSERT_TRUE(vemo::testing_util::sameBits(fused.ST.at(x, y, i), composed.ST.at(x, y, i)))
                 << t << " threads, " << s[0] << "x" << s[1] << " plane " << i << " at " << x << "," << y;
-            ASSERT_TRUE(flowcore::testing_util::sameBits(fused.ST2.at(x, y, i), composed.ST2.at(x, y, i)))
+            ASSERT_TRUE(vemo::testing_util::sameBits(fused.ST2.at(x, y, i), composed.ST2.at(x, y, i)))
                 << t << " threads, " << s[0] << "x" << s[1] << " plane " << i << " at " << x << "," << y;
           }
     }

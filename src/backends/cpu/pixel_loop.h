@@ -15,7 +15,7 @@
 #include "backends/cpu/clones.h"
 #include "backends/cpu/row_parallel.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 template <class F>
 void forEachPixel(int height, int width, F&& f) {
@@ -37,4 +37,4 @@ inline void checkPlane(const char* stage, int height, int width, int pitch) {
                     std::to_string(height) + " with pitch " + std::to_string(pitch));
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-namespace flowcore::testing_util {
+namespace vemo::testing_util {
 
 struct Planes {
   int height, width, pitch, count;
@@ -55,4 +55,4 @@ inline bool sameBits(float a, float b) {
   return ia == ib;
 }
 
-}  // namespace flowcore::testing_util
+}  // namespace vemo::testing_util

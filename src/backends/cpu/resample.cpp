@@ -6,7 +6,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/resample.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 namespace {
 
@@ -237,4 +237,4 @@ void gInterpolate(float* outarray, int oheight, int owidth, int opitch, const fl
   });
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

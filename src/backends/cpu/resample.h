@@ -1,7 +1,7 @@
 // Pyramid resampling of host planes laid out like device images.
 #pragma once
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // Area-weighted reduction of one plane (height x width, pitch) into `out`
 // (newheight x newwidth, newpitch). With `conf` (same layout as `arr`), cells
@@ -21,4 +21,4 @@ void downsample3(const float* const in[3], float* const out[3], int height, int 
 void gInterpolate(float* outarray, int oheight, int owidth, int opitch,
                   const float* src, int height, int width, int pitch, float scaleFactor);
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -9,7 +9,7 @@
 
 #include "backends/cpu/thread_pool.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // Below this many pixels a loop is not worth waking the other threads.
 constexpr long kParallelMinPixels = 8192;
@@ -54,4 +54,4 @@ void parallelRows(int rows, int width, F&& f) {
   parallelRows(rowSplit(rows, width), rows, f);
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

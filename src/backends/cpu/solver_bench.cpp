@@ -23,14 +23,14 @@ constexpr int H = 480, W = 640;
 // A textured pair shifted by (2.5, 1.5), uploaded, with the scratch sets and
 // one assembled system at full size.
 struct Level {
-  flowcore::CpuBackend backend;
+  vemo::CpuBackend backend;
   int pitch = backend.pitchFor(W);
   std::size_t plane = static_cast<std::size_t>(pitch) * H;
   CTensor<float> f1, f2, truth;
-  flowcore::Buffer frame1 = backend.allocate(3 * plane), frame2 = backend.allocate(3 * plane);
-  flowcore::Buffer conf = backend.allocate(plane), zero = backend.allocate(plane);
-  flowcore::Buffer u = backend.allocate(plane), v = backend.allocate(plane);
-  flowcore::SolverScratch scratch{backend, plane};
+  vemo::Buffer frame1 = backend.allocate(3 * plane), frame2 = backend.allocate(3 * plane);
+  vemo::Buffer conf = backend.allocate(plane), zero = backend.allocate(plane);
+  vemo::Buffer u = backend.allocate(plane), v = backend.allocate(plane);
+  vemo::SolverScratch scratch{backend, plane};
   Level() {
     NSynthetic::makeShiftedPair(W, H, 2.5f, 1.5f, 1, f1, f2, truth);
     backend.upload(frame1.data(), pitch, f1.data, W, 3 * H);
@@ -39,17 +39,17 @@ struct Level {
     backend.clear(zero.data(), plane);
     backend.clear(u.data(), plane);
     backend.clear(v.data(), plane);
-    const flowcore::FPtmp& fp = scratch.fp();
+    const vemo::FPtmp& fp = scratch.fp();
     backend.clear(fp.du, 2 * plane);
     backend.clear(fp.ST, 6 * plane);
     backend.clear(fp.ST2, 6 * plane);
-    flowcore::MakeST(backend, frame1.data(), frame2.data(), fp.ST, fp.ST2, conf.data(), fp.derivatives, H, W, pitch, 3);
+    vemo::MakeST(backend, frame1.data(), frame2.data(), fp.ST, fp.ST2, conf.data(), fp.derivatives, H, W, pitch, 3);
     diffusivity();
     assemble();
   }
   void diffusivity() {
-    const flowcore::FPtmp& fp = scratch.fp();
-    flowcore::gDiffusivity(backend, u.data(), v.data(), fp.du, fp.du + plane, fp.diffX, fp.diffY, H, W, pitch, fp.flowSum,
+    const vemo::FPtmp& fp = scratch.fp();
+    vemo::gDiffusivity(backend, u.data(), v.data(), fp.du, fp.du + plane, fp.diffX, fp.diffY, H, W, pitch, fp.flowSum,
                        fp.flowDerivative);
   }
   void assemble() {
@@ -65,9 +65,9 @@ Level& level() {
 
 void BM_MakeST(benchmark::State& state) {
   Level& l = level();
-  const flowcore::FPtmp& fp = l.scratch.fp();
+  const vemo::FPtmp& fp = l.scratch.fp();
   for (auto _ : state)
-    flowcore::MakeST(l.backend, l.frame1.data(), l.frame2.data(), fp.ST, fp.ST2, l.conf.data(), fp.derivatives, H, W,
+    vemo::MakeST(l.backend, l.frame1.data(), l.frame2.data(), fp.ST, fp.ST2, l.conf.data(), fp.derivatives, H, W,
                      l.pitch, 3);
 }
 BENCHMARK(BM_MakeST)->Unit(benchmark::kMillisecond);
@@ -87,10 +87,10 @@ BENCHMARK(BM_Assembly)->Unit(benchmark::kMillisecond);
 // One solve of 10 iterations from zero.
 void BM_Pcg10(benchmark::State& state) {
   Level& l = level();
-  const flowcore::FPtmp& fp = l.scratch.fp();
+  const vemo::FPtmp& fp = l.scratch.fp();
   for (auto _ : state) {
     l.backend.clear(fp.du, 2 * l.plane);
-    flowcore::gPCG(l.backend, fp.devMatrix, fp.b, fp.du, fp.du + l.plane, H, W, l.pitch, 10, l.scratch.cg());
+    vemo::gPCG(l.backend, fp.devMatrix, fp.b, fp.du, fp.du + l.plane, H, W, l.pitch, 10, l.scratch.cg());
   }
 }
 BENCHMARK(BM_Pcg10)->Unit(benchmark::kMillisecond);
@@ -101,7 +101,7 @@ void BM_NonLinearIteration(benchmark::State& state) {
   for (auto _ : state) {
     l.backend.clear(l.u.data(), l.plane);
     l.backend.clear(l.v.data(), l.plane);
-    flowcore::gNonLinearIteration(l.backend, l.frame1.data(), l.frame2.data(), l.conf.data(), l.zero.data(),
+    vemo::gNonLinearIteration(l.backend, l.frame1.data(), l.frame2.data(), l.conf.data(), l.zero.data(),
                               l.zero.data(), l.zero.data(), 1, l.u.data(), l.v.data(), H, W, l.pitch, 3, 30.0f,
                               300.0f, 5.0f, 5, 10, l.scratch.cg(), l.scratch.fp());
   }
@@ -115,7 +115,7 @@ void BM_VariationalFlow640x480(benchmark::State& state) {
   for (auto _ : state) {
     std::FILE* saved = stdout;  // keep the solver's report lines out of the table
     stdout = std::fopen("/dev/null", "w");
-    flowcore::variationalFlowVemo(l.backend, l.f1.data, l.f2.data, u.data(), v.data(), geo.data(), geo.data(),
+    vemo::variationalFlowVemo(l.backend, l.f1.data, l.f2.data, u.data(), v.data(), geo.data(), geo.data(),
                               geo.data(), 1, H, W, 3, 0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
     std::fclose(stdout);
     stdout = saved;

@@ -1,6 +1,6 @@
 #include "backends/cpu/solver_rows.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // The row loops that each instruction-set copy defines (solver_rows_impl.h).
 #define VEMO_SOLVER_ROW_LOOPS \
@@ -109,4 +109,4 @@ void updateRows(const float* A, float* du, const float* p, float* r, float* z, f
   VEMO_ROWS_DISPATCH(updateRows(A, du, p, r, z, a, mirrored, height, width, pitch, partials, scratch, edges, chunk, y0, y1));
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

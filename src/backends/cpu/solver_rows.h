@@ -12,7 +12,7 @@
 // operations round identically in both, so they give the same bits.
 #pragma once
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch,
                    int y0, int y1);
@@ -90,4 +90,4 @@ void nextProductRows(const float* A, float* p, const float* r, const float* z, f
 void updateRows(const float* A, float* du, const float* p, float* r, float* z, float a, bool mirrored, int height,
                 int width, int pitch, double* partials, float* scratch, float* edges, int chunk, int y0, int y1);
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -18,7 +18,7 @@
 
 #define VEMO_ROWS_FUNCTION __attribute__((flatten))
 
-namespace flowcore::cpu::VEMO_ROWS_ISA {
+namespace vemo::cpu::VEMO_ROWS_ISA {
 
 
 namespace {
@@ -487,6 +487,6 @@ void firstProductDotRows(const float* __restrict A, const float* __restrict p, i
   }
 }
 
-}  // namespace flowcore::cpu::VEMO_ROWS_ISA
+}  // namespace vemo::cpu::VEMO_ROWS_ISA
 
 #undef VEMO_ROWS_FUNCTION

@@ -9,7 +9,7 @@
 #include "backends/cpu/resample.h"
 #include "backends/cpu/warp.h"
 
-using flowcore::testing_util::Planes;
+using vemo::testing_util::Planes;
 
 namespace {
 
@@ -35,21 +35,21 @@ Frames& frames() {
 void BM_ConvolveXShort5(benchmark::State& st) {
   Planes out(H, W, P);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) flowcore::cpu::gConvolveX(out.ptr(), in, H, W, P, flowcore::kDerivativeMask5, 5);
+  for (auto _ : st) vemo::cpu::gConvolveX(out.ptr(), in, H, W, P, vemo::kDerivativeMask5, 5);
 }
 BENCHMARK(BM_ConvolveXShort5)->Unit(benchmark::kMillisecond);
 
 void BM_ConvolveYShort5(benchmark::State& st) {
   Planes out(H, W, P);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) flowcore::cpu::gConvolveY(out.ptr(), in, H, W, P, flowcore::kDerivativeMask5, 5);
+  for (auto _ : st) vemo::cpu::gConvolveY(out.ptr(), in, H, W, P, vemo::kDerivativeMask5, 5);
 }
 BENCHMARK(BM_ConvolveYShort5)->Unit(benchmark::kMillisecond);
 
 void BM_GaussianFilterSigma4(benchmark::State& st) {
   Planes out(H, W, P);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) flowcore::cpu::gGaussianFilter(out.ptr(), in, H, W, P, 4.0f);
+  for (auto _ : st) vemo::cpu::gGaussianFilter(out.ptr(), in, H, W, P, 4.0f);
 }
 BENCHMARK(BM_GaussianFilterSigma4)->Unit(benchmark::kMillisecond);
 
@@ -59,7 +59,7 @@ void BM_DownsamplePlain(benchmark::State& st) {
   const int h = H * st.range(0) / 100, w = W * st.range(0) / 100;
   Planes out(h, w, w + 32);
   const float* in = frames().f1.ptr();
-  for (auto _ : st) flowcore::cpu::downsample(in, H, W, P, out.ptr(), h, w, w + 32, nullptr);
+  for (auto _ : st) vemo::cpu::downsample(in, H, W, P, out.ptr(), h, w, w + 32, nullptr);
 }
 BENCHMARK(BM_DownsamplePlain)->Arg(95)->Arg(30)->Unit(benchmark::kMillisecond);
 
@@ -68,14 +68,14 @@ void BM_DownsampleWeighted(benchmark::State& st) {
   Planes out(h, w, w + 32);
   const float* in = frames().u.ptr();
   const float* conf = frames().conf.ptr();
-  for (auto _ : st) flowcore::cpu::downsample(in, H, W, P, out.ptr(), h, w, w + 32, conf);
+  for (auto _ : st) vemo::cpu::downsample(in, H, W, P, out.ptr(), h, w, w + 32, conf);
 }
 BENCHMARK(BM_DownsampleWeighted)->Arg(95)->Arg(30)->Unit(benchmark::kMillisecond);
 
 void BM_Interpolate(benchmark::State& st) {
   Planes src(H2, W2, P2), out(H, W, P);
   src.fillRandom(7);
-  for (auto _ : st) flowcore::cpu::gInterpolate(out.ptr(), H, W, P, src.ptr(), H2, W2, P2, 1.0f / 0.95f);
+  for (auto _ : st) vemo::cpu::gInterpolate(out.ptr(), H, W, P, src.ptr(), H2, W2, P2, 1.0f / 0.95f);
 }
 BENCHMARK(BM_Interpolate)->Unit(benchmark::kMillisecond);
 
@@ -83,7 +83,7 @@ void BM_WarpMotion3(benchmark::State& st) {
   Planes out(H, W, P, 3), mask(H, W, P);
   Frames& f = frames();
   for (auto _ : st)
-    flowcore::cpu::gWarpMotion(out.ptr(), f.u.ptr(), f.v.ptr(), f.f2.ptr(), f.f1.ptr(), 3, mask.ptr(), H, W, P);
+    vemo::cpu::gWarpMotion(out.ptr(), f.u.ptr(), f.v.ptr(), f.f2.ptr(), f.f1.ptr(), 3, mask.ptr(), H, W, P);
 }
 BENCHMARK(BM_WarpMotion3)->Unit(benchmark::kMillisecond);
 

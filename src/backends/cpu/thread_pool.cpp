@@ -15,7 +15,7 @@
 #include <system_error>
 #include <thread>
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 namespace {
 
@@ -190,4 +190,4 @@ void runTasks(int tasks, int threads, void (*body)(void*, int), void* context) {
   pool().run(tasks, threads, body, context);
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -16,7 +16,7 @@
 
 #include <type_traits>
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // Threads a loop may use: OpenMP's setting (OMP_NUM_THREADS, or
 // omp_set_num_threads of the calling thread), at least 1.
@@ -37,4 +37,4 @@ void parallelTasks(int tasks, F&& f) {
            const_cast<void*>(static_cast<const void*>(&f)));
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -9,7 +9,7 @@
 
 namespace {
 
-using flowcore::cpu::runTasks;
+using vemo::cpu::runTasks;
 
 // Runs `tasks` tasks on `threads` threads and counts how often each ran.
 std::vector<int> runCounting(int tasks, int threads) {
@@ -35,7 +35,7 @@ TEST(ThreadPool, EveryTaskRunsOnce) {
 // task reaches the caller after the loop has ended.
 TEST(ThreadPool, NestedConcurrentAndFailingLoops) {
   std::atomic<int> inner{0};
-  flowcore::cpu::parallelTasks(4, [&](int) {
+  vemo::cpu::parallelTasks(4, [&](int) {
     std::vector<int> counts = runCounting(5, 4);
     inner.fetch_add(counts == std::vector<int>(5, 1) ? 1 : 100);
   });

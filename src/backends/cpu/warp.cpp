@@ -3,7 +3,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "pixel/warp.h"
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 namespace {
 
@@ -25,4 +25,4 @@ void gWarpMotion(float* outarray, const float* u, const float* v, const float* s
   });
 }
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

@@ -1,7 +1,7 @@
 // Backward warping of host planes laid out like device images.
 #pragma once
 
-namespace flowcore::cpu {
+namespace vemo::cpu {
 
 // Warps the nChan planes of `src` (frame 2) by (u, v) into `outarray`
 // (nChan planes) and writes the in-image mask `confidence` (one plane, 1
@@ -10,4 +10,4 @@ namespace flowcore::cpu {
 void gWarpMotion(float* outarray, const float* u, const float* v, const float* src, const float* First,
                  int nChan, float* confidence, int height, int width, int pitch);
 
-}  // namespace flowcore::cpu
+}  // namespace vemo::cpu

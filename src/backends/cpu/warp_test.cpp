@@ -7,7 +7,7 @@
 
 #include "backends/cpu/plane_test_util.h"
 
-using flowcore::testing_util::Planes;
+using vemo::testing_util::Planes;
 
 namespace {
 
@@ -19,7 +19,7 @@ struct WarpCase {
     first.fill([](int, int, int c) { return -1.0f - c; });
   }
   void run(int nChan) {
-    flowcore::cpu::gWarpMotion(out.ptr(), u.ptr(), v.ptr(), src.ptr(), first.ptr(), nChan, conf.ptr(), h, w, p);
+    vemo::cpu::gWarpMotion(out.ptr(), u.ptr(), v.ptr(), src.ptr(), first.ptr(), nChan, conf.ptr(), h, w, p);
   }
 };
 

@@ -7,7 +7,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore::cuda {
+namespace vemo::cuda {
 
 [[noreturn]] inline void refuseArguments(const std::string& message) {
   std::fprintf(stderr, "%s\n", message.c_str());
@@ -20,4 +20,4 @@ inline void checkPlane(const char* stage, int height, int width, int pitch) {
                     std::to_string(height) + " with pitch " + std::to_string(pitch));
 }
 
-}  // namespace flowcore::cuda
+}  // namespace vemo::cuda

@@ -10,7 +10,7 @@
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 
-namespace flowcore {
+namespace vemo {
 
 CudaBackend::CudaBackend(int device) {
   VEMO_CUDA_CALL(cudaSetDevice(device));
@@ -45,4 +45,4 @@ CudaBackend::~CudaBackend() {
   cache_.clear();
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -43,7 +43,7 @@ struct CUstream_st;
 struct CUevent_st;
 struct CUgraphExec_st;
 
-namespace flowcore {
+namespace vemo {
 
 class CudaBackend : public Backend {
  public:
@@ -289,4 +289,4 @@ class CudaBackend : public Backend {
   bool oneBlockLevels_ = true;
 };
 
-}  // namespace flowcore
+}  // namespace vemo

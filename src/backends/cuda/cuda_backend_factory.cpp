@@ -11,7 +11,7 @@
 #include "backends/extra_stages.h"
 #include "backends/matching_stages.h"
 
-namespace flowcore {
+namespace vemo {
 
 std::unique_ptr<Backend> makeCudaBackend(int device) {
 #if defined(VEMO_HAVE_CUDA)
@@ -55,4 +55,4 @@ std::unique_ptr<MatchingStages> makeCudaMatchingStages(Backend& backend) {
 #endif
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -6,7 +6,7 @@
 
 #include "backends/backend.h"
 
-namespace flowcore {
+namespace vemo {
 
 // A CUDA backend on device `device` (cuda:N), or nullptr in a build without
 // CUDA. The caller checks cudaDeviceUsable(device) first: without a usable
@@ -24,4 +24,4 @@ class MatchingStages;
 // conditions.
 std::unique_ptr<MatchingStages> makeCudaMatchingStages(Backend& backend);
 
-}  // namespace flowcore
+}  // namespace vemo

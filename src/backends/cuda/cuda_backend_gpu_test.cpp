@@ -6,7 +6,7 @@
 #include "variational/pcg.h"
 #include "backends/cuda/cuda_gpu_test_fixture.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using cuda_testing::CudaAgainstCpu;
@@ -371,4 +371,4 @@ TEST_F(CudaAgainstCpu, MemoryAccountingPitchAndTransfersKeepRowsApart) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

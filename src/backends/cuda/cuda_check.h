@@ -21,7 +21,7 @@
 #include "common/device_failures.h"
 #include "common/env_flag.h"
 
-namespace flowcore::cuda {
+namespace vemo::cuda {
 
 // Reports `text` and ends the process, or throws it as BackendError.
 [[noreturn]] inline void failWith(const char* text) {
@@ -86,18 +86,18 @@ inline void checkLastError(const char* label, const char* file, int line) {
   if (err != cudaSuccess) failLaunch(label, err, file, line);
 }
 
-}  // namespace flowcore::cuda
+}  // namespace vemo::cuda
 
 // Every runtime call goes through this macro.
 #define VEMO_CUDA_CALL(call)                                                   \
   do {                                                                         \
     const cudaError_t vemoCudaErr_ = (call);                                   \
     if (vemoCudaErr_ != cudaSuccess)                                           \
-      ::flowcore::cuda::failCall(vemoCudaErr_, __FILE__, __LINE__);            \
+      ::vemo::cuda::failCall(vemoCudaErr_, __FILE__, __LINE__);            \
   } while (0)
 
 // Runtime calls in destructors and release(): never throws.
-#define VEMO_CUDA_TEARDOWN(call) ::flowcore::cuda::checkTeardown((call), __FILE__, __LINE__)
+#define VEMO_CUDA_TEARDOWN(call) ::vemo::cuda::checkTeardown((call), __FILE__, __LINE__)
 
 // After a kernel launch, with a short label naming it.
-#define VEMO_CUDA_LAUNCHED(label) ::flowcore::cuda::checkLastError((label), __FILE__, __LINE__)
+#define VEMO_CUDA_LAUNCHED(label) ::vemo::cuda::checkLastError((label), __FILE__, __LINE__)

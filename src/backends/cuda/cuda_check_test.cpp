@@ -6,7 +6,7 @@
 #include "backends/cuda/cuda_check.h"
 #endif
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 TEST(CudaErrorReport, FailingCallsAndLaunchesNameFileLineAndRuntimeTextThenExitOne) {
@@ -45,4 +45,4 @@ TEST(CudaErrorReport, FailedTeardownIsReportedWithoutThrowingExceptAtRuntimeShut
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

@@ -27,7 +27,7 @@
 #include "variational/filter_masks.h"
 #include "pixel/convolve.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -253,4 +253,4 @@ void CudaBackend::convolveY(float* out, const float* in, int height, int width, 
   convolve(false, out, in, height, width, pitch, mask, length);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

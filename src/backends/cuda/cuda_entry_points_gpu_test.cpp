@@ -20,7 +20,7 @@
 #include "matching/host_entry_points.h"
 #include "pixel/hog.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 class CudaEntryPoints : public testing::Test {
@@ -116,7 +116,7 @@ TEST_F(CudaEntryPoints, DescriptorsAndTheFlowPairFollowTheCpu) {
   onBoth([&](int k) {
     hog[k].assign(static_cast<std::size_t>(nOri) * H * W, 0.0f);
     ComputeHOGGPU(image.data(), hog[k].data(), 3, nOri, H, W);
-    vemo(f1, f2, forward[k], backward[k]);
+    vemo::vemo(f1, f2, forward[k], backward[k]);
   });
   // Device atan2 may round an orientation into the neighbouring bin.
   EXPECT_LE(differing(hog[0], hog[1]), hog[0].size() / 100);
@@ -129,4 +129,4 @@ TEST_F(CudaEntryPoints, DescriptorsAndTheFlowPairFollowTheCpu) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

@@ -15,7 +15,7 @@
 #include "pixel/objective.h"
 #include "pixel/sor.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -125,4 +125,4 @@ void CudaExtraStages::convolve2d(float* out, const float* in, int height, int wi
   // these kernels.
 }
 
-}  // namespace flowcore
+}  // namespace vemo

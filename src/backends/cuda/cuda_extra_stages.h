@@ -7,7 +7,7 @@
 
 #include "backends/extra_stages.h"
 
-namespace flowcore {
+namespace vemo {
 
 class CudaExtraStages : public ExtraStages {
  public:
@@ -26,4 +26,4 @@ class CudaExtraStages : public ExtraStages {
   Backend& backend_;
 };
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -11,7 +11,7 @@
 #include "image/synthetic.h"
 #include "variational/run_memory.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using cuda_testing::CudaAgainstCpu;
@@ -92,4 +92,4 @@ TEST_F(CudaAgainstCpu, RunStaysWithinTheMemoryCheckEstimate) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

@@ -30,7 +30,7 @@
 #include "common/env_flag.h"
 #include "pixel/hog.h"
 
-namespace flowcore::cuda_testing {
+namespace vemo::cuda_testing {
 
 // Why the GPU tests cannot run here, or "" when the device they use
 // (chosenCudaDevice(): 0 unless VEMO_DEVICE names cuda:N) is usable.
@@ -46,9 +46,9 @@ inline std::string gpuMissing() {
 // device that cannot be used must not pass as zero failures.
 #define VEMO_NEEDS_GPU()                                                               \
   do {                                                                                 \
-    const std::string vemoMissing_ = ::flowcore::cuda_testing::gpuMissing();           \
+    const std::string vemoMissing_ = ::vemo::cuda_testing::gpuMissing();           \
     if (!vemoMissing_.empty()) {                                                       \
-      if (::flowcore::envFlag("VEMO_REQUIRE_GPU")) GTEST_FAIL() << "VEMO_REQUIRE_GPU is set, but " << vemoMissing_; \
+      if (::vemo::envFlag("VEMO_REQUIRE_GPU")) GTEST_FAIL() << "VEMO_REQUIRE_GPU is set, but " << vemoMissing_; \
       GTEST_SKIP() << vemoMissing_;                                                    \
     }                                                                                  \
   } while (0)
@@ -157,4 +157,4 @@ struct IntTwin {
   IntBuffer cpu, gpu;
 };
 
-}  // namespace flowcore::cuda_testing
+}  // namespace vemo::cuda_testing

@@ -22,7 +22,7 @@
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_work_policy.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -97,4 +97,4 @@ void CudaBackend::issueRepeatable(const RepeatKey& key, FunctionRef work) {
   VEMO_CUDA_CALL(cudaGraphLaunch(exec, nullptr));
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -11,7 +11,7 @@
 #include "backends/cuda/cuda_check.h"
 #include "pixel/convolve.h"
 
-namespace flowcore::cuda {
+namespace vemo::cuda {
 
 inline dim3 pixelGrid(int height, int width) {
   return dim3((width + kBlockSize - 1) / kBlockSize, (height + kBlockSize - 1) / kBlockSize);
@@ -45,4 +45,4 @@ void forEachPixel(const char* label, int height, int width, const Op& op, cudaSt
   VEMO_CUDA_LAUNCHED(label);
 }
 
-}  // namespace flowcore::cuda
+}  // namespace vemo::cuda

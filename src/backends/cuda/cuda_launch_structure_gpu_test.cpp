@@ -9,7 +9,7 @@
 #include "variational/nonlinear_iteration.h"
 #include "variational/solver_timers.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using cuda_testing::CudaAgainstCpu;
@@ -149,4 +149,4 @@ TEST_F(CudaAgainstCpu, SolvesReplayedFromGraphsAreTheSolvesIssuedDirectly) {
 #endif
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

@@ -16,7 +16,7 @@
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -336,4 +336,4 @@ void CudaMatchingStages::consistencyCheck(const int* m_x, const int* m_y, const 
   VEMO_CUDA_LAUNCHED("consistency check");
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -15,7 +15,7 @@
 
 #include "backends/matching_stages.h"
 
-namespace flowcore {
+namespace vemo {
 
 class Backend;
 
@@ -52,4 +52,4 @@ class CudaMatchingStages : public MatchingStages {
   std::map<const int*, std::vector<int>> uploaded_;
 };
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -10,7 +10,7 @@
 #include "pixel/hog.h"
 #include "variational/filter_masks.h"
 
-namespace flowcore {
+namespace vemo {
 
 using cuda::refuseArguments;
 
@@ -203,4 +203,4 @@ void CudaBackend::releaseRetired() noexcept {
   retiredRowSums_.clear();
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -16,7 +16,7 @@
 #include "backends/cuda/cuda_check.h"
 #include "pixel/cg_scalars.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -138,4 +138,4 @@ long long CudaBackend::solverUpdates() {
   return updates;
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -46,7 +46,7 @@
 #include "pixel/pcg.h"
 #include "variational/level_steps.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -306,4 +306,4 @@ bool CudaBackend::runWholeLevel(const LevelArgs& level, double& solverTotal) {
   return true;
 }
 
-}  // namespace flowcore
+}  // namespace vemo

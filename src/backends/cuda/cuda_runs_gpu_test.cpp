@@ -3,7 +3,7 @@
 // CPU backend.
 #include "backends/cuda/cuda_gpu_test_fixture.h"
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 using cuda_testing::CudaAgainstCpu;
@@ -255,4 +255,4 @@ TEST_F(CudaAgainstCpu, WholeMethodWithMatchingFollowsTheCpu) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo

@@ -16,7 +16,7 @@
 #include "pixel/robust_factors.h"
 #include "pixel/system_matrix.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -386,4 +386,4 @@ void CudaBackend::cgUpdate(const float* A, float* du, const float* p, float* r, 
   if (height >= 1 && width >= 1) reduce(r, z, 2 * height, width, pitch, DotUse::Finish);
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -15,7 +15,7 @@
 #include "pixel/resample.h"
 #include "pixel/warp.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -157,4 +157,4 @@ void CudaBackend::gradientTensor(float* ST2, const float* Ixx, const float* Ixy,
   forEachPixel("MakeST2", height, width, GradientTensorOp{ST2, Ixx, Ixy, Iyy, Ixz, Iyz, conf, height, width, pitch}, stream());
 }
 
-}  // namespace flowcore
+}  // namespace vemo

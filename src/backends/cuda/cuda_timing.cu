@@ -15,7 +15,7 @@
 #include "backends/cuda/cuda_check.h"
 #include "common/timer.h"
 
-namespace flowcore {
+namespace vemo {
 
 CUevent_st* CudaBackend::recordEvent() {
   if (eventsUsed_ == events_.size()) {
@@ -46,7 +46,7 @@ void CudaBackend::closeStretch(const timeval& start, timeval& finish, double& to
   auto open = std::find_if(openStretches_.rbegin(), openStretches_.rend(),
                            [&](const OpenStretch& o) { return o.start == &start; });
   if (open == openStretches_.rend()) {  // not opened here: host time
-    flowcore::closeStretch(start, finish, total);
+    vemo::closeStretch(start, finish, total);
     return;
   }
   stamp(finish);
@@ -127,4 +127,4 @@ void CudaBackend::releaseRunState() noexcept {
   releaseRetired();
 }
 
-}  // namespace flowcore
+}  // namespace vemo

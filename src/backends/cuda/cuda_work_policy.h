@@ -3,7 +3,7 @@
 // rules to count what a run costs on a GPU.
 #pragma once
 
-namespace flowcore::cuda {
+namespace vemo::cuda {
 
 // Pyramid levels of fewer pixels than this run whole (motion tensors and
 // every fixed-point iteration) in one thread block: one launch per level.
@@ -39,4 +39,4 @@ constexpr int kDirectIssuesBeforeRecording = 1;
 // Recorded graphs kept; the least recently used goes first.
 constexpr int kMaxRecordedGraphs = 64;
 
-}  // namespace flowcore::cuda
+}  // namespace vemo::cuda

@@ -3,7 +3,7 @@
 #include <map>
 #include <mutex>
 
-namespace flowcore {
+namespace vemo {
 
 const CudaProbe& probeCudaDevice(int ordinal) {
 #if defined(VEMO_HAVE_CUDA)
@@ -29,4 +29,4 @@ const CudaProbe& probeCudaDevice(int ordinal) {
 #endif
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -7,7 +7,7 @@
 
 #include "backends/cuda/device_probe.h"
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -62,4 +62,4 @@ void gatherCudaFacts(int ordinal, CudaProbeFacts& f) {
   cudaGetLastError();
 }
 
-}  // namespace flowcore
+}  // namespace vemo

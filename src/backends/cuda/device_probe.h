@@ -5,7 +5,7 @@
 
 #include "backends/cuda/device_verdict.h"
 
-namespace flowcore {
+namespace vemo {
 
 // Probes device `ordinal` (cuda:N) once per process; later calls return the
 // first answer. In a build without CUDA: nothing present.
@@ -19,4 +19,4 @@ inline bool cudaDeviceUsable(int ordinal = 0) { return probeCudaDevice(ordinal).
 void gatherCudaFacts(int ordinal, CudaProbeFacts& facts);
 #endif
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -5,7 +5,7 @@
 #include <string>
 #include <system_error>
 
-namespace flowcore {
+namespace vemo {
 
 namespace {
 
@@ -118,4 +118,4 @@ void readSystemGpuFacts(CudaProbeFacts& f) {
   f.visibleDevices = visible != nullptr ? visible : "";
 }
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -7,7 +7,7 @@
 
 #include <string>
 
-namespace flowcore {
+namespace vemo {
 
 struct CudaProbe {
   // A GPU is there (the driver lists one, or the CUDA driver is installed and
@@ -64,4 +64,4 @@ CudaProbe judgeCudaDevice(const CudaProbeFacts& facts);
 // environment.
 void readSystemGpuFacts(CudaProbeFacts& facts);
 
-}  // namespace flowcore
+}  // namespace vemo

@@ -7,7 +7,7 @@
 
 #include <string>
 
-namespace flowcore {
+namespace vemo {
 namespace {
 
 // A healthy machine: one Turing-or-newer GPU and a current driver.
@@ -94,4 +94,4 @@ TEST(CudaDeviceVerdict, EachUnusableSetupIsNamedInOneLine) {
 }
 
 }  // namespace
-}  // namespace flowcore
+}  // namespace vemo
