@@ -11,6 +11,8 @@
 #include <memory>
 #include <utility>
 
+#include "pixel/hog_match.h"
+
 namespace vemo {
 
 class Backend;
@@ -63,6 +65,7 @@ struct HogMatchInputs {
   const float* Energy2;
   const float* average;     // mean of Cornerness: one float in the executor's memory
   int height, width, pitch;
+  int radius = kMatchRadius;  // half-width of the search window, 1 to kMatchRadius
 };
 
 // Result arrays of one search over n points.
@@ -99,11 +102,13 @@ class MatchingStages {
   // Best match in inputs.Image2 of each of the n points (mx[p], my[p]).
   virtual void hogMatch(const HogMatchInputs& inputs, const int* mx, const int* my, int n,
                         const HogMatchResults& results) = 0;
-  // Consistent matches of the n grid points into u, v, Confidence.
+  // Consistent matches of the n grid points into u, v, Confidence, planes
+  // of height x width at `pitch`. The points lie on frames reduced by the
+  // integer `scale` (1: the planes' own frame); see consistencyCheckAt.
   virtual void consistencyCheck(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
                                 const int* backward_x, const int* backward_y, const float* forward_dist,
                                 const float* forward_nextdist, int n, float* Confidence, float* u, float* v,
-                                int height, int width, int pitch) = 0;
+                                int height, int width, int pitch, int scale) = 0;
 
   // Called by IntBuffer. Never throws.
   virtual void releaseInts(int* data) noexcept = 0;

@@ -6,8 +6,10 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <set>
 #include <vector>
 
+#include "driver/presets.h"
 #include "image/write_picture.h"
 
 namespace {
@@ -68,12 +70,45 @@ ValueHandler picture(std::string& target) {
 // Whether an option was given: a name that is not empty.
 bool given(const std::string& name) { return !name.empty(); }
 
+// The options that set one of the method's seven values.
+const std::set<std::string> kMethodOptions = {"--sigma", "--alpha", "--beta", "--gamma", "--eta",
+                                             "--fixed-point-iters", "--solver-iters"};
+
+// The method's values: the preset's, then each option given explicitly.
+void applyPreset(FlowOptions& o, const std::set<std::string>& given) {
+  const FlowPreset& preset = findPreset(o.preset);
+  const FlowParameters& p = preset.parameters;
+  if (!given.count("--sigma")) o.sigma = preset.sigma;
+  if (!given.count("--alpha")) o.alpha = p.alpha;
+  if (!given.count("--beta")) o.beta = p.beta;
+  if (!given.count("--gamma")) o.gamma = p.gamma;
+  if (!given.count("--eta")) o.eta = p.eta;
+  if (!given.count("--fixed-point-iters")) o.fixedPointIterations = p.fixedPointIterations;
+  if (!given.count("--solver-iters")) o.solverIterations = p.solverIterations;
+  o.method = p;
+  o.method.alpha = o.alpha;
+  o.method.beta = o.beta;
+  o.method.gamma = o.gamma;
+  o.method.eta = o.eta;
+  o.method.fixedPointIterations = o.fixedPointIterations;
+  o.method.solverIterations = o.solverIterations;
+}
+
 }  // namespace
 
 bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::string& error) {
   const std::map<std::string, ValueHandler> valued = {
       {"-o", text(o.output)},
       {"--output", text(o.output)},
+      {"--preset",
+       [&o](const std::string& v) {
+         for (const FlowPreset& p : flowPresets())
+           if (p.name == v) {
+             o.preset = v;
+             return std::string();
+           }
+         return "expects one of " + presetNames();
+       }},
       {"--sigma", floatIn(o.sigma, 0.0f, 100.0f, false, "from 0 to 100")},
       {"--alpha", floatIn(o.alpha, 0.0f, 1e6f, false, "from 0 to 1e6")},
       {"--beta", floatIn(o.beta, 0.0f, 1e6f, false, "from 0 to 1e6")},
@@ -113,6 +148,7 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
       {"--legend", &o.legend}, {"--quiet", &o.quiet}, {"-q", &o.quiet}, {"--timings", &o.timings}};
 
   std::vector<std::string> positional;
+  std::set<std::string> methodGiven;
   bool optionsEnded = false;
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
@@ -162,7 +198,9 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
       error = "option " + arg + " " + reason + ", not '" + value + "'";
       return false;
     }
+    if (kMethodOptions.count(arg)) methodGiven.insert(arg);
   }
+  applyPreset(o, methodGiven);
 
   const bool inVideo = given(o.video);
   if (given(o.sequence) && inVideo) {
@@ -204,6 +242,21 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
   return true;
 }
 
+namespace {
+
+// The presets, one line each after the option's own.
+std::string presetHelp() {
+  std::string text = "operating point (default: default):\n";
+  for (const FlowPreset& p : flowPresets()) {
+    std::string name = p.name;
+    name.resize(10, ' ');
+    text += "                             " + name + p.summary + "\n";
+  }
+  return text;
+}
+
+}  // namespace
+
 std::string flowUsage(const char* program) {
   std::string p = program;
   return "Usage: " + p + " [options] FRAME1 FRAME2 -o FLOW.flo\n"
@@ -220,7 +273,8 @@ std::string flowUsage(const char* program) {
          "      --backward FILE      also compute the flow from FRAME2 to FRAME1\n"
          "      --occlusions FILE.png  mask of pixels (white) whose forward and backward\n"
          "                           flows do not agree: occluded or leaving the frame\n"
-         "Method:\n"
+         "Method (a preset sets all of these and more; options given override it):\n"
+         "      --preset NAME        " + presetHelp() +
          "      --sigma S            presmoothing std. deviation (default 0.8)\n"
          "      --alpha A            smoothness weight (default 30)\n"
          "      --beta B             descriptor-matching weight (default 300)\n"

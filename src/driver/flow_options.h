@@ -4,6 +4,7 @@
 #include <string>
 
 #include "backends/backend_factory.h"
+#include "driver/flow_stages.h"
 
 struct FlowOptions {
   std::string frame1, frame2;  // the two frames (pair mode)
@@ -14,6 +15,9 @@ struct FlowOptions {
   std::string backward;        // backward flow file
   std::string occlusions;      // forward-backward consistency mask (PNG or JPEG)
   std::string vizVideo;        // colour-coded flow as a video (video mode)
+  std::string preset = "default";  // --preset: the values the method starts from
+  // The method's seven values: after parsing, the preset's, with the options
+  // given explicitly over them.
   float sigma = 0.8f;
   float alpha = 30.0f;
   float beta = 300.0f;
@@ -32,10 +36,14 @@ struct FlowOptions {
   bool quiet = false;
   bool timings = false;
   bool help = false;
+  // After parsing: every value of the method (the preset's knobs, the seven
+  // values above).
+  FlowParameters method = {};
 };
 
 // Parses argv[1..argc-1]. Options take their value as the next argument or
-// after '=' (--alpha=20). Returns false with a one-line reason in error for
+// after '=' (--alpha=20). The method's options override the preset's values
+// wherever they stand. Returns false with a one-line reason in error for
 // an unknown option, a missing or malformed value, a value out of range, a
 // picture name without a .png or .jpg extension, a wrong number of frames,
 // options of another mode, or no output at all; --help stops parsing and

@@ -41,14 +41,14 @@ void computeFlowOnBackend(vemo::Backend& backendRef, const CTensor<float>& frame
   vemo::stamp(start_HOG);
   // Fills geoU, geoV, geoConf (all zero where there is no consistent match).
   vemo::gCreateAndMatchHOG(*backend, image1.data(), image2.data(), geoU.data(), geoV.data(), geoConf.data(), height,
-                           width, pitch, channels);
+                           width, pitch, channels, params.matching);
   vemo::closeStretch(start_HOG, finish_HOG, timer_HOG);
 
   vemo::stamp(start_var);
   vemo::FlowPlanes result = vemo::gVariationalFlowVemo(
       *backend, image1.data(), image2.data(), geoU.data(), geoV.data(), geoConf.data(), 1, height, width, pitch,
       channels, 0.0f, params.alpha, params.beta, params.gamma, params.eta, params.fixedPointIterations,
-      params.solverIterations);
+      params.solverIterations, params.pyramid);
   vemo::closeStretch(start_var, finish_var, timer_var);
 
   vemo::stamp(start_memcpy1);

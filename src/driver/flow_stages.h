@@ -4,6 +4,8 @@
 #pragma once
 
 #include "image/tensor.h"
+#include "matching/match_settings.h"
+#include "variational/variational_flow.h"
 
 namespace vemo {
 class Backend;
@@ -16,6 +18,10 @@ struct FlowParameters {
   float eta;                 // pyramid scaling factor
   int fixedPointIterations;  // outer iterations per level
   int solverIterations;      // linear-solver iterations per outer iteration
+  // Knobs beyond the method's seven parameters; their defaults keep the
+  // method exactly as it is.
+  vemo::MatchSettings matching = {};
+  vemo::PyramidSettings pyramid = {};
 };
 
 // Computes the flow from frame1 to frame2 (already presmoothed; same width,

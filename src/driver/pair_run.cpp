@@ -30,8 +30,7 @@ CTensor<float> labelledFlow(vemo::Backend& backend, const CTensor<float>& from, 
     resetStageTimers();
     std::printf("%s flow %s -> %s:\n", direction, fromName.c_str(), toName.c_str());
   }
-  return flowBetween(backend, from, to, o.sigma,
-                     FlowParameters{o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations});
+  return flowBetween(backend, from, to, o.sigma, o.method);
 }
 
 }  // namespace

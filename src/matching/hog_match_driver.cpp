@@ -19,9 +19,9 @@ double timer_hogmatch = 0.0;
 
 namespace vemo {
 
-int matchGridCount(int size) {
-  const int n = (int)ceilf((float)(size - 2 * kGridMargin) * 0.25f);
-  return n > 0 ? n : 0;
+int matchGridCount(int size, int step) {
+  const int span = size - 2 * kGridMargin;
+  return span > 0 && step > 0 ? (span + step - 1) / step : 0;
 }
 
 namespace {
@@ -31,24 +31,73 @@ void printTimes() {
   stageLine("HOG match = %f msec\n", timer_hogmatch);
 }
 
+// The frames the matching works on: the caller's, or copies reduced by the
+// integer `scale` (area averages), which the match planes of the full frame
+// receive with their positions and displacements scaled back.
+struct MatchFrames {
+  const float* image1;
+  const float* image2;
+  int height, width, pitch;
+  Buffer reduced1, reduced2;
+};
+
+MatchFrames matchFrames(Backend& backend, const float* Image1, const float* Image2, int height, int width, int pitch,
+                        int nChannels, int scale) {
+  MatchFrames f{Image1, Image2, height, width, pitch, Buffer(), Buffer()};
+  if (scale == 1) return f;
+  f.height = (height + scale - 1) / scale;
+  f.width = (width + scale - 1) / scale;
+  f.pitch = backend.pitchFor(f.width);
+  const std::size_t plane = (std::size_t)f.pitch * f.height;
+  const std::size_t fullPlane = (std::size_t)pitch * height;
+  f.reduced1 = backend.allocate(nChannels * plane);
+  f.reduced2 = backend.allocate(nChannels * plane);
+  // Padding columns are read by the row loops of some stages.
+  backend.clear(f.reduced1.data(), f.reduced1.floats());
+  backend.clear(f.reduced2.data(), f.reduced2.floats());
+  backend.downsampleChannels(Image1, fullPlane, f.reduced1.data(), plane, nChannels, height, width, pitch, f.height,
+                             f.width, f.pitch);
+  backend.downsampleChannels(Image2, fullPlane, f.reduced2.data(), plane, nChannels, height, width, pitch, f.height,
+                             f.width, f.pitch);
+  f.image1 = f.reduced1.data();
+  f.image2 = f.reduced2.data();
+  return f;
+}
+
+[[noreturn]] void refuse(const std::string& message) {
+  std::cerr << message << std::endl;
+  throw BackendError(message);
+}
+
 }  // namespace
 
 void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* Image1, const float* Image2,
-                        float* u, float* v, float* Confidence, int height, int width, int pitch, int nChannels) {
-  if (height < 1 || width < 1 || pitch < width) {
-    const std::string message = "gCreateAndMatchHOG: invalid frame size " + std::to_string(width) + "x" +
-                                std::to_string(height) + " with pitch " + std::to_string(pitch);
-    std::cerr << message << std::endl;
-    throw BackendError(message);
-  }
-  const int nx = matchGridCount(width);
-  const int ny = matchGridCount(height);
-  stageLine("%d %d %d %d\n", nx, ny, width, height);
+                        float* u, float* v, float* Confidence, int fullHeight, int fullWidth, int fullPitch,
+                        int nChannels, const MatchSettings& settings) {
+  if (settings.gridStep < 1 || settings.radius < 1 || settings.radius > kMatchRadius || settings.downscale < 1 ||
+      settings.downscale > kMaxMatchDownscale)
+    refuse("gCreateAndMatchHOG: grid step " + std::to_string(settings.gridStep) + ", search radius " +
+           std::to_string(settings.radius) + " and reduction " + std::to_string(settings.downscale) +
+           ": the step must be at least 1, the radius from 1 to " + std::to_string(kMatchRadius) +
+           " and the reduction from 1 to " + std::to_string(kMaxMatchDownscale));
+  if (fullHeight < 1 || fullWidth < 1 || fullPitch < fullWidth)
+    refuse("gCreateAndMatchHOG: invalid frame size " + std::to_string(fullWidth) + "x" +
+           std::to_string(fullHeight) + " with pitch " + std::to_string(fullPitch));
+  const std::size_t fullPlane = (std::size_t)fullPitch * fullHeight;
+  backend.clear(Confidence, fullPlane);
+  backend.clear(u, fullPlane);
+  backend.clear(v, fullPlane);
 
+  const int scale = settings.downscale;
+  const MatchFrames frames = matchFrames(backend, Image1, Image2, fullHeight, fullWidth, fullPitch, nChannels, scale);
+  Image1 = frames.image1;
+  Image2 = frames.image2;
+  const int height = frames.height, width = frames.width, pitch = frames.pitch;
+  const int step = settings.gridStep;
+  const int nx = matchGridCount(width, step);
+  const int ny = matchGridCount(height, step);
+  stageLine("%d %d %d %d\n", nx, ny, width, height);
   const std::size_t plane = (std::size_t)pitch * height;
-  backend.clear(Confidence, plane);
-  backend.clear(u, plane);
-  backend.clear(v, plane);
 
   const int n = nx * ny;
   if (n == 0 || nChannels < 3) {
@@ -63,17 +112,14 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   std::vector<int> gridX, gridY;
   gridX.reserve(n);
   gridY.reserve(n);
-  for (int y = kGridMargin; y < height - kGridMargin; y += kGridStep)
-    for (int x = kGridMargin; x < width - kGridMargin; x += kGridStep) {
+  for (int y = kGridMargin; y < height - kGridMargin; y += step)
+    for (int x = kGridMargin; x < width - kGridMargin; x += step) {
       gridX.push_back(x);
       gridY.push_back(y);
     }
-  if ((int)gridX.size() != n) {  // the count formula and the loops describe the same grid
-    const std::string message = "gCreateAndMatchHOG: grid of " + std::to_string(gridX.size()) +
-                                " points where " + std::to_string(n) + " were counted";
-    std::cerr << message << std::endl;
-    throw BackendError(message);
-  }
+  if ((int)gridX.size() != n)  // the count formula and the loops describe the same grid
+    refuse("gCreateAndMatchHOG: grid of " + std::to_string(gridX.size()) + " points where " + std::to_string(n) +
+           " were counted");
 
   Buffer hog1 = backend.allocate(plane * kHogBins);
   Buffer hog2 = backend.allocate(plane * kHogBins);
@@ -111,19 +157,21 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   stages.average2D(conf.data(), height, width, pitch, average.data());
 
   // Forward: grid points of frame 1, searched in frame 2, weak points skipped.
-  const HogMatchInputs forward{Image1,         Image2,         hog1.data(), hog2.data(), conf.data(), 1,
-                               energy1.data(), energy2.data(), average.data(), height,      width,       pitch};
+  const HogMatchInputs forward{Image1,         Image2,         hog1.data(),    hog2.data(), conf.data(), 1,
+                               energy1.data(), energy2.data(), average.data(), height,      width,       pitch,
+                               settings.radius};
   stages.hogMatch(forward, mx.data(), my.data(), n,
                   HogMatchResults{forwardX.data(), forwardY.data(), forwardDist.data(), forwardDist2.data()});
   // Backward: each forward result searched in frame 1. Points without a
   // forward match sit at (0, 0) and are skipped.
-  const HogMatchInputs backward{Image2,         Image1,         hog2.data(), hog1.data(), conf.data(), 0,
-                                energy2.data(), energy1.data(), average.data(), height,      width,       pitch};
+  const HogMatchInputs backward{Image2,         Image1,         hog2.data(),    hog1.data(), conf.data(), 0,
+                                energy2.data(), energy1.data(), average.data(), height,      width,       pitch,
+                                settings.radius};
   stages.hogMatch(backward, forwardX.data(), forwardY.data(), n,
                   HogMatchResults{backwardX.data(), backwardY.data(), backwardDist.data(), backwardDist2.data()});
   stages.consistencyCheck(mx.data(), my.data(), forwardX.data(), forwardY.data(), backwardX.data(),
-                          backwardY.data(), forwardDist.data(), forwardDist2.data(), n, Confidence, u, v, height,
-                          width, pitch);
+                          backwardY.data(), forwardDist.data(), forwardDist2.data(), n, Confidence, u, v, fullHeight,
+                          fullWidth, fullPitch, scale);
   backend.closeStretch(start_hogmatch, finish_hogmatch, timer_hogmatch);
 
   backend.settleStretches();
@@ -131,9 +179,10 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
 }
 
 void gCreateAndMatchHOG(Backend& backend, const float* Image1, const float* Image2, float* u, float* v,
-                        float* Confidence, int height, int width, int pitch, int nChannels) {
+                        float* Confidence, int height, int width, int pitch, int nChannels,
+                        const MatchSettings& settings) {
   std::unique_ptr<MatchingStages> stages = makeMatchingStages(backend);
-  gCreateAndMatchHOG(backend, *stages, Image1, Image2, u, v, Confidence, height, width, pitch, nChannels);
+  gCreateAndMatchHOG(backend, *stages, Image1, Image2, u, v, Confidence, height, width, pitch, nChannels, settings);
 }
 
 }  // namespace vemo

@@ -71,19 +71,33 @@ VEMO_INLINE float matchWeight(float d1, float d2) {
 // (m_x[i], m_y[i]) when the backward search from it lands within one pixel
 // of the grid point in both coordinates, writing the integer displacement and
 // its weight at the grid point. Otherwise nothing is written.
+//
+// Matches found on frames reduced by an integer `scale` are written into
+// planes of the full frame: at the full-frame pixel (scale * x + (scale - 1)
+// / 2, likewise y), the one nearest the centre of the reduced pixel's
+// footprint, with the displacement multiplied by scale. Scale 1 is the grid
+// of the frames themselves.
+// Whether grid point (x, y) of frames reduced by `scale` writes inside
+// planes of height x width.
+VEMO_INLINE bool consistencyPointInside(int x, int y, int scale, int height, int width) {
+  const int centre = (scale - 1) / 2;
+  return x >= 0 && y >= 0 && (long long)x * scale + centre < width && (long long)y * scale + centre < height;
+}
+
 VEMO_INLINE void consistencyCheckAt(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
                                     const int* backward_x, const int* backward_y, const float* forward_dist,
                                     const float* forward_nextdist, float* Confidence, float* u, float* v,
-                                    int pitch, int i) {
+                                    int pitch, int i, int scale = 1) {
   const int x0 = m_x[i];
   const int y0 = m_y[i];
   const int ex = x0 - backward_x[i];
   const int ey = y0 - backward_y[i];
   if (ex > 1 || ex < -1 || ey > 1 || ey < -1) return;
-  const std::size_t k = (std::size_t)y0 * pitch + x0;
+  const int centre = (scale - 1) / 2;
+  const std::size_t k = (std::size_t)(y0 * scale + centre) * pitch + (x0 * scale + centre);
   Confidence[k] = matchWeight(forward_dist[i], forward_nextdist[i]);
-  u[k] = (float)(forward_x[i] - x0);
-  v[k] = (float)(forward_y[i] - y0);
+  u[k] = (float)((forward_x[i] - x0) * scale);
+  v[k] = (float)((forward_y[i] - y0) * scale);
 }
 
 }  // namespace vemo

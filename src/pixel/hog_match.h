@@ -21,7 +21,8 @@
 
 namespace vemo {
 
-// Half-width of the search window.
+// Half-width of the search window: the method's, and the largest a search
+// may use (the 256-worker layout holds 2 * 80 + 1 columns).
 constexpr int kMatchRadius = 80;
 // Candidates stay this far from the image border so that every cell of their
 // descriptor (+-4 pixels) lies inside the image.
@@ -42,19 +43,20 @@ static_assert(2 * kMatchRadius + 1 <= kMatchWorkers, "each worker owns at most o
 VEMO_INLINE int hogCellDy(int k) { return (k / 3 - 1) * kHogCellStep; }
 VEMO_INLINE int hogCellDx(int k) { return (k % 3 - 1) * kHogCellStep; }
 
-// Inclusive search window around (ax, ay) in an image of the given size.
-// Empty (x0 > x1 or y0 > y1) for images of 24 pixels or less in a dimension;
-// a 25-pixel dimension leaves the single position 12.
+// Inclusive search window of half-width `radius` (1 .. kMatchRadius) around
+// (ax, ay) in an image of the given size. Empty (x0 > x1 or y0 > y1) for
+// images of 24 pixels or less in a dimension; a 25-pixel dimension leaves the
+// single position 12.
 struct MatchWindow {
   int x0, x1, y0, y1;
 };
 
-VEMO_INLINE MatchWindow matchSearchWindow(int ax, int ay, int height, int width) {
+VEMO_INLINE MatchWindow matchSearchWindow(int ax, int ay, int height, int width, int radius = kMatchRadius) {
   MatchWindow w;
-  w.y0 = ay - kMatchRadius > kMatchBorder ? ay - kMatchRadius : kMatchBorder;
-  w.y1 = ay + kMatchRadius < height - 1 - kMatchBorder ? ay + kMatchRadius : height - 1 - kMatchBorder;
-  w.x0 = ax - kMatchRadius > kMatchBorder ? ax - kMatchRadius : kMatchBorder;
-  w.x1 = ax + kMatchRadius < width - 1 - kMatchBorder ? ax + kMatchRadius : width - 1 - kMatchBorder;
+  w.y0 = ay - radius > kMatchBorder ? ay - radius : kMatchBorder;
+  w.y1 = ay + radius < height - 1 - kMatchBorder ? ay + radius : height - 1 - kMatchBorder;
+  w.x0 = ax - radius > kMatchBorder ? ax - radius : kMatchBorder;
+  w.x1 = ax + radius < width - 1 - kMatchBorder ? ax + radius : width - 1 - kMatchBorder;
   return w;
 }
 

@@ -16,9 +16,6 @@ namespace vemo {
 
 namespace {
 
-// Number of full-size passes after level 0, run without the match term.
-constexpr int kExtraFullSizePasses = 5;
-
 [[noreturn]] void refuse(const std::string& message) {
   std::fprintf(stderr, "%s\n", message.c_str());
   throw std::invalid_argument(message);
@@ -42,7 +39,8 @@ void checkArguments(const Backend& backend, int height, int width, int pitch, in
 FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const float* frame2, const float* geoU,
                                 const float* geoV, const float* geoConf, int hypos, int height, int width,
                                 int pitch, int nChan, float sigma, float alpha, float beta, float gamma, float eta,
-                                int fixedPointIterations, int solverIterations) {
+                                int fixedPointIterations, int solverIterations,
+                                const PyramidSettings& settings) {
   checkArguments(backend, height, width, pitch, nChan);
   const std::size_t fullPlane = static_cast<std::size_t>(pitch) * height;
 
@@ -78,9 +76,24 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   bool haveFlow = false;
   int flowHeight = 0, flowWidth = 0, flowPitch = 0;
   int iterations = solverIterations;
+  int outerIterations = fixedPointIterations;
+  // Levels finer than `finest` are not solved: the flow of level `finest`
+  // is enlarged to full size in one step.
+  const int finest = settings.finestLevel < nscales ? settings.finestLevel : nscales;
+  const auto enlargeFlow = [&](int hs, int ws, int ps, float enlarge) {
+    const int next = 1 - current;
+    backend.interpolate(flowU[next].data(), hs, ws, ps, flowU[current].data(), flowHeight, flowWidth, flowPitch,
+                        enlarge);
+    backend.scale(flowU[next].data(), hs, ws, ps, enlarge);
+    backend.interpolate(flowV[next].data(), hs, ws, ps, flowV[current].data(), flowHeight, flowWidth, flowPitch,
+                        enlarge);
+    backend.scale(flowV[next].data(), hs, ws, ps, enlarge);
+    current = next;
+  };
 
-  for (int s = nscales; s >= -kExtraFullSizePasses; --s) {
+  for (int s = nscales; s >= -settings.extraPasses; --s) {
     const int e = s >= 0 ? s : 0;
+    if (s >= 0 && s < finest) continue;
     if (pyramidLevelIsDegenerate(s, height, width, eta)) {
       stageLine("Increase eta or increase minimum dimension\n");
       continue;
@@ -118,23 +131,21 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     backend.openStretch(start_interp_warp);
     const bool coarsest = static_cast<float>(e) == static_cast<float>(nscales);
     if (s >= 0 || !haveFlow) {
-      const int next = 1 - current;
-      float* nu = flowU[next].data();
-      float* nv = flowV[next].data();
       if (coarsest || !haveFlow) {
         // A flow that was never computed (every coarser level skipped as
         // degenerate) starts from zero as well.
-        backend.clear(nu, plane);
-        backend.clear(nv, plane);
+        current = 1 - current;
+        backend.clear(flowU[current].data(), plane);
+        backend.clear(flowV[current].data(), plane);
       } else if (nscales > e) {
-        const float enlarge = 1.0f / eta;
-        backend.interpolate(nu, hs, ws, ps, flowU[current].data(), flowHeight, flowWidth, flowPitch, enlarge);
-        backend.scale(nu, hs, ws, ps, enlarge);
-        backend.interpolate(nv, hs, ws, ps, flowV[current].data(), flowHeight, flowWidth, flowPitch, enlarge);
-        backend.scale(nv, hs, ws, ps, enlarge);
+        enlargeFlow(hs, ws, ps, 1.0f / eta);
+      } else {
+        current = 1 - current;
       }
-      current = next;
       haveFlow = true;
+    } else if (flowHeight != hs || flowWidth != ws) {
+      // The first full-size pass after the finer levels were left out.
+      enlargeFlow(hs, ws, ps, 1.0f / powf(eta, static_cast<float>(finest)));
     } else if (coarsest) {
       backend.clear(flowU[current].data(), plane);
       backend.clear(flowV[current].data(), plane);
@@ -149,13 +160,17 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     } else {
       backend.setValue(conf.data(), hs, ws, ps, 1.0f);
     }
-    if (s == -1) iterations = 2 * solverIterations;
-    if (s < 0) backend.clear(levelGeoConf.data(), plane);
+    if (s == -1) {
+      iterations = settings.extraSolverFactor * solverIterations;
+      if (settings.extraFixedPointIterations >= 0) outerIterations = settings.extraFixedPointIterations;
+    }
+    if (s < 0 || powf(eta, static_cast<float>(e)) > settings.matchTermMaxScale)
+      backend.clear(levelGeoConf.data(), plane);
     backend.closeStretch(start_interp_warp, finish_interp_warp, timer_interp_warp);
 
     gNonLinearIteration(backend, level1.data(), warped, conf.data(), levelGeoU.data(), levelGeoV.data(),
                         levelGeoConf.data(), hypos, u, v, hs, ws, ps, nChan, alpha, beta,
-                        gamma * powf(eta, static_cast<float>(e)), fixedPointIterations, iterations, scratch.cg(),
+                        gamma * powf(eta, static_cast<float>(e)), outerIterations, iterations, scratch.cg(),
                         scratch.fp());
     flowHeight = hs;
     flowWidth = ws;
@@ -167,6 +182,11 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     flowPitch = backend.pitchFor(width);
     backend.clear(flowU[current].data(), fullPlane);
     backend.clear(flowV[current].data(), fullPlane);
+  } else if (flowHeight != height || flowWidth != width) {
+    // No full-size pass followed the finest level solved.
+    const int fullPitch = backend.pitchFor(width);
+    enlargeFlow(height, width, fullPitch, 1.0f / powf(eta, static_cast<float>(finest)));
+    flowPitch = fullPitch;
   }
 
   backend.settleStretches();

@@ -5,6 +5,21 @@
 
 namespace vemo {
 
+// The coarse-to-fine schedule beyond the method's parameters. The defaults
+// are the method's own.
+struct PyramidSettings {
+  int extraPasses = 5;        // full-size passes after level 0, without the match term
+  int extraSolverFactor = 2;  // their solver iterations: this many times the given count
+  // Levels larger than this fraction of the frame (eta^level above it) do
+  // without the match term, like the extra passes.
+  float matchTermMaxScale = 1.0f;
+  // The finest pyramid level solved (0: full size). Its flow is enlarged to
+  // full size for the extra passes, or as the result.
+  int finestLevel = 0;
+  // Fixed-point iterations of the extra passes; below 0: as the levels'.
+  int extraFixedPointIterations = -1;
+};
+
 // The flow of a run: two single planes of the full frame in backend memory.
 struct FlowPlanes {
   Buffer u;
@@ -16,8 +31,9 @@ struct FlowPlanes {
 // height x width with `pitch` floats per row, presmoothed by the caller),
 // given the match field geoU, geoV (displacements in pixels) and geoConf
 // (weights, 0 where there is no match). Runs the pyramid from the coarsest
-// level to full size, then five more full-size passes without the match term
-// and with twice the solver iterations. The inputs are not modified.
+// level to full size, then (by default) five more full-size passes without
+// the match term and with twice the solver iterations. The inputs are not
+// modified.
 //
 // Prints "# scales = N" at the start and the accumulated solver, assembly,
 // interpolation and downsampling times at the end. `hypos` is forwarded to
@@ -27,6 +43,7 @@ struct FlowPlanes {
 FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const float* frame2, const float* geoU,
                                 const float* geoV, const float* geoConf, int hypos, int height, int width,
                                 int pitch, int nChan, float sigma, float alpha, float beta, float gamma, float eta,
-                                int fixedPointIterations, int solverIterations);
+                                int fixedPointIterations, int solverIterations,
+                                const PyramidSettings& settings = {});
 
 }  // namespace vemo

@@ -64,16 +64,17 @@ float gCompute2DSum(const float* image, int height, int width, int pitch) {
 void consistencyCheck(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
                       const int* backward_x, const int* backward_y, const float* forward_dist,
                       const float* forward_nextdist, int subsize, float* Confidence, float* u, float* v,
-                      int height, int width, int pitch) {
+                      int height, int width, int pitch, int scale) {
   checkPlane("consistencyCheck", height, width, pitch);
+  if (scale < 1) refuseArguments("consistencyCheck: scale below 1");
   for (int i = 0; i < subsize; ++i)
-    if (m_x[i] < 0 || m_x[i] >= width || m_y[i] < 0 || m_y[i] >= height)
+    if (!consistencyPointInside(m_x[i], m_y[i], scale, height, width))
       refuseArguments("consistencyCheck: grid point " + std::to_string(i) + " (" + std::to_string(m_x[i]) + ", " +
                       std::to_string(m_y[i]) + ") lies outside the " + std::to_string(width) + "x" +
                       std::to_string(height) + " frame");
   for (int i = 0; i < subsize; ++i)
     consistencyCheckAt(m_x, m_y, forward_x, forward_y, backward_x, backward_y, forward_dist, forward_nextdist,
-                       Confidence, u, v, pitch, i);
+                       Confidence, u, v, pitch, i, scale);
 }
 
 }  // namespace vemo::cpu

@@ -16,9 +16,10 @@ float gCompute2DSum(const float* image, int height, int width, int pitch);
 // Writes the displacement and weight of every consistent match of the
 // `subsize` grid points into u, v and Confidence (frame-1 planes, cleared by
 // the caller). Points whose grid position lies outside the frame are refused.
+// Points on frames reduced by `scale` are written as consistencyCheckAt says.
 void consistencyCheck(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
                       const int* backward_x, const int* backward_y, const float* forward_dist,
                       const float* forward_nextdist, int subsize, float* Confidence, float* u, float* v,
-                      int height, int width, int pitch);
+                      int height, int width, int pitch, int scale = 1);
 
 }  // namespace vemo::cpu

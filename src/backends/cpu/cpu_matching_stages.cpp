@@ -54,15 +54,16 @@ void CpuMatchingStages::hogMatch(const HogMatchInputs& in, const int* mx, const 
                                  const HogMatchResults& out) {
   cpu::HOGMatch(in.Image1, in.Image2, in.HOG1, in.HOG2, in.Cornerness, in.checkCorner, in.Energy1, in.Energy2,
                 *in.average, out.match_x, out.match_y, out.match_dist, out.match_dist2, mx, my, n, in.height,
-                in.width, in.pitch);
+                in.width, in.pitch, in.radius);
 }
 
 void CpuMatchingStages::consistencyCheck(const int* m_x, const int* m_y, const int* forward_x,
                                          const int* forward_y, const int* backward_x, const int* backward_y,
                                          const float* forward_dist, const float* forward_nextdist, int n,
-                                         float* Confidence, float* u, float* v, int height, int width, int pitch) {
+                                         float* Confidence, float* u, float* v, int height, int width, int pitch,
+                                         int scale) {
   cpu::consistencyCheck(m_x, m_y, forward_x, forward_y, backward_x, backward_y, forward_dist, forward_nextdist, n,
-                        Confidence, u, v, height, width, pitch);
+                        Confidence, u, v, height, width, pitch, scale);
 }
 
 }  // namespace vemo

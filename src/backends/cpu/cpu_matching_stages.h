@@ -22,7 +22,7 @@ class CpuMatchingStages : public MatchingStages {
   void consistencyCheck(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
                         const int* backward_x, const int* backward_y, const float* forward_dist,
                         const float* forward_nextdist, int n, float* Confidence, float* u, float* v, int height,
-                        int width, int pitch) override;
+                        int width, int pitch, int scale) override;
 
   void releaseInts(int* data) noexcept override;
 };

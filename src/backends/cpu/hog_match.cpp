@@ -23,6 +23,7 @@ struct MatchArgs {
   const int *mx, *my;
   int height, width, pitch;
   const float* norm2;  // descriptor norms of frame 2
+  int radius;          // half-width of the search window
 };
 
 // What the search computes is fixed by the 256-worker layout of
@@ -208,7 +209,7 @@ bool matchPoint(const MatchArgs& a, int p, int seedX, int seedY) {
   const float e1 = a.Energy1[query];
   const float nq = descriptorNorm(desc);
 
-  const MatchWindow w = matchSearchWindow(ax, ay, a.height, a.width);
+  const MatchWindow w = matchSearchWindow(ax, ay, a.height, a.width, a.radius);
   const int columns = w.x1 >= w.x0 ? w.x1 - w.x0 + 1 : 0;
   Search s;
   s.reset(w.x0);
@@ -276,13 +277,14 @@ bool matchPoint(const MatchArgs& a, int p, int seedX, int seedY) {
 void HOGMatch(const float* Image1, const float* Image2, const float* HOG1, const float* HOG2,
               const float* Cornerness, int checkCorner, const float* Energy1, const float* Energy2, float average,
               int* match_x, int* match_y, float* match_dist, float* match_dist2, const int* mx, const int* my, int n,
-              int height, int width, int pitch) {
+              int height, int width, int pitch, int radius) {
   checkPlane("HOGMatch", height, width, pitch);
   if (n < 0) refuseArguments("HOGMatch: negative point count");
+  if (radius < 1 || radius > kMatchRadius) refuseArguments("HOGMatch: search radius out of range");
   const std::vector<float> norm2 = descriptorNorms(HOG2, height, width, pitch);
   const MatchArgs a{Image1,  Image2,  HOG1,       HOG2,        Cornerness, Energy1, Energy2, checkCorner,
                     average, match_x, match_y,    match_dist,  match_dist2, mx,     my,      height,
-                    width,   pitch,   norm2.data()};
+                    width,   pitch,   norm2.data(), radius};
   // Points take very different times (weak points end at once, border points
   // search smaller windows), so chunks are handed out dynamically. Each point
   // is computed alone, so the schedule does not change results.

@@ -118,7 +118,7 @@ __global__ void HOGMatch_kernel(MatchArgs a) {
   if (c < kHogBins) hogLoadDescriptorBin(a.in.HOG1, plane, pitch, kHogBins, ax, ay, c, desc);
   __syncthreads();
   const float e1 = a.in.Energy1[query];
-  const MatchWindow w = matchSearchWindow(ax, ay, a.in.height, a.in.width);
+  const MatchWindow w = matchSearchWindow(ax, ay, a.in.height, a.in.width, a.in.radius);
   const int columns = w.x1 >= w.x0 ? w.x1 - w.x0 + 1 : 0;
   MatchBest m = matchBestInit();
   if (c < columns)
@@ -153,11 +153,11 @@ __global__ void averageRowsKernel(const float* rowSums, int height, int width, f
 __global__ void consistencyCheck_kernel(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
                                   const int* backward_x, const int* backward_y, const float* forward_dist,
                                   const float* forward_nextdist, int n, float* Confidence, float* u, float* v,
-                                  int height, int width, int pitch) {
+                                  int height, int width, int pitch, int scale) {
   const int i = blockIdx.x * blockDim.x + threadIdx.x;
-  if (i < n && m_x[i] >= 0 && m_x[i] < width && m_y[i] >= 0 && m_y[i] < height)
+  if (i < n && consistencyPointInside(m_x[i], m_y[i], scale, height, width))
     consistencyCheckAt(m_x, m_y, forward_x, forward_y, backward_x, backward_y, forward_dist, forward_nextdist,
-                       Confidence, u, v, pitch, i);
+                       Confidence, u, v, pitch, i, scale);
 }
 
 constexpr std::size_t kIntChunk = 960;
@@ -296,6 +296,7 @@ void CudaMatchingStages::hogMatch(const HogMatchInputs& in, const int* mx, const
                                   const HogMatchResults& out) {
   checkPlane("HOGMatch", in.height, in.width, in.pitch);
   if (n < 0) refuseArguments("HOGMatch: negative point count");
+  if (in.radius < 1 || in.radius > kMatchRadius) refuseArguments("HOGMatch: search radius out of range");
   uploaded_.erase(out.match_x);  // overwritten on the device: the host copies no longer hold
   uploaded_.erase(out.match_y);
   if (n == 0) return;
@@ -306,8 +307,10 @@ void CudaMatchingStages::hogMatch(const HogMatchInputs& in, const int* mx, const
 void CudaMatchingStages::consistencyCheck(const int* m_x, const int* m_y, const int* forward_x,
                                           const int* forward_y, const int* backward_x, const int* backward_y,
                                           const float* forward_dist, const float* forward_nextdist, int n,
-                                          float* Confidence, float* u, float* v, int height, int width, int pitch) {
+                                          float* Confidence, float* u, float* v, int height, int width, int pitch,
+                                          int scale) {
   checkPlane("consistencyCheck", height, width, pitch);
+  if (scale < 1) refuseArguments("consistencyCheck: scale below 1");
   if (n <= 0) return;
   // The grid points address the planes: each is checked before any write,
   // from the copies kept when they were uploaded (the driver's case, no
@@ -325,14 +328,14 @@ void CudaMatchingStages::consistencyCheck(const int* m_x, const int* m_y, const 
     VEMO_CUDA_CALL(cudaMemcpy(ys.data(), m_y, n * sizeof(int), cudaMemcpyDeviceToHost));
   }
   for (int i = 0; i < n; ++i)
-    if (xs[i] < 0 || xs[i] >= width || ys[i] < 0 || ys[i] >= height)
+    if (!consistencyPointInside(xs[i], ys[i], scale, height, width))
       refuseArguments("consistencyCheck: grid point " + std::to_string(i) + " (" + std::to_string(xs[i]) + ", " +
                       std::to_string(ys[i]) + ") lies outside the " + std::to_string(width) + "x" +
                       std::to_string(height) + " frame");
   const int threads = 256;
   consistencyCheck_kernel<<<(n + threads - 1) / threads, threads>>>(m_x, m_y, forward_x, forward_y, backward_x,
                                                                     backward_y, forward_dist, forward_nextdist, n,
-                                                                    Confidence, u, v, height, width, pitch);
+                                                                    Confidence, u, v, height, width, pitch, scale);
   VEMO_CUDA_LAUNCHED("consistency check");
 }
 

@@ -150,15 +150,15 @@ TEST_F(CudaAgainstCpu, MatchingStagesAgreeWithTheCpu) {
   Twin fd = twin(planes(1, n, 1, [](int i, int, int) { return 10.0f + i % 4; }));
   Twin fd2 = twin(planes(1, n, 1, [](int i, int, int) { return i % 7 == 0 ? 2e9f : 12.5f + i % 3; }));
   cm->consistencyCheck(mx.cpu.data(), my.cpu.data(), fwdX.cpu.data(), fwdY.cpu.data(), backX.cpu.data(),
-                       backY.cpu.data(), fd.c(), fd2.c(), n, confOut.c(), u.c(), v.c(), H, W, pitch);
+                       backY.cpu.data(), fd.c(), fd2.c(), n, confOut.c(), u.c(), v.c(), H, W, pitch, 1);
   gm->consistencyCheck(mx.gpu.data(), my.gpu.data(), fwdX.gpu.data(), fwdY.gpu.data(), backX.gpu.data(),
-                       backY.gpu.data(), fd.g(), fd2.g(), n, confOut.g(), u.g(), v.g(), H, W, pitch);
+                       backY.gpu.data(), fd.g(), fd2.g(), n, confOut.g(), u.g(), v.g(), H, W, pitch, 1);
   expectSame(confOut, "match weights");
   expectSame(u, "match u");
   expectSame(v, "match v");
   EXPECT_THROW(gm->consistencyCheck(fwdX.gpu.data(), fwdY.gpu.data(), fwdX.gpu.data(), fwdY.gpu.data(),
                                     backX.gpu.data(), backY.gpu.data(), fd.g(), fd2.g(), n, confOut.g(), u.g(),
-                                    v.g(), H, W, pitch),
+                                    v.g(), H, W, pitch, 1),
                BackendError)
       << "grid points shifted past the right edge";
 }
