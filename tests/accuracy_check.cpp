@@ -1,7 +1,8 @@
 // End-point error of the complete method on real frame pairs against the
 // values recorded in tests/accuracy_table.tsv, on three of its pairs (one
 // each from FlyingChairs, Middlebury and Sintel; the whole table takes
-// minutes of CPU time and scripts/accuracy.sh prints it). A pair whose error
+// minutes of CPU time and scripts/accuracy.sh prints it), and of each other
+// preset on one pair against tests/preset_accuracy.tsv. A pair whose error
 // grows by more than a small margin fails; a pair that improved by more than
 // the margin is reported so that the table can be brought up to date. Skips
 // where the data folder is absent.
@@ -9,12 +10,16 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "driver/flow_metrics.h"
+#include "backends/backend_factory.h"
 #include "driver/optic_flow.h"
+#include "driver/pair_flow.h"
+#include "driver/presets.h"
 #include "driver/run_flow.h"
 #include "image/read_image.h"
 
@@ -98,6 +103,61 @@ TEST_P(Accuracy, EndPointErrorDoesNotRegress) {
     std::printf("%s improved beyond the margin: update tests/accuracy_table.tsv\n", row.pair.c_str());
   }
 }
+
+// One row of tests/preset_accuracy.tsv: a preset's error on one pair.
+struct PresetRow {
+  std::string preset, pair;
+  double epe = 0.0;
+};
+
+std::vector<PresetRow> readPresetTable() {
+  std::vector<PresetRow> rows;
+  std::ifstream in(VEMO_SOURCE_DIR "/tests/preset_accuracy.tsv");
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.empty() || line[0] == '#') continue;
+    std::istringstream fields(line);
+    PresetRow row;
+    if (fields >> row.preset >> row.pair >> row.epe) rows.push_back(row);
+  }
+  return rows;
+}
+
+void PrintTo(const PresetRow& row, std::ostream* os) { *os << row.preset << " on " << row.pair; }
+
+class PresetAccuracy : public testing::TestWithParam<PresetRow> {};
+
+TEST(PresetAccuracyTable, CoversEveryPresetButDefault) {
+  const std::vector<PresetRow> rows = readPresetTable();
+  for (const FlowPreset& preset : flowPresets()) {
+    int count = 0;
+    for (const PresetRow& row : rows) count += row.preset == preset.name;
+    EXPECT_EQ(count, preset.name == "default" ? 0 : 1) << preset.name;
+  }
+}
+
+TEST_P(PresetAccuracy, EndPointErrorDoesNotRegress) {
+  const PresetRow& row = GetParam();
+  const std::string dir = std::string(VEMO_DATA_DIR) + "/" + row.pair;
+  if (!isDirectory(dir)) GTEST_SKIP() << "no data folder " << dir;
+  CTensor<float> frame1, frame2, truth;
+  NImageIO::readImage(dir + "/frame1.ppm", frame1);
+  NImageIO::readImage(dir + "/frame2.ppm", frame2);
+  COpticFlow::readMiddlebury((dir + "/gt.flo").c_str(), truth);
+  const FlowPreset& preset = findPreset(row.preset);
+  std::unique_ptr<vemo::Backend> backend = vemo::makeBackend();
+  testing::internal::CaptureStdout();
+  const CTensor<float> flow = flowBetween(*backend, frame1, frame2, preset.sigma, preset.parameters);
+  testing::internal::GetCapturedStdout();
+  const double epe = evaluateFlow(flow, truth).epe;
+  std::printf("%s\t%s\t%.4f\t(recorded %.4f)\n", row.preset.c_str(), row.pair.c_str(), epe, row.epe);
+  EXPECT_LE(epe, row.epe + margin(row.epe)) << row.preset << " got worse on " << row.pair;
+  if (epe < row.epe - margin(row.epe))
+    std::printf("%s improved beyond the margin: update tests/preset_accuracy.tsv\n", row.preset.c_str());
+}
+
+INSTANTIATE_TEST_SUITE_P(RealPairs, PresetAccuracy, testing::ValuesIn(readPresetTable()),
+                         [](const testing::TestParamInfo<PresetRow>& info) { return info.param.preset; });
 
 INSTANTIATE_TEST_SUITE_P(RealPairs, Accuracy, testing::ValuesIn(testedRows()),
                          [](const testing::TestParamInfo<Row>& info) { return info.param.pair; });

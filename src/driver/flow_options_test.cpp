@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "driver/presets.h"
+
 namespace {
 
 bool parse(std::vector<std::string> args, FlowOptions& options, std::string& error) {
@@ -86,4 +88,31 @@ TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
   EXPECT_NE(error.find("3x"), std::string::npos) << error;
   parse({"a", "b", "-o", "f.flo", "--device", "cuda:x"}, o, error);
   EXPECT_NE(error.find("auto, cpu, cuda or cuda:N"), std::string::npos) << error;
+}
+
+// A preset sets every value of the method; options of the method given
+// explicitly win whether they stand before or after it, and a misspelt
+// name is refused with the valid ones.
+TEST(FlowOptions, PresetSetsTheMethodAndExplicitOptionsOverrideIt) {
+  FlowOptions o;
+  std::string error;
+  const FlowPreset& fast = findPreset("fast");
+  ASSERT_TRUE(parse({"--solver-iters", "7", "a", "b", "-o", "f.flo", "--preset", "fast", "--sigma=0"}, o, error))
+      << error;
+  EXPECT_EQ(o.method.solverIterations, 7);
+  EXPECT_EQ(o.sigma, 0.0f);
+  EXPECT_EQ(o.method.eta, fast.parameters.eta);
+  EXPECT_EQ(o.method.fixedPointIterations, fast.parameters.fixedPointIterations);
+  EXPECT_EQ(o.method.matching.gridStep, fast.parameters.matching.gridStep);
+  EXPECT_EQ(o.method.pyramid.extraPasses, fast.parameters.pyramid.extraPasses);
+
+  ASSERT_TRUE(parse({"a", "b", "-o", "f.flo"}, o, error)) << error;
+  EXPECT_EQ(o.preset, "default");
+  EXPECT_EQ(o.sigma, 0.8f);
+  EXPECT_EQ(o.method.alpha, 30.0f);
+  EXPECT_EQ(o.method.fixedPointIterations, 5);
+  EXPECT_EQ(o.method.pyramid.extraPasses, 5);
+
+  EXPECT_FALSE(parse({"a", "b", "-o", "f.flo", "--preset", "fats"}, o, error));
+  EXPECT_NE(error.find("ultrafast, fast, default, quality"), std::string::npos) << error;
 }
