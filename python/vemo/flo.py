@@ -58,7 +58,7 @@ def write_flo(path: PathLike, flow: np.ndarray) -> None:
 
     The values are stored as float32 (other float dtypes are converted).
     The file is written beside its target and renamed onto it, so a reader
-    never sees a partial file. Raises TypeError or ValueError for another
+    never sees a partial file; missing folders of the path are made. Raises TypeError or ValueError for another
     dtype or shape and OSError when the file cannot be written.
     """
     if not isinstance(flow, np.ndarray):
@@ -70,6 +70,7 @@ def write_flo(path: PathLike, flow: np.ndarray) -> None:
     height, width = flow.shape[:2]
     target = os.fspath(path)
     folder = os.path.dirname(os.path.abspath(target))
+    os.makedirs(folder, exist_ok=True)
     fd, temp = tempfile.mkstemp(prefix=".vemo-", suffix=".flo.tmp", dir=folder)
     try:
         with os.fdopen(fd, "wb") as f:

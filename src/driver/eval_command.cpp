@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,6 +34,37 @@ std::string usage() {
          "                           dark blue)\n"
          "      --error-scale E      error (px) shown as white (default 3)\n"
          "  -h, --help               show this text\n";
+}
+
+// Checks that file is a complete .flo file before the reader sees it: the
+// tag PIEH, sizes that are not negative and a length that matches them
+// (the reader itself, as vemo uses it, ignores the tag). Returns "" or what
+// is wrong.
+std::string floProblem(const std::string& file) {
+  FILE* f = std::fopen(file.c_str(), "rb");
+  if (f == nullptr) return std::strerror(errno);
+  unsigned char header[12];
+  const size_t got = std::fread(header, 1, sizeof header, f);
+  const bool seekable = std::fseek(f, 0, SEEK_END) == 0;
+  const long length = seekable ? std::ftell(f) : -1;
+  std::fclose(f);
+  if (got < sizeof header || std::memcmp(header, "PIEH", 4) != 0)
+    return "not a .flo flow file (it does not start with the tag PIEH)";
+  const auto field = [&header](int at) {
+    return static_cast<int32_t>(static_cast<uint32_t>(header[at]) | static_cast<uint32_t>(header[at + 1]) << 8 |
+                                static_cast<uint32_t>(header[at + 2]) << 16 |
+                                static_cast<uint32_t>(header[at + 3]) << 24);
+  };
+  const long long width = field(4), height = field(8);
+  const std::string size = std::to_string(width) + " x " + std::to_string(height);
+  if (width < 0 || height < 0) return "a damaged .flo file: its header says " + size + " vectors";
+  const long long expected = 12 + 8 * width * height;
+  if (length != expected) {
+    return "a damaged .flo file: its header says " + size + " vectors (" + std::to_string(expected) +
+           " bytes) but it holds " + std::to_string(length) + " bytes";
+  }
+  if (width == 0 || height == 0) return "the flow is empty (" + size + " vectors)";
+  return std::string();
 }
 
 int commandLineError(const std::string& error) {
@@ -79,15 +111,15 @@ int runEvalProgram(int argc, char** argv) {
   }
   if (files.size() != 2) return commandLineError("a flow file and a ground-truth file are needed");
 
-  // The flow reader reports an unopenable file on standard output; check
-  // first so that standard output carries nothing but the report.
+  // The flow reader reports an unopenable file on standard output and reads
+  // any tag; check first so that standard output carries nothing but the
+  // report and a file of another kind is named as such.
   for (const std::string& file : files) {
-    FILE* probe = std::fopen(file.c_str(), "rb");
-    if (probe == nullptr) {
-      std::fprintf(stderr, "%s: cannot read %s: %s\n", kProgram, file.c_str(), std::strerror(errno));
+    const std::string problem = floProblem(file);
+    if (!problem.empty()) {
+      std::fprintf(stderr, "%s: cannot read %s: %s\n", kProgram, file.c_str(), problem.c_str());
       return 1;
     }
-    std::fclose(probe);
   }
   CTensor<float> flow, truth;
   COpticFlow::readMiddlebury(files[0].c_str(), flow);

@@ -20,7 +20,9 @@ namespace {
 
 int runSinglePair(const FlowOptions& o, const std::string& backend) {
   const PairOutputs out{o.output, o.viz, o.backward, o.occlusions};
-  for (const std::string& name : out.names()) checkOutputDirectory(name);
+  checkReadable(o.frame1);
+  checkReadable(o.frame2);
+  prepareOutputs(out, o);
   CTensor<float> frame1, frame2;
   NImageIO::readImage(o.frame1, frame1);
   NImageIO::readImage(o.frame2, frame2);
@@ -53,7 +55,7 @@ int runSequence(const FlowOptions& o, const std::string& backend) {
     const auto nameOf = [n](const std::string& pattern) { return pattern.empty() ? pattern : frameName(pattern, n); };
     return PairOutputs{nameOf(o.output), nameOf(o.viz), nameOf(o.backward), nameOf(o.occlusions)};
   };
-  for (const std::string& name : outputsOf(frames[0]).names()) checkOutputDirectory(name);
+  prepareOutputs(outputsOf(frames[0]), o);
   const int pairs = static_cast<int>(frames.size()) - 1;
   const double start = wallSeconds();
   CProgress progress(stderr, pairs, isatty(STDERR_FILENO) == 1);

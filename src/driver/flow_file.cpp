@@ -154,7 +154,6 @@ void COpticFlow::writeMiddlebury(CTensor<float>& flow, const char* filename) {
 }
 
 void COpticFlow::writeMiddleburyAtomically(CTensor<float>& flow, const std::string& filename) {
-  if (!hasFloExtension(filename.c_str())) std::printf("%s should have extension '.flo'\n", filename.c_str());
   CAtomicFile output(filename);
   writeFlo(flow, output.tempPath(), filename.c_str());
   output.commit();

@@ -1,9 +1,12 @@
 #include "driver/pair_run.h"
 
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 
 #include "backends/backend_factory.h"
@@ -14,6 +17,7 @@
 #include "driver/pair_flow.h"
 #include "driver/optic_flow.h"
 #include "driver/run_flow.h"
+#include "image/atomic_file.h"
 #include "image/exceptions.h"
 #include "image/write_picture.h"
 
@@ -73,13 +77,48 @@ void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, con
   }
 }
 
-void checkOutputDirectory(const std::string& name) {
+void prepareOutput(const std::string& name, const char* example) {
   if (name.empty()) return;
+  struct stat info;
+  if (stat(name.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+    std::fprintf(stderr, "%s: cannot write %s: it is a folder; name a file in it, such as %s/%s\n", kFlowProgram,
+                 name.c_str(), name.c_str(), example);
+    throw EFileNotFound();
+  }
+  const std::string folders = makeFoldersFor(name);
   const size_t slash = name.find_last_of('/');
   const std::string dir = slash == std::string::npos ? "." : (slash == 0 ? "/" : name.substr(0, slash));
-  if (access(dir.c_str(), W_OK) != 0) {
-    std::fprintf(stderr, "%s: cannot write %s: directory %s is missing or not writable\n", kFlowProgram,
-                 name.c_str(), dir.c_str());
+  if (!folders.empty() || access(dir.c_str(), W_OK) != 0) {
+    std::fprintf(stderr, "%s: cannot write %s: %s\n", kFlowProgram, name.c_str(),
+                 folders.empty() ? ("folder " + dir + " is not writable").c_str() : folders.c_str());
+    throw EFileNotFound();
+  }
+}
+
+void prepareOutputs(const PairOutputs& first, const FlowOptions& o) {
+  prepareOutput(first.flow, "flow.flo");
+  prepareOutput(first.backward, "back.flo");
+  prepareOutput(first.viz, "flow.png");
+  prepareOutput(first.occlusions, "occlusions.png");
+  for (const std::string* name : {&o.output, &o.backward}) {
+    const size_t dot = name->find_last_of("./");
+    if (!name->empty() && (dot == std::string::npos || name->compare(dot, std::string::npos, ".flo") != 0)) {
+      std::fprintf(stderr, "%s: warning: %s does not end in .flo; it is written as a .flo file all the same\n",
+                   kFlowProgram, name->c_str());
+    }
+  }
+}
+
+void checkReadable(const std::string& frame) {
+  struct stat info;
+  const char* problem = nullptr;
+  if (stat(frame.c_str(), &info) != 0 || access(frame.c_str(), R_OK) != 0) {
+    problem = std::strerror(errno);
+  } else if (S_ISDIR(info.st_mode)) {
+    problem = "it is a folder, not a frame";
+  }
+  if (problem != nullptr) {
+    std::fprintf(stderr, "%s: cannot read %s: %s\n", kFlowProgram, frame.c_str(), problem);
     throw EFileNotFound();
   }
 }

@@ -32,9 +32,19 @@ std::string selectBackend(const vemo::DeviceRequest& device);
 void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, const std::string& name1,
                  const std::string& name2, bool quiet);
 
-// Fails (message, EFileNotFound) before any computing when the directory of
-// an output cannot take files. An empty name is no output.
-void checkOutputDirectory(const std::string& name);
+// Before any computing: refuses (message, EFileNotFound) an output that
+// names a folder, makes the folders an output's path needs and refuses one
+// whose folder cannot take files. `example` is a file name to suggest for a
+// folder ("flow.flo"). An empty name is no output.
+void prepareOutput(const std::string& name, const char* example);
+
+// prepareOutput for every output of the first pair, then one warning per
+// flow output (-o, --backward) whose name does not end in .flo.
+void prepareOutputs(const PairOutputs& first, const FlowOptions& options);
+
+// Refuses, before any decoding, a frame file that cannot be read or is a
+// folder (message naming it, EFileNotFound).
+void checkReadable(const std::string& frame);
 
 // Computes the pair (frame1 to frame2, and back when --backward or
 // --occlusions ask for it) and writes its outputs. With --timings the stage

@@ -85,9 +85,10 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
     };
     return PairOutputs{nameOf(o.output), nameOf(o.viz), nameOf(o.backward), nameOf(o.occlusions)};
   };
-  for (const std::string& name : outputsOf(o.start).names()) checkOutputDirectory(name);
+  checkReadable(o.video);
+  prepareOutputs(outputsOf(o.start), o);
   if (!o.vizVideo.empty()) {
-    checkOutputDirectory(o.vizVideo);
+    prepareOutput(o.vizVideo, "flow.mp4");
     CVideoWriter::checkName(o.vizVideo);
   }
 
