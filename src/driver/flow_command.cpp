@@ -97,8 +97,9 @@ int runFlowProgram(int argc, char** argv) {
     return 0;
   }
   if (options.threads > 0) omp_set_num_threads(options.threads);
-  // The pipeline's stage lines on standard output only with --timings.
-  vemo::setStageLines(options.timings);
+  // The pipeline's own stage lines are the vemo program's; --timings prints
+  // labelled ones instead (pair_run).
+  vemo::setStageLines(false);
   const std::string backend = selectBackend(options.device);
   if (!options.video.empty()) return runVideoFlow(options, backend);
   return options.sequence.empty() ? runSinglePair(options, backend) : runSequence(options, backend);

@@ -7,10 +7,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 #include <iostream>
 
 #include "backends/backend_factory.h"
 #include "backends/cuda/device_probe.h"
+#include "common/timer.h"
 #include "driver/flow_picture.h"
 #include "driver/flow_stages.h"
 #include "driver/occlusion.h"
@@ -20,13 +22,41 @@
 #include "image/atomic_file.h"
 #include "image/exceptions.h"
 #include "image/write_picture.h"
+#include "matching/hog_match_driver.h"
+#include "variational/pyramid.h"
+#include "variational/solver_timers.h"
 
 namespace {
 
 constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid point
 
+// The stage times of the flow just computed, one labelled line per stage
+// (the pipeline's own lines are the vemo program's format and stay off).
+// The fixed-point iterations include their linear solves.
+void printTimings(int width, int height, float eta) {
+  int levels = 0;
+  const int scales = vemo::pyramidScaleCount(height, width, eta);
+  for (int s = 0; s <= scales; ++s) levels += vemo::pyramidLevelIsDegenerate(s, height, width, eta) ? 0 : 1;
+  std::printf("  %d x %d pixels, matching grid %d x %d points, %d pyramid level%s\n", width, height,
+              vemo::matchGridCount(width), vemo::matchGridCount(height), levels, levels == 1 ? "" : "s");
+  const std::pair<const char*, double> lines[] = {
+      {"  presmoothing", timer_filter},
+      {"  upload and download", timer_memcpy1},
+      {"  descriptor matching", timer_HOG},
+      {"    descriptors", timer_hogc},
+      {"    matching", timer_hogmatch},
+      {"  variational part", timer_var},
+      {"    fixed-point iterations", timer_makematrix},
+      {"      linear solves", timer_solver},
+      {"    warping", timer_interp_warp},
+      {"    downsampling", timer_down},
+  };
+  for (const auto& line : lines) std::printf("%-28s%10.2f ms\n", line.first, line.second);
+  std::printf("%-28s%10.2f ms\n", "  total", timer_total);
+}
+
 // The flow from `from` to `to`; with --timings, under a line naming it and
-// with its own stage times.
+// followed by its own stage times.
 CTensor<float> labelledFlow(vemo::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
                             const FlowOptions& o, const char* direction, const std::string& fromName,
                             const std::string& toName) {
@@ -34,8 +64,11 @@ CTensor<float> labelledFlow(vemo::Backend& backend, const CTensor<float>& from, 
     resetStageTimers();
     std::printf("%s flow %s -> %s:\n", direction, fromName.c_str(), toName.c_str());
   }
-  return flowBetween(backend, from, to, o.sigma,
-                     FlowParameters{o.alpha, o.beta, o.gamma, o.eta, o.fixedPointIterations, o.solverIterations});
+  CTensor<float> flow = flowBetween(backend, from, to, o.sigma, FlowParameters{o.alpha, o.beta, o.gamma, o.eta,
+                                                                                 o.fixedPointIterations,
+                                                                                 o.solverIterations});
+  if (o.timings) printTimings(from.xSize, from.ySize, o.eta);
+  return flow;
 }
 
 }  // namespace
