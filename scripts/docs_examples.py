@@ -241,8 +241,10 @@ def main(argv: Optional[List[str]] = None) -> int:
                     print(f"docs: ok      {block.where} ({time.perf_counter() - t:.1f} s)")
                     continue
                 failed += 1
+                tail = "\n".join(out.splitlines()[-40:])
                 print(f"docs: FAILED  {block.where} (status {status}) in {folder}\n--- {block.language}\n"
-                      f"{block.code}--- output\n{out}---")
+                      f"{block.code}--- output (last 40 lines)\n{tail}\n---")
+                a.keep = True  # the folder of a failure stays for a look
             if not a.keep:
                 shutil.rmtree(folder)
             else:
