@@ -6,7 +6,6 @@
 #include <new>
 
 #include "backends/backend.h"
-#include "common/device_failures.h"
 #include "common/stage_lines.h"
 #include "engine.h"
 #include "flow_tools.h"
@@ -45,8 +44,6 @@ NB_MODULE(_vemo, m) {
   // The stage timings and progress lines the programs print do not belong
   // in a library's standard output.
   vemo::setStageLines(false);
-  // A device fault raises RuntimeError rather than ending the interpreter.
-  vemo::setDeviceFailuresThrow(true);
   nb::register_exception_translator(&translate);
   vemopy::bindEngine(m);
   vemopy::bindFlowTools(m);
