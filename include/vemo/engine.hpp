@@ -62,4 +62,8 @@ class Engine {
   std::unique_ptr<Impl> impl_;
 };
 
+// The number of CUDA devices this build can use here (0 without a usable
+// GPU, or in a build without the CUDA backend).
+int cuda_devices();
+
 }  // namespace vemo

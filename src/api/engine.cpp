@@ -160,4 +160,9 @@ FlowPair Engine::flow_pair(const ImageView& frame1, const ImageView& frame2, con
   return pair;
 }
 
+int cuda_devices() {
+  const CudaProbe& probe = probeCudaDevice();
+  return probe.usable ? probe.devices : 0;
+}
+
 }  // namespace vemo

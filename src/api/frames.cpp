@@ -37,7 +37,6 @@ void copyPlanes(const ImageView& view, CTensor<float>& out, Convert value) {
 
 void checkView(const ImageView& view, const char* what, int minSide) {
   const std::string name(what);
-  if (view.data == nullptr) throw InvalidInput(name + " has no pixels (a null data pointer)");
   if (view.type != PixelType::UInt8 && view.type != PixelType::UInt16 && view.type != PixelType::Float32)
     throw InvalidInput(name + " has an unknown pixel type; use UInt8, UInt16 or Float32");
   if (view.channels != 1 && view.channels != 3)
@@ -50,6 +49,7 @@ void checkView(const ImageView& view, const char* what, int minSide) {
     throw InvalidInput(name + " is " + sizeText(view.width, view.height) + " pixels; frames need at least " +
                        sizeText(minSide, minSide) + ", sides up to " + std::to_string(side) + " and at most " +
                        std::to_string(NImageIO::kMaxImagePixels) + " pixels");
+  if (view.data == nullptr) throw InvalidInput(name + " has no pixels (a null data pointer)");
   const std::size_t sample = bytes_per_sample(view.type);
   const std::ptrdiff_t packed = static_cast<std::ptrdiff_t>(view.width) * view.channels * sample;
   if (view.stride != 0 && view.stride < packed)
