@@ -11,6 +11,7 @@
 #include <new>
 #include <string>
 
+#include "common/diagnostics.h"
 #include "driver/optic_flow.h"
 #include "image/atomic_file.h"
 #include "image/ppm_write.h"
@@ -66,6 +67,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::string dir = argv[1];
+  vemo::setMessagePrefix("vemo-synth: ");
   const std::string folders = makeFoldersFor(dir + "/frame1.ppm");
   if (!folders.empty()) {
     std::fprintf(stderr, "vemo-synth: cannot write %s/frame1.ppm: %s\n", dir.c_str(), folders.c_str());

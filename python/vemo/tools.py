@@ -15,8 +15,8 @@ def read_frame(path: PathLike) -> np.ndarray:
     """A PNG (8 or 16 bit), JPEG or binary PGM/PPM frame as vemo-flow reads
     it: float32 H x W x 3 on the 0..255 scale, grey replicated.
 
-    Raises FileNotFoundError for a missing file, ValueError for one that
-    cannot be decoded.
+    Raises FileNotFoundError for a missing file, OSError (with the reason)
+    for one that cannot be read or decoded.
     """
     name = os.fspath(path)
     if not os.path.isfile(name):

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/diagnostics.h"
 #include "driver/flow_metrics.h"
 #include "driver/flow_picture.h"
 #include "driver/optic_flow.h"
@@ -75,6 +76,8 @@ int commandLineError(const std::string& error) {
 }  // namespace
 
 int runEvalProgram(int argc, char** argv) {
+  // The library's messages name the program too.
+  vemo::setMessagePrefix("vemo-eval: ");
   bool json = false;
   std::string errorMap;
   float errorScale = 3.0f;

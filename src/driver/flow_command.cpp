@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "backends/backend_factory.h"
+#include "common/diagnostics.h"
 #include "common/stage_lines.h"
 #include "driver/flow_options.h"
 #include "driver/pair_run.h"
@@ -86,6 +87,8 @@ int runSequence(const FlowOptions& o, const std::string& backend) {
 }  // namespace
 
 int runFlowProgram(int argc, char** argv) {
+  // The library's messages name the program too.
+  vemo::setMessagePrefix("vemo-flow: ");
   FlowOptions options;
   std::string error;
   if (!parseFlowOptions(argc, argv, options, error)) {

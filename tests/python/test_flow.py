@@ -88,7 +88,7 @@ def test_bad_frames_are_refused_before_any_work(pair, change, error, message):
 
 @pytest.mark.parametrize(
     "arguments, message",
-    [(dict(eta=1.0), "eta"), (dict(eta=0.0), "eta"), (dict(solver_iters=-1), "solver_iters"),
+    [(dict(eta=1.0), "eta"), (dict(eta=float("inf")), "eta"), (dict(solver_iters=-1), "solver_iters"),
      (dict(alpha=float("nan")), "alpha"), (dict(device="gpu"), "device"), (dict(threads=0), "threads")],
 )
 def test_bad_parameters_raise_value_error(pair, arguments, message):
