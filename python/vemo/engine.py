@@ -8,6 +8,7 @@ from typing import NamedTuple, Optional
 import numpy as np
 
 from . import _vemo
+from .options import check_device, check_parameters, check_threads, warn_fallback
 
 
 class PairFlow(NamedTuple):
@@ -22,9 +23,13 @@ class PairFlow(NamedTuple):
     is hidden in frame 2 or leaves the frame)."""
 
 
-def _array(frame: object, name: str) -> object:
+def _array(frame: object, name: str) -> np.ndarray:
+    """A frame as the module takes it: a numpy array in the machine's byte
+    order (a big-endian array is converted, values unchanged)."""
     if not isinstance(frame, np.ndarray):
         raise TypeError(f"{name} must be a numpy array, not {type(frame).__name__}")
+    if not frame.dtype.isnative:
+        return frame.astype(frame.dtype.newbyteorder("="))
     return frame
 
 
@@ -32,20 +37,28 @@ class Engine:
     """One backend, and the buffers it keeps, for many frame pairs.
 
     ``device`` is ``"auto"`` (the CUDA GPU where one is usable, else the
-    CPU), ``"cpu"`` or ``"cuda"`` (RuntimeError when no GPU can be used).
+    CPU), ``"cpu"``, ``"cuda"`` (device 0) or ``"cuda:N"``. A CUDA device
+    that cannot be used gives a RuntimeWarning saying why, and the engine
+    runs on the CPU, as ``vemo-flow --device cuda`` does (make the warning
+    an error with ``warnings.simplefilter("error", RuntimeWarning)``).
     ``threads`` limits the OpenMP threads of the CPU stages (None: all
-    cores, or ``OMP_NUM_THREADS``); results do not depend on it.
+    cores, or ``OMP_NUM_THREADS``); results do not depend on it. Wrong
+    types raise TypeError, names and counts out of range ValueError.
 
     The computations release the GIL, so other threads can read or write
     files meanwhile; computations of several threads take turns.
     """
 
     def __init__(self, device: str = "auto", threads: Optional[int] = None) -> None:
-        if threads is not None and (isinstance(threads, bool) or not isinstance(threads, int)):
-            raise TypeError(f"threads must be an int or None, not {type(threads).__name__}")
-        if threads is not None and not 1 <= threads <= 1024:
-            raise ValueError(f"threads must be from 1 to 1024, not {threads}")
-        self._engine = _vemo.Engine(device, 0 if threads is None else threads)
+        device = check_device(device)
+        count = check_threads(threads) or 0
+        try:
+            self._engine = _vemo.Engine(device, count)
+        except RuntimeError as error:
+            if not device.startswith("cuda"):
+                raise
+            warn_fallback(device, str(error))
+            self._engine = _vemo.Engine("cpu", count)
 
     @property
     def device(self) -> str:
@@ -83,10 +96,9 @@ class Engine:
         any work), MemoryError when the run does not fit in memory and
         RuntimeError for a failure of the backend.
         """
-        return self._engine.flow(
-            _array(frame1, "frame1"), _array(frame2, "frame2"),
-            sigma, alpha, beta, gamma, eta, fixed_point_iters, solver_iters,
-        )
+        p = check_parameters(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
+                             fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+        return self._engine.flow(_array(frame1, "frame1"), _array(frame2, "frame2"), **p)
 
     def flow_pair(
         self,
@@ -109,10 +121,9 @@ class Engine:
         ``vemo-flow --backward --occlusions``. Frames, parameters and errors
         as for :meth:`flow`.
         """
-        forward, backward, occluded = self._engine.flow_pair(
-            _array(frame1, "frame1"), _array(frame2, "frame2"),
-            sigma, alpha, beta, gamma, eta, fixed_point_iters, solver_iters,
-        )
+        p = check_parameters(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
+                             fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+        forward, backward, occluded = self._engine.flow_pair(_array(frame1, "frame1"), _array(frame2, "frame2"), **p)
         return PairFlow(forward, backward, occluded)
 
 

@@ -2,26 +2,23 @@
 
 from __future__ import annotations
 
-import os
 from typing import Optional
 
 import numpy as np
 
 from . import _vemo
-from .flo import PathLike
+from .paths import PathLike, readable_file
 
 
 def read_frame(path: PathLike) -> np.ndarray:
     """A PNG (8 or 16 bit), JPEG or binary PGM/PPM frame as vemo-flow reads
     it: float32 H x W x 3 on the 0..255 scale, grey replicated.
 
-    Raises FileNotFoundError for a missing file, OSError (with the reason)
-    for one that cannot be read or decoded.
+    Raises FileNotFoundError for a missing file, IsADirectoryError for a
+    folder, ValueError for a device or pipe, and OSError (with the reason)
+    for a file that cannot be read or decoded.
     """
-    name = os.fspath(path)
-    if not os.path.isfile(name):
-        raise FileNotFoundError(f"no such frame: {name}")
-    return _vemo.read_frame(name)
+    return _vemo.read_frame(readable_file(path, "frame"))
 
 
 def _flow32(flow: np.ndarray, name: str) -> np.ndarray:

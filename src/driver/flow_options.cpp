@@ -1,6 +1,7 @@
 #include "driver/flow_options.h"
 
 #include <cerrno>
+#include <cfloat>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -84,7 +85,7 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
          // only the full-size passes run; at 1 the number of scales is
          // undefined.
          float eta = 0.0f;
-         if (!parseFloat(v, -3e38f, 3e38f, false, eta)) return std::string("expects a finite number");
+         if (!parseFloat(v, -FLT_MAX, FLT_MAX, false, eta)) return std::string("expects a finite number");
          if (eta == 1.0f) return std::string("cannot be 1 (a pyramid that never shrinks has no number of scales)");
          o.eta = eta;
          return std::string();
@@ -220,15 +221,21 @@ std::string flowUsage(const char* program) {
          "      --backward FILE      also compute the flow from FRAME2 to FRAME1\n"
          "      --occlusions FILE.png  mask of pixels (white) whose forward and backward\n"
          "                           flows do not agree: occluded or leaving the frame\n"
-         "Method:\n"
-         "      --sigma S            presmoothing std. deviation (default 0.8)\n"
-         "      --alpha A            smoothness weight (default 30)\n"
-         "      --beta B             descriptor-matching weight (default 300)\n"
-         "      --gamma G            gradient-constancy weight (default 5)\n"
-         "      --eta E              pyramid scaling factor (default 0.95; not 1; outside\n"
-         "                           0..1 no pyramid: only the full-size passes run)\n"
-         "      --fixed-point-iters N  outer iterations per level (default 5)\n"
-         "      --solver-iters N     linear-solver iterations (default 10)\n"
+         "Method (the defaults are vemo's):\n"
+         "      --sigma S            presmoothing std. deviation\n"
+         "                           (default 0.8; a number from 0 to 100)\n"
+         "      --alpha A            smoothness weight (default 30; a number from 0 to 1e6)\n"
+         "      --beta B             descriptor-matching weight\n"
+         "                           (default 300; a number from 0 to 1e6)\n"
+         "      --gamma G            gradient-constancy weight\n"
+         "                           (default 5; a number from 0 to 1e6)\n"
+         "      --eta E              pyramid scaling factor; outside 0..1 no pyramid: only\n"
+         "                           the full-size passes run\n"
+         "                           (default 0.95; any finite number but 1)\n"
+         "      --fixed-point-iters N  outer iterations per pyramid level\n"
+         "                           (default 5; a whole number from 0 to 1000)\n"
+         "      --solver-iters N     linear-solver iterations\n"
+         "                           (default 10; a whole number from 0 to 10000)\n"
          "Sequences:\n"
          "      --sequence PATTERN   frames named by a printf pattern with one %d;\n"
          "                           every consecutive pair is computed and -o, --viz,\n"
@@ -246,8 +253,9 @@ std::string flowUsage(const char* program) {
          "                           vector of the first pair\n"
          "Running:\n"
          "      --device D           auto (CUDA when a GPU is usable), cpu, cuda or cuda:N\n"
-         "                           (CUDA device N; cuda is cuda:0)\n"
-         "      --threads N          CPU threads\n"
+         "                           (CUDA device N; cuda is cuda:0); a CUDA device that\n"
+         "                           cannot be used gives a warning and the CPU\n"
+         "      --threads N          CPU threads, 1 to 1024 (default: all cores)\n"
          "      --timings            print the stage timings\n"
          "  -q, --quiet              print errors and warnings only\n"
          "  -h, --help               show this text\n";

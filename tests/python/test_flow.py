@@ -96,9 +96,32 @@ def test_bad_parameters_raise_value_error(pair, arguments, message):
         vemo.flow(*pair, **arguments)
 
 
+@pytest.mark.parametrize(
+    "arguments, message",
+    [(dict(solver_iters=2.5), "solver_iters must be a whole number \\(int\\), not float 2.5"),
+     (dict(alpha="30"), "alpha must be a number \\(int or float\\), not str '30'"),
+     (dict(threads=True), "threads must be a whole number"), (dict(device=0), "device must be a str")],
+)
+def test_wrong_types_raise_type_error_naming_the_argument(pair, arguments, message):
+    with pytest.raises(TypeError, match=message):
+        vemo.flow(*pair, **arguments)
+
+
+def test_numpy_numbers_and_big_endian_frames_give_the_same_flow(pair):
+    a, b = [f[:40, :40] for f in pair]
+    reference = vemo.flow(a, b, sigma=1.0, solver_iters=7, threads=1, device="cpu")
+    assert np.array_equal(vemo.flow(a, b, sigma=np.float32(1.0), solver_iters=np.int64(7), threads=np.int32(1),
+                                    device="cpu"), reference)
+    for dtype, scale in ((">f4", 1), (">u2", 257)):
+        swapped = [(f.astype(np.uint16) * scale).astype(dtype) for f in (a, b)]
+        assert np.array_equal(vemo.flow(*swapped, sigma=1.0, solver_iters=7, device="cpu"), reference), dtype
+
+
 def test_the_bounds_themselves_are_accepted(pair):
     small = [f[:30, :30] for f in pair]
     assert vemo.flow(*small, eta=0.99, sigma=100, fixed_point_iters=0, solver_iters=0).shape == (30, 30, 2)
+    # An eta outside 0..1 builds no pyramid, as in the programs.
+    assert vemo.flow(*small, eta=1.5, fixed_point_iters=1).shape == (30, 30, 2)
 
 
 def test_a_frame_too_large_for_memory_raises_memory_error():
@@ -144,11 +167,16 @@ def gpus() -> int:
     return _vemo.cuda_devices()
 
 
-def test_asking_for_cuda_without_a_usable_gpu_raises_runtime_error():
+def test_asking_for_cuda_without_a_usable_gpu_warns_and_runs_on_the_cpu(pair):
     if gpus():
         pytest.skip("a GPU is usable here")
-    with pytest.raises(RuntimeError, match="GPU|CUDA|compute capability"):
-        vemo.Engine("cuda")
+    for device in ("cuda", "cuda:1"):
+        with pytest.warns(RuntimeWarning, match=f"cannot use {device}: .*running on the cpu backend instead"):
+            engine = vemo.Engine(device)
+        assert engine.device == "cpu"
+    with pytest.warns(RuntimeWarning):
+        small = [f[:30, :30] for f in pair]
+        assert np.array_equal(vemo.flow(*small, device="cuda"), vemo.flow(*small, device="cpu"))
 
 
 @pytest.mark.gpu

@@ -34,6 +34,28 @@ def test_flo_files_round_trip_and_reject_damage(tmp_path):
         vemo.read_flo(path)
     with pytest.raises(ValueError, match="H x W x 2"):
         vemo.write_flo(path, flow[..., :1])
+    # Folders of the target are made; a folder as target, or a file in the
+    # way of a folder, is named as such.
+    vemo.write_flo(tmp_path / "new" / "deeper" / "g.flo", flow)
+    assert np.array_equal(vemo.read_flo(tmp_path / "new" / "deeper" / "g.flo"), flow, equal_nan=True)
+    with pytest.raises(IsADirectoryError, match="it is a folder; name a file in it"):
+        vemo.write_flo(tmp_path / "new", flow)
+    with pytest.raises(NotADirectoryError, match="a file is in the way"):
+        vemo.write_flo(path / "g.flo", flow)
+
+
+def test_files_that_cannot_be_frames_are_named_as_such(tmp_path):
+    with pytest.raises(FileNotFoundError, match="cannot read frame .*missing.png: no such file"):
+        vemo.read_frame(tmp_path / "missing.png")
+    with pytest.raises(IsADirectoryError, match="it is a folder, not a frame file"):
+        vemo.read_frame(tmp_path)
+    with pytest.raises(ValueError, match="not a regular file"):
+        vemo.read_frame("/dev/null")
+    # A file that does not decode: the reason in the exception, nothing on
+    # standard error.
+    (tmp_path / "notes.png").write_text("not a picture")
+    with pytest.raises(OSError, match="notes.png: not a PNG, JPEG"):
+        vemo.read_frame(tmp_path / "notes.png")
 
 
 def test_flo_files_interoperate_with_opencv(tmp_path):

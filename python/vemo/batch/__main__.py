@@ -8,6 +8,7 @@ import argparse
 import sys
 from typing import List, Optional
 
+from ..options import DEVICE_NAMES, MAX_THREADS, PARAMETERS
 from .run import MANIFEST, run_batch
 
 
@@ -25,18 +26,19 @@ def parse(argv: Optional[List[str]]) -> argparse.Namespace:
     p.add_argument("--scheduler", metavar="tcp://HOST:PORT", help="an existing Dask scheduler "
                    "(default: a local cluster of this machine)")
     p.add_argument("--workers", type=int, help="local worker processes (default: one per core, or per GPU)")
-    p.add_argument("--threads", type=int, help="OpenMP threads per worker (default: cores / workers)")
+    p.add_argument("--threads", type=int,
+                   help=f"OpenMP threads per worker, 1 to {MAX_THREADS} (default: cores / workers)")
     p.add_argument("--chunk", type=int, default=8, help="consecutive pairs per task (default 8)")
     p.add_argument("--viz", action="store_true", help="also write a colour picture <label>.png per pair")
     p.add_argument("--manifest", help=f"JSON record of every pair (default OUTPUT/{MANIFEST})")
-    p.add_argument("--device", choices=("auto", "cpu", "cuda"), default="auto")
-    p.add_argument("--sigma", type=float, default=0.8)
-    p.add_argument("--alpha", type=float, default=30)
-    p.add_argument("--beta", type=float, default=300)
-    p.add_argument("--gamma", type=float, default=5)
-    p.add_argument("--eta", type=float, default=0.95)
-    p.add_argument("--fixed-point-iters", type=int, default=5)
-    p.add_argument("--solver-iters", type=int, default=10)
+    p.add_argument("--device", default="auto",
+                   help=f"{DEVICE_NAMES} (default auto: CUDA where a GPU is usable; a CUDA device that "
+                   "cannot be used gives a warning and the CPU)")
+    method = p.add_argument_group("method (the options of vemo-flow, same defaults and ranges)")
+    for parameter in PARAMETERS:
+        method.add_argument("--" + parameter.name.replace("_", "-"), type=int if parameter.whole else float,
+                            default=parameter.default,
+                            help=f"{parameter.help} (default {parameter.default}; {parameter.range_text})")
     return p.parse_args(argv)
 
 
@@ -48,7 +50,7 @@ def main(argv: Optional[List[str]] = None) -> int:
             pictures=a.viz, manifest=a.manifest, device=a.device, sigma=a.sigma, alpha=a.alpha, beta=a.beta,
             gamma=a.gamma, eta=a.eta, fixed_point_iters=a.fixed_point_iters, solver_iters=a.solver_iters,
         )
-    except ValueError as error:
+    except (TypeError, ValueError) as error:
         print(f"vemo.batch: {error}", file=sys.stderr)
         return 2
     except KeyboardInterrupt:

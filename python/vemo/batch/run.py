@@ -11,9 +11,9 @@ import sys
 import tempfile
 import time
 from dataclasses import dataclass
-from typing import Any, Dict, List, Optional, Sequence as Seq, TextIO
+from typing import Any, Dict, List, Optional, Sequence as Seq, TextIO, Tuple
 
-from .. import _vemo
+from ..options import check_device, check_parameters, check_threads, warn_fallback, whole_number
 from .plan import Chunk, pair_record, plan
 from .progress import Progress
 from .sources import discover
@@ -67,6 +67,19 @@ def usable_gpus() -> int:
         return 0
 
 
+def _local_device(device: str, gpus: int) -> Tuple[str, int]:
+    """The device the workers of a local cluster use and the GPUs they share
+    out: a CUDA device that this machine cannot use gives the warning
+    vemo-flow gives and the CPU, as there; one named device (cuda:N) is not
+    shared out."""
+    number = int(device[5:]) if device.startswith("cuda:") else 0
+    if device.startswith("cuda") and number >= gpus:
+        warn_fallback(device, f"cannot use {device}: " + (f"this machine has {gpus} usable CUDA GPUs" if gpus
+                                                          else "no usable CUDA GPU was found"), stacklevel=4)
+        return "cpu", 0
+    return device, 0 if device.startswith("cuda:") else gpus
+
+
 def _write_manifest(path: str, result: BatchResult, parameters: Dict[str, Any]) -> None:
     document = {
         "parameters": parameters,
@@ -112,6 +125,9 @@ def run_batch(
     ``scheduler`` (``tcp://HOST:PORT``), else a LocalCluster of ``workers``
     processes (default: one per core, or one per GPU where GPUs are usable),
     each running ``threads`` OpenMP threads (default: cores / workers).
+    ``device`` is auto, cpu, cuda or cuda:N, as for :class:`vemo.Engine`: a
+    CUDA device this machine cannot use gives a RuntimeWarning and the CPU.
+    The method's parameters are those of :func:`vemo.flow`.
 
     Work goes out in chunks of up to ``chunk_size`` consecutive pairs of one
     sequence; a chunk whose worker dies is run again elsewhere (Dask's own
@@ -123,19 +139,20 @@ def run_batch(
     ``output/vemo-batch.json``). Progress goes to ``progress`` (default
     standard error; ``False`` for none).
 
-    Raises ValueError when an input does not exist or holds no sequence.
+    Raises TypeError or ValueError for settings of a wrong type or out of
+    range, and ValueError when an input does not exist or holds no sequence.
     """
     start = time.perf_counter()
     output = os.path.abspath(output)
     manifest = manifest or os.path.join(output, MANIFEST)
-    parameters = dict(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
-                      fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
     # Bad settings fail here, once, rather than in every pair.
-    _vemo.check_parameters(**parameters)
-    if device not in ("auto", "cpu", "cuda"):
-        raise ValueError(f'device must be "auto", "cpu" or "cuda", not {device!r}')
-    if threads is not None and not 1 <= threads <= 1024:
-        raise ValueError(f"threads must be from 1 to 1024, not {threads}")
+    parameters = check_parameters(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
+                                  fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+    device = check_device(device)
+    threads = check_threads(threads)
+    chunk_size = whole_number("chunk_size", chunk_size)
+    if workers is not None and whole_number("workers", workers) < 1:
+        raise ValueError(f"workers must be at least 1, not {workers}")
 
     sequences = discover(inputs)
     if not sequences:
@@ -156,6 +173,7 @@ def run_batch(
                     client = own_client = Client(scheduler)
                 else:
                     gpus = usable_gpus() if device != "cpu" else 0
+                    device, gpus = _local_device(device, gpus)
                     workers = workers or gpus or os.cpu_count() or 1
                     threads = threads or max(1, (os.cpu_count() or 1) // workers)
                     own_cluster = LocalCluster(n_workers=workers, threads_per_worker=1, processes=True,
