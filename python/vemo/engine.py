@@ -37,7 +37,8 @@ class Engine:
     cores, or ``OMP_NUM_THREADS``); results do not depend on it.
 
     The computations release the GIL, so other threads can read or write
-    files meanwhile; computations of several threads take turns.
+    files meanwhile; Engines on different threads compute at the same time,
+    and calls on one Engine take turns.
     """
 
     def __init__(self, device: str = "auto", threads: Optional[int] = None) -> None:
