@@ -8,7 +8,7 @@ set -euo pipefail
 
 packages=(cmake g++ make pkg-config libpng-dev libjpeg-dev)
 if [ "${1:-}" != "--demo" ]; then
-  packages+=(libgtest-dev libbenchmark-dev libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
+  packages+=(libgtest-dev libbenchmark-dev libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libopencv-core-dev
              python3 python3-venv python3-dev)
 fi
 missing=()

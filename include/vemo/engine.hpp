@@ -20,6 +20,16 @@ struct FlowPair {
   std::vector<std::uint8_t> occluded;  // width x height, row by row: 1 where forward and backward disagree
 };
 
+// Wall-clock milliseconds of the stages of an Engine's last call (for
+// flow_pair, both flows together).
+struct Timings {
+  double presmoothing = 0.0;  // Gaussian presmoothing of the frames on the host
+  double transfers = 0.0;     // frames to the backend's memory and the flow back
+  double matching = 0.0;      // descriptors, matching and consistency check
+  double variational = 0.0;   // the coarse-to-fine solver
+  double total = 0.0;         // the whole computation
+};
+
 // Threads: one Engine per thread. Engines on different threads run at the
 // same time (CPU Engines in parallel; CUDA Engines on one device take
 // turns) and give the same bits as when run one after another. Calls on
@@ -46,6 +56,8 @@ class Engine {
   int threads() const;
   // False once a device failure has made this Engine unusable.
   bool usable() const;
+  // The stage times of the last flow or flow_pair call.
+  Timings last_timings() const;
 
   // The flow from frame1 to frame2. Both frames must have the same width and
   // height (at least 2 x 2); channels and pixel types may differ. Checks

@@ -46,7 +46,8 @@ class Engine:
     types raise TypeError, names and counts out of range ValueError.
 
     The computations release the GIL, so other threads can read or write
-    files meanwhile; computations of several threads take turns.
+    files meanwhile; Engines on different threads compute at the same time,
+    and calls on one Engine take turns.
     """
 
     def __init__(self, device: str = "auto", threads: Optional[int] = None) -> None:

@@ -12,7 +12,9 @@
 #include "backends/backend_factory.h"
 #include "backends/cuda/device_probe.h"
 #include "common/stage_lines.h"
+#include "common/timer.h"
 #include "driver/pair_flow.h"
+#include "driver/run_flow.h"
 #include "variational/run_memory.h"
 #include "vemo/errors.hpp"
 
@@ -67,6 +69,7 @@ struct Engine::Impl {
   std::string device;
   int threads = 0;
   bool usable = true;
+  Timings timings;
   std::mutex calls;  // calls on one Engine take turns
 
   bool onCuda() const { return device != "cpu"; }
@@ -102,7 +105,11 @@ struct Engine::Impl {
     try {
       return api::translated(api::FailureKind::Compute, [&] {
         backend->bindToCallingThread();
-        return work();
+        // The stage timers are the calling thread's own.
+        resetStageTimers();
+        auto result = work();
+        timings = Timings{timer_filter, timer_memcpy1, timer_HOG, timer_var, timer_total};
+        return result;
       });
     } catch (const DeviceError&) {
       usable = false;
@@ -135,6 +142,7 @@ Engine& Engine::operator=(Engine&&) noexcept = default;
 std::string Engine::device() const { return impl_->device; }
 int Engine::threads() const { return impl_->threads; }
 bool Engine::usable() const { return impl_->usable; }
+Timings Engine::last_timings() const { return impl_->timings; }
 
 Flow Engine::flow(const ImageView& frame1, const ImageView& frame2, const Parameters& parameters) {
   std::lock_guard<std::mutex> hold(impl_->calls);

@@ -79,6 +79,10 @@ TEST(PublicEngine, GivesThePipelineBitsForEveryPixelLayoutAndPrintsNothing) {
   EXPECT_TRUE(sameBits(pair.forward, expected));
   EXPECT_TRUE(sameBits(pair.backward, pipelineFlow(f2, f1, p)));
   EXPECT_EQ(pair.occluded.size(), 48u * 36u);
+  // The stage times are those of the last call alone, parts within the whole.
+  const vemo::Timings t = engine.last_timings();
+  EXPECT_GT(t.matching, 0.0);
+  EXPECT_GE(t.total, t.matching + t.variational);
 
   // uint16 samples are scaled as 16-bit PNG frames are read.
   std::vector<std::uint16_t> a16(a.size()), b16(b.size());

@@ -1,6 +1,7 @@
 #include "variational/nonlinear_iteration.h"
 
-#include "variational/level_steps.h"
+#include "method/level_steps.h"
+#include "variational/pcg.h"
 #include "variational/solver_timers.h"
 
 namespace vemo {
