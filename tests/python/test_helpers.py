@@ -44,7 +44,7 @@ def test_flo_files_round_trip_and_reject_damage(tmp_path):
         vemo.write_flo(path / "g.flo", flow)
 
 
-def test_files_that_cannot_be_frames_are_named_as_such(tmp_path):
+def test_files_that_cannot_be_frames_are_named_as_such(tmp_path, capfd):
     with pytest.raises(FileNotFoundError, match="cannot read frame .*missing.png: no such file"):
         vemo.read_frame(tmp_path / "missing.png")
     with pytest.raises(IsADirectoryError, match="it is a folder, not a frame file"):
@@ -56,6 +56,7 @@ def test_files_that_cannot_be_frames_are_named_as_such(tmp_path):
     (tmp_path / "notes.png").write_text("not a picture")
     with pytest.raises(OSError, match="notes.png: not a PNG, JPEG"):
         vemo.read_frame(tmp_path / "notes.png")
+    assert capfd.readouterr().err == ""
 
 
 def test_flo_files_interoperate_with_opencv(tmp_path):
