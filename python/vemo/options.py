@@ -12,6 +12,8 @@ import warnings
 from dataclasses import dataclass
 from typing import Any, Dict, Optional
 
+import numpy as np
+
 
 @dataclass(frozen=True)
 class Parameter:
@@ -94,19 +96,13 @@ def check_parameters(**values: Any) -> Dict[str, Any]:
             # Any factor a float holds but 1 (compared as the float it becomes).
             if not abs(number) <= _FLOAT32_MAX:
                 raise ValueError(f"{p.name} must be a finite number, not {shown(number)}")
-            if float(_as_float32(number)) == 1.0:
+            if float(np.float32(number)) == 1.0:
                 raise ValueError(f"{p.name} cannot be 1 (a pyramid that never shrinks has no number of scales; "
                                  f"the default is {p.default})")
         elif not p.low <= number <= p.high:
             raise ValueError(f"{p.name} must be {p.range_text}, not {shown(number)}")
         checked[p.name] = number
     return checked
-
-
-def _as_float32(value: float) -> float:
-    import numpy as np
-
-    return float(np.float32(value))
 
 
 def check_threads(threads: Any) -> Optional[int]:

@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <utility>
 #include <iostream>
+#include <utility>
 
 #include "backends/backend_factory.h"
 #include "backends/cuda/device_probe.h"
