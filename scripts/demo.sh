@@ -31,7 +31,7 @@ mkdir -p build
 cmake -S . -B build "${configure[@]}" >build/demo-configure.log 2>&1 || { cat build/demo-configure.log; exit 1; }
 grep '^-- vemo:' build/demo-configure.log | sed 's/^-- vemo:/demo:  /' || true
 
-echo "demo: 3/4 compiling the library and three programs on $cores cores (2 to 4 minutes on 2 cores)"
+echo "demo: 3/4 compiling the library and three programs on $cores cores (about a minute on 2 cores without CUDA)"
 build_start=$SECONDS
 long_step "demo: build" build/demo-build.log cmake --build build -j "$cores" --target vemo-synth vemo-flow vemo-eval
 build_s=$((SECONDS - build_start))
