@@ -24,7 +24,7 @@ fi
 
 [ -x .venv/bin/python ] || python3 -m venv .venv
 .venv/bin/python -m pip install -q --disable-pip-version-check \
-  numpy "dask[distributed]" pytest "scikit-build-core>=0.10" "nanobind>=2.0"
+  numpy "dask[distributed]" pytest hypothesis "scikit-build-core>=0.10" "nanobind>=2.0"
 # The build tools are installed above, so pip need not fetch them again into
 # an isolated environment for every build.
 # The package's CUDA backend is compiled where an NVIDIA GPU is visible (or
