@@ -62,6 +62,8 @@ nb::dict evaluate(const AnyArray& flowArray, const AnyArray& truthArray) {
   d["height"] = m.height;
   d["known_pixels"] = m.known;
   d["nonfinite_pixels"] = m.nonFinite;
+  d["missing_vectors"] = m.missing;
+  d["measured_vectors"] = m.measured;
   d["epe"] = m.epe;
   d["aae"] = m.aae;
   d["angular_error"] = m.angularError;

@@ -49,12 +49,16 @@ def evaluate(flow: np.ndarray, truth: np.ndarray) -> dict:
     """Error measures of a flow against ground truth, as ``vemo-eval --json``.
 
     Keys: width, height, known_pixels, nonfinite_pixels (ground truth left
-    out for not being finite), epe (mean end-point error), aae
-    (average angular error of the directions, over all pixels), angular_error
-    (classic space-time angular error), over_1px and over_3px (share of
-    known pixels with end-point error above 1 and 3 pixels), and epe_s0_10,
-    epe_s10_40, epe_s40plus with pixels_s0_10, ... (end-point error by true
-    motion length). Ground truth of 1e9 or more, or not finite, is unknown
-    and left out; means without any pixel are NaN.
+    out for not being finite), missing_vectors (known pixels whose flow
+    vector is NaN or infinite: they count beyond every threshold and are
+    left out of the means), measured_vectors (known pixels with a finite
+    vector: what the means are taken over), epe (mean end-point error), aae
+    (average angular error of the directions, over all pixels; NaN when
+    vectors are missing), angular_error (classic space-time angular error),
+    over_1px and over_3px (share of known pixels with end-point error above
+    1 and 3 pixels, or missing), and epe_s0_10, epe_s10_40, epe_s40plus with
+    pixels_s0_10, ... (end-point error by true motion length). Ground truth
+    of 1e9 or more, or not finite, is unknown and left out; means without
+    any pixel are NaN.
     """
     return _vemo.evaluate(_flow32(flow, "flow"), _flow32(truth, "truth"))
