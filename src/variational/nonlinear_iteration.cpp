@@ -1,11 +1,13 @@
 #include "variational/nonlinear_iteration.h"
 
+#include "common/cancel.h"
 #include "variational/level_steps.h"
 #include "variational/solver_timers.h"
 
 namespace vemo {
 
 void solveStep(Backend& backend, const SolveArgs& a) {
+  cancellationPoint();
   backend.openStretch(start_solver);
   backend.issueRepeatable(repeatKeyOf(a), [&] { pcgSteps(backend, a); });
   backend.closeStretch(start_solver, finish_solver, timer_solver);

@@ -30,6 +30,10 @@ class ScratchDir {
   std::string path(const std::string& name) const { return dir_ + "/" + name; }
   // Runs `program args...` from this directory, capturing both streams.
   Result run(const std::string& program, const std::vector<std::string>& args) const;
+  // The same, sending `signal` to the process once the file `waitFor` (in
+  // this directory) exists.
+  Result runUntil(const std::string& program, const std::vector<std::string>& args, const std::string& waitFor,
+                  int signal) const;
 
  private:
   std::string dir_;
