@@ -139,6 +139,19 @@ TEST_F(VideoFlow, BrokenClipsStopWithAMessageAndKeepTheFlowsBefore) {
   EXPECT_TRUE(validFlow(path("v/00001.flo"), kWidth, kHeight));
   EXPECT_TRUE(exists(path("cut.mkv")));
 
+  // Two MPEG-TS clips joined with cat: the demuxer marks the packet where
+  // the stream's counters restart as damaged, but the stream goes on, and
+  // what stops the run is the change of size, said as such.
+  writeClip(path("a.ts"), 5, kWidth, kHeight, "mpeg2video");
+  writeClip(path("b.ts"), 4, 32, 24, "mpeg2video");
+  std::ofstream(path("joined.ts"), std::ios::binary) << slurp(path("a.ts")) << slurp(path("b.ts"));
+  r = run({"--video", "joined.ts", "-o", "v/t%05d.flo", "--device", "cpu", "-q"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find(" is 32 x 24 but frame "), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("is 48 x 40: the frames of a clip must keep one size"), std::string::npos) << r.err;
+  EXPECT_EQ(r.err.find("damaged"), std::string::npos) << r.err;
+  EXPECT_TRUE(validFlow(path("v/t00002.flo"), kWidth, kHeight));
+
   // Two H.264 streams of different sizes one after the other, as cameras
   // and stream dumps produce them: the size change stops the run after the
   // pairs of the first stream.
