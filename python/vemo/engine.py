@@ -8,6 +8,7 @@ from typing import NamedTuple, Optional
 import numpy as np
 
 from . import _vemo
+from ._scale import warn_if_unit_scale
 
 
 class PairFlow(NamedTuple):
@@ -25,6 +26,7 @@ class PairFlow(NamedTuple):
 def _array(frame: object, name: str) -> object:
     if not isinstance(frame, np.ndarray):
         raise TypeError(f"{name} must be a numpy array, not {type(frame).__name__}")
+    warn_if_unit_scale(frame, name, stacklevel=3)  # points at the caller of Engine.flow
     return frame
 
 
@@ -72,8 +74,9 @@ class Engine:
         """The flow from frame1 to frame2 as float32 H x W x 2 (u, v in pixels).
 
         Frames: H x W x 3 (RGB) or H x W (grey) arrays of uint8, uint16
-        (scaled by 255/65535) or float32 (0..255 scale), any strides, both of
-        the same size, at least 2 x 2. The parameters are those of the
+        (scaled by 255/65535) or float32 (0..255 scale; a UserWarning says
+        when a float32 frame has no value above 1, the 0..1 scale), any
+        strides, both of the same size, at least 2 x 2. The parameters are those of the
         ``vemo`` program: presmoothing sigma, smoothness alpha, matching
         weight beta, gradient-constancy weight gamma, pyramid factor eta,
         fixed-point and solver iterations. The result equals the ``.flo``

@@ -7,8 +7,11 @@ from typing import Optional
 
 import numpy as np
 
-from . import _vemo
+from . import _vemo, _waiting
 from .flo import PathLike
+
+# The library's largest frame (image_limits.h), which vemo.flow also takes.
+MAX_FRAME_PIXELS = 1 << 26
 
 
 def read_frame(path: PathLike) -> np.ndarray:
@@ -38,11 +41,16 @@ def flow_to_rgb(flow: np.ndarray, max_flow: Optional[float] = None) -> np.ndarra
     The hue gives the direction and the brightness the length; vectors of
     ``max_flow`` pixels or longer are fully bright (None: the longest finite
     vector of the field). Unknown (>= 1e9) or non-finite vectors are black.
-    The same picture as ``vemo-flow --viz``.
+    The same picture as ``vemo-flow --viz``. Fields larger than the largest
+    frame (2**26 pixels) raise ValueError; Ctrl-C interrupts the call.
     """
     if max_flow is not None and not max_flow > 0:
         raise ValueError(f"max_flow must be above 0, not {max_flow}")
-    return _vemo.flow_to_rgb(_flow32(flow, "flow"), 0.0 if max_flow is None else float(max_flow))
+    flow = _flow32(flow, "flow")
+    if flow.ndim >= 2 and flow.shape[0] * flow.shape[1] > MAX_FRAME_PIXELS:
+        raise ValueError(f"flow is {flow.shape[1]} x {flow.shape[0]} vectors; the largest frame has "
+                         f"{MAX_FRAME_PIXELS} pixels")
+    return _waiting.call(_vemo.flow_to_rgb, flow, 0.0 if max_flow is None else float(max_flow))
 
 
 def evaluate(flow: np.ndarray, truth: np.ndarray) -> dict:

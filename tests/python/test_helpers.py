@@ -61,6 +61,11 @@ def test_flow_to_rgb_uses_the_colour_wheel():
     assert np.array_equal(vemo.flow_to_rgb(flow), rgb)
     with pytest.raises(ValueError):
         vemo.flow_to_rgb(flow, max_flow=0)
+    # Larger than the largest frame (a view that costs no memory): refused
+    # at once, with the limit frames have.
+    huge = np.broadcast_to(np.zeros((1, 1, 2), np.float32), (8193, 8192, 2))
+    with pytest.raises(ValueError, match="67108864 pixels"):
+        vemo.flow_to_rgb(huge)
 
 
 def test_evaluate_matches_vemo_eval(tmp_path):
