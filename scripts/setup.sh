@@ -8,7 +8,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev libpng-dev libjpeg-dev
-          libavformat-dev libavcodec-dev libswscale-dev libavutil-dev python3 python3-venv python3-dev)
+          libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libopencv-core-dev
+          python3 python3-venv python3-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

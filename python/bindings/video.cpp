@@ -6,6 +6,7 @@
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
 
+#include "api/frames.h"
 #include "arrays.h"
 #include "video/video_error.h"
 #include "video/video_reader.h"
@@ -59,7 +60,9 @@ class VideoOutput {
   }
 
   void write(const AnyArray& array) {
-    const CTensor<float> frame = frameFromArray(array, "frame");
+    FrameArray pixels;
+    viewFrame(array, "frame", pixels);
+    const CTensor<float> frame = vemo::api::frameFromView(pixels.view, "frame", 1);
     nb::gil_scoped_release released;
     writer_->write(frame);
   }

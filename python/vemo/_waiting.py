@@ -4,8 +4,9 @@ A computation in the extension module runs without the GIL, but the main
 thread waiting for it only sees KeyboardInterrupt once the call returns. The
 call runs on a worker thread instead, and the caller waits in short joins:
 Ctrl-C reaches it within a fraction of a second. ``cancel`` (when given) then
-asks the computation to stop; without it the worker finishes on its own and
-its result is dropped.
+asks the computation to stop (its cancel flag), and the caller waits for it
+to do so; without it the worker finishes on its own and its result is
+dropped.
 """
 
 from __future__ import annotations
@@ -35,6 +36,7 @@ def call(function: Callable[..., Any], *args: Any, cancel: Optional[Callable[[],
     except KeyboardInterrupt:
         if cancel is not None:
             cancel()
+            worker.join()  # the computation stops at its next check
         raise
     if "error" in outcome:
         raise outcome["error"]

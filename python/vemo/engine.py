@@ -3,11 +3,11 @@ backend for many pairs."""
 
 from __future__ import annotations
 
-from typing import NamedTuple, Optional
+from typing import Any, Callable, NamedTuple, Optional
 
 import numpy as np
 
-from . import _vemo
+from . import _vemo, _waiting
 from ._scale import warn_if_unit_scale
 
 
@@ -30,6 +30,12 @@ def _array(frame: object, name: str) -> object:
     return frame
 
 
+def _cancellable(call: Callable[..., Any], *args: Any) -> Any:
+    """call(*args, cancel flag) on a worker thread; Ctrl-C sets the flag."""
+    flag = _vemo.CancelFlag()
+    return _waiting.call(call, *args, flag, cancel=flag.set)
+
+
 class Engine:
     """One backend, and the buffers it keeps, for many frame pairs.
 
@@ -39,7 +45,8 @@ class Engine:
     cores, or ``OMP_NUM_THREADS``); results do not depend on it.
 
     The computations release the GIL, so other threads can read or write
-    files meanwhile; computations of several threads take turns.
+    files meanwhile; Engines on different threads compute at the same time,
+    and calls on one Engine take turns.
     """
 
     def __init__(self, device: str = "auto", threads: Optional[int] = None) -> None:
@@ -84,12 +91,12 @@ class Engine:
 
         Raises TypeError or ValueError for bad frames or parameters (before
         any work), MemoryError when the run does not fit in memory and
-        RuntimeError for a failure of the backend.
+        RuntimeError for a failure of the backend. Ctrl-C stops the
+        computation within a fraction of a second (KeyboardInterrupt); the
+        Engine stays usable.
         """
-        return self._engine.flow(
-            _array(frame1, "frame1"), _array(frame2, "frame2"),
-            sigma, alpha, beta, gamma, eta, fixed_point_iters, solver_iters,
-        )
+        return _cancellable(self._engine.flow, _array(frame1, "frame1"), _array(frame2, "frame2"),
+                            sigma, alpha, beta, gamma, eta, fixed_point_iters, solver_iters)
 
     def flow_pair(
         self,
@@ -112,8 +119,8 @@ class Engine:
         ``vemo-flow --backward --occlusions``. Frames, parameters and errors
         as for :meth:`flow`.
         """
-        forward, backward, occluded = self._engine.flow_pair(
-            _array(frame1, "frame1"), _array(frame2, "frame2"),
+        forward, backward, occluded = _cancellable(
+            self._engine.flow_pair, _array(frame1, "frame1"), _array(frame2, "frame2"),
             sigma, alpha, beta, gamma, eta, fixed_point_iters, solver_iters,
         )
         return PairFlow(forward, backward, occluded)

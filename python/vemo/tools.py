@@ -10,16 +10,13 @@ import numpy as np
 from . import _vemo, _waiting
 from .flo import PathLike
 
-# The library's largest frame (image_limits.h), which vemo.flow also takes.
-MAX_FRAME_PIXELS = 1 << 26
-
 
 def read_frame(path: PathLike) -> np.ndarray:
     """A PNG (8 or 16 bit), JPEG or binary PGM/PPM frame as vemo-flow reads
     it: float32 H x W x 3 on the 0..255 scale, grey replicated.
 
-    Raises FileNotFoundError for a missing file, ValueError for one that
-    cannot be decoded.
+    Raises FileNotFoundError for a missing file, OSError (with the reason)
+    for one that cannot be read or decoded.
     """
     name = os.fspath(path)
     if not os.path.isfile(name):
@@ -46,11 +43,9 @@ def flow_to_rgb(flow: np.ndarray, max_flow: Optional[float] = None) -> np.ndarra
     """
     if max_flow is not None and not max_flow > 0:
         raise ValueError(f"max_flow must be above 0, not {max_flow}")
-    flow = _flow32(flow, "flow")
-    if flow.ndim >= 2 and flow.shape[0] * flow.shape[1] > MAX_FRAME_PIXELS:
-        raise ValueError(f"flow is {flow.shape[1]} x {flow.shape[0]} vectors; the largest frame has "
-                         f"{MAX_FRAME_PIXELS} pixels")
-    return _waiting.call(_vemo.flow_to_rgb, flow, 0.0 if max_flow is None else float(max_flow))
+    flag = _vemo.CancelFlag()
+    return _waiting.call(_vemo.flow_to_rgb, _flow32(flow, "flow"), 0.0 if max_flow is None else float(max_flow), flag,
+                         cancel=flag.set)
 
 
 def evaluate(flow: np.ndarray, truth: np.ndarray) -> dict:

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <limits>
 
+#include "common/diagnostics.h"
 #include "driver/optic_flow.h"
 #include "driver/vemo.h"
 #include "image/exceptions.h"
@@ -13,7 +14,7 @@ namespace {
 void checkSizes(const CTensor<float>& flow, const CTensor<float>& truth) {
   if (flow.zSize != 2 || truth.zSize != 2 || flow.xSize != truth.xSize || flow.ySize != truth.ySize ||
       flow.elements() == 0) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: flow %d x %d x %d and ground truth %d x %d x %d must be "
                  "the same non-empty two-plane size\n",
                  flow.xSize, flow.ySize, flow.zSize, truth.xSize, truth.ySize, truth.zSize);

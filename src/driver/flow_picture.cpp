@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "common/cancel.h"
+#include "common/diagnostics.h"
 #include "driver/optic_flow.h"
 #include "image/exceptions.h"
 
@@ -30,7 +31,7 @@ float longestVector(const CTensor<float>& flow) {
 
 CTensor<float> flowPicture(const CTensor<float>& flow, float maxFlow, bool legend) {
   if (flow.zSize != 2 || flow.elements() == 0) {
-    std::fprintf(stderr, "Exception ETensorIncompatibleSize: a flow picture needs a non-empty two-plane field, got "
+    vemo::reportf(stderr, "Exception ETensorIncompatibleSize: a flow picture needs a non-empty two-plane field, got "
                  "%d x %d x %d\n", flow.xSize, flow.ySize, flow.zSize);
     throw ETensorIncompatibleSize();
   }

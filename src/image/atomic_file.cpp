@@ -9,6 +9,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/diagnostics.h"
 #include "image/exceptions.h"
 #include "image/write_error.h"
 
@@ -35,7 +36,7 @@ CAtomicFile::CAtomicFile(const std::string& target) : target_(target) {
   name.push_back('\0');
   const int fd = mkstemps(name.data(), static_cast<int>(suffix.size()));
   if (fd < 0) {
-    std::fprintf(stderr, "Could not create a file beside %s: %s\n", target.c_str(), std::strerror(errno));
+    vemo::reportf(stderr, "Could not create a file beside %s: %s\n", target.c_str(), std::strerror(errno));
     throw EFileNotFound();
   }
   fchmod(fd, regularFileMode());
@@ -49,7 +50,7 @@ CAtomicFile::~CAtomicFile() {
 
 void CAtomicFile::commit() {
   if (std::rename(temp_.c_str(), target_.c_str()) != 0) {
-    std::fprintf(stderr, "Could not write %s: %s\n", target_.c_str(), std::strerror(errno));
+    vemo::reportf(stderr, "Could not write %s: %s\n", target_.c_str(), std::strerror(errno));
     std::remove(temp_.c_str());
     committed_ = true;
     throw EFileWriteFailed();

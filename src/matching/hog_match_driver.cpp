@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/cancel.h"
+#include "common/diagnostics.h"
 #include "common/stage_lines.h"
 #include "common/timer.h"
 #include "backends/backend.h"
@@ -14,9 +15,9 @@
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
 
-timeval start_hogc, finish_hogc, start_hogmatch, finish_hogmatch;
-double timer_hogc = 0.0;
-double timer_hogmatch = 0.0;
+thread_local timeval start_hogc, finish_hogc, start_hogmatch, finish_hogmatch;
+thread_local double timer_hogc = 0.0;
+thread_local double timer_hogmatch = 0.0;
 
 namespace vemo {
 
@@ -55,7 +56,7 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   if (height < 1 || width < 1 || pitch < width) {
     const std::string message = "gCreateAndMatchHOG: invalid frame size " + std::to_string(width) + "x" +
                                 std::to_string(height) + " with pitch " + std::to_string(pitch);
-    std::cerr << message << std::endl;
+    vemo::reportf(stderr, "%s\n", message.c_str());
     throw BackendError(message);
   }
   const int nx = matchGridCount(width);
@@ -70,8 +71,8 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   const int n = nx * ny;
   if (n == 0 || nChannels < 3) {
     if (nChannels < 3)
-      std::cerr << "gCreateAndMatchHOG: frames with " << nChannels
-                << " channel(s) have no colour to compare; no matches" << std::endl;
+      vemo::reportf(stderr, "gCreateAndMatchHOG: frames with %d channel(s) have no colour to compare; no matches\n",
+                    nChannels);
     printTimes();
     return;
   }
@@ -88,7 +89,7 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   if ((int)gridX.size() != n) {  // the count formula and the loops describe the same grid
     const std::string message = "gCreateAndMatchHOG: grid of " + std::to_string(gridX.size()) +
                                 " points where " + std::to_string(n) + " were counted";
-    std::cerr << message << std::endl;
+    vemo::reportf(stderr, "%s\n", message.c_str());
     throw BackendError(message);
   }
 

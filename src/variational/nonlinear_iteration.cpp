@@ -1,7 +1,8 @@
 #include "variational/nonlinear_iteration.h"
 
 #include "common/cancel.h"
-#include "variational/level_steps.h"
+#include "method/level_steps.h"
+#include "variational/pcg.h"
 #include "variational/solver_timers.h"
 
 namespace vemo {

@@ -94,7 +94,7 @@ def test_bad_frames_are_refused_before_any_work(pair, change, error, message):
 
 @pytest.mark.parametrize(
     "arguments, message",
-    [(dict(eta=1.0), "eta"), (dict(eta=0.0), "eta"), (dict(solver_iters=-1), "solver_iters"),
+    [(dict(eta=1.0), "eta"), (dict(eta=float("inf")), "eta"), (dict(solver_iters=-1), "solver_iters"),
      (dict(alpha=float("nan")), "alpha"), (dict(device="gpu"), "device"), (dict(threads=0), "threads")],
 )
 def test_bad_parameters_raise_value_error(pair, arguments, message):
@@ -148,6 +148,17 @@ def test_a_float_frame_on_the_0_to_1_scale_is_warned_about(pair):
         warnings.simplefilter("error")
         vemo.flow(a, b, device="cpu", fixed_point_iters=1, solver_iters=1)
         vemo.flow(*pair, device="cpu", fixed_point_iters=1, solver_iters=1)
+
+
+def test_ctrl_c_stops_a_flow_at_once_and_the_engine_goes_on(pair):
+    engine = vemo.Engine("cpu", threads=1)
+    big = textured_frames(2, 640, 480)
+    threading.Timer(0.5, os.kill, (os.getpid(), signal.SIGINT)).start()
+    start = time.perf_counter()
+    with pytest.raises(KeyboardInterrupt):
+        engine.flow(*big)
+    assert time.perf_counter() - start < 1.5, "the computation ran on after Ctrl-C"
+    assert np.array_equal(engine.flow(*pair), vemo.flow(*pair, device="cpu"))
 
 
 def test_ctrl_c_reaches_a_thread_waiting_for_a_long_call():

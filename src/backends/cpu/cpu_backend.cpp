@@ -16,6 +16,7 @@
 #include "backends/cpu/resample.h"
 #include "backends/cpu/row_parallel.h"
 #include "backends/cpu/warp.h"
+#include "common/diagnostics.h"
 
 namespace vemo {
 
@@ -74,7 +75,7 @@ constexpr std::size_t kSkewedBlock = 64 * 1024;
 std::size_t skewRoom(std::size_t bytes) { return bytes >= kSkewedBlock ? kSkewBytes : 0; }
 
 [[noreturn]] void fail(const std::string& message) {
-  std::fprintf(stderr, "%s\n", message.c_str());
+  vemo::reportf(stderr, "%s\n", message.c_str());
   throw BackendError(message);
 }
 }  // namespace
@@ -107,7 +108,7 @@ Buffer CpuBackend::allocate(std::size_t floats) {
     p = std::aligned_alloc(kAlignmentBytes, block);
     if (p == nullptr) {
       const std::string message = "CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes";
-      std::fprintf(stderr, "%s\n", message.c_str());
+      vemo::reportf(stderr, "%s\n", message.c_str());
       throw BackendOutOfMemory(message);
     }
   }
