@@ -256,8 +256,15 @@ void CVideoReader::Impl::convert(CTensor<float>& out) {
   // Deeper video keeps its precision through 16-bit samples.
   const bool deep = desc->comp[0].depth > 8;
   const AVPixelFormat target = deep ? AV_PIX_FMT_RGB48 : AV_PIX_FMT_RGB24;
-  if (w != swsWidth || h != swsHeight || source != swsFormat || frame->colorspace != swsSpace ||
-      frame->color_range != swsRange) {
+  // The colour description as the stream gave it, which a damaged stream
+  // may leave outside the enumerations: read as integers, unknown values
+  // taken as unspecified.
+  int colorspace = 0, range = 0;
+  std::memcpy(&colorspace, &frame->colorspace, sizeof colorspace);
+  std::memcpy(&range, &frame->color_range, sizeof range);
+  if (colorspace < 0 || colorspace >= AVCOL_SPC_NB) colorspace = AVCOL_SPC_UNSPECIFIED;
+  if (range < 0 || range >= AVCOL_RANGE_NB) range = AVCOL_RANGE_UNSPECIFIED;
+  if (w != swsWidth || h != swsHeight || source != swsFormat || colorspace != swsSpace || range != swsRange) {
     sws = sws_getCachedContext(sws, w, h, source, w, h, target, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT,
                                nullptr, nullptr, nullptr);
     if (sws == nullptr) fail("its pixel format " + std::string(desc->name) + " cannot be converted to RGB");
@@ -265,17 +272,17 @@ void CVideoReader::Impl::convert(CTensor<float>& out) {
     // limited range when it declares nothing; the old "yuvj" formats are
     // full range by definition).
     if ((desc->flags & AV_PIX_FMT_FLAG_RGB) == 0) {
-      const bool fullRange = frame->color_range == AVCOL_RANGE_JPEG || source == AV_PIX_FMT_YUVJ420P ||
+      const bool fullRange = range == AVCOL_RANGE_JPEG || source == AV_PIX_FMT_YUVJ420P ||
                              source == AV_PIX_FMT_YUVJ422P || source == AV_PIX_FMT_YUVJ444P;
-      const int space = frame->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : frame->colorspace;
+      const int space = colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : colorspace;
       sws_setColorspaceDetails(sws, sws_getCoefficients(space), fullRange ? 1 : 0,
                                sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
     }
     swsWidth = w;
     swsHeight = h;
     swsFormat = source;
-    swsSpace = frame->colorspace;
-    swsRange = frame->color_range;
+    swsSpace = colorspace;
+    swsRange = range;
   }
   const int bytesPerSample = deep ? 2 : 1;
   const int lineSize = 3 * w * bytesPerSample;
