@@ -9,13 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 filter=${1:-'PublicEngine.ConcurrentEngines*:Cancel.*:ThreadPool.*:*ThreadCount*:*Threads*:RedBlackSor.Passes*'}
 
-need=(clang libclang-rt-14-dev libomp-dev)
-missing=()
-for p in "${need[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
-if [ ${#missing[@]} -gt 0 ]; then
-  SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO="sudo"
-  $SUDO apt-get update -qq && $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+scripts/need_clang.sh
 archer=$(ls /usr/lib/llvm-*/lib/libarcher.so 2>/dev/null | tail -1)
 [ -n "$archer" ] || { echo "tsan: libarcher.so (libomp-dev) not found" >&2; exit 1; }
 

@@ -43,8 +43,11 @@ Result ScratchDir::run(const std::string& program, const std::vector<std::string
   std::string cmd = "cd " + quote(dir_) + " && " + quote(program);
   for (const std::string& a : args) cmd += " " + quote(a);
   cmd += " >" + quote(path("stdout.txt")) + " 2>" + quote(path("stderr.txt"));
+  return collect(std::system(cmd.c_str()));
+}
+
+Result ScratchDir::collect(int raw) const {
   Result r;
-  const int raw = std::system(cmd.c_str());
   r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   r.out = slurp(path("stdout.txt"));
   r.err = slurp(path("stderr.txt"));
@@ -75,13 +78,7 @@ Result ScratchDir::runUntil(const std::string& program, const std::vector<std::s
     usleep(5000);
   }
   waitpid(pid, &raw, 0);
-  Result r;
-  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  r.out = slurp(path("stdout.txt"));
-  r.err = slurp(path("stderr.txt"));
-  std::remove(path("stdout.txt").c_str());
-  std::remove(path("stderr.txt").c_str());
-  return r;
+  return collect(raw);
 }
 
 }  // namespace vemotest

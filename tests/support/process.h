@@ -36,6 +36,10 @@ class ScratchDir {
                   int signal) const;
 
  private:
+  // The result of a run that wrote stdout.txt and stderr.txt here and ended
+  // with wait status `raw`; the two files are removed.
+  Result collect(int raw) const;
+
   std::string dir_;
 };
 
