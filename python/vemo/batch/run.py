@@ -243,10 +243,14 @@ def run_batch(
         # A pair whose chunk did not report back may have its outputs all
         # the same (written just before the interruption): the record names
         # this run's settings for them, so they count as computed.
+        sizes: Dict[int, Optional[Tuple[int, int]]] = {}
         for c, p in unfinished:
-            whole = is_whole(flow_path(output, c.sequence, p), frame_size(c.sequence), pictures)
+            if id(c.sequence) not in sizes:
+                sizes[id(c.sequence)] = frame_size(c.sequence)
+            whole = is_whole(flow_path(output, c.sequence, p), sizes[id(c.sequence)], pictures)
             pairs.append(pair_record(output, c.sequence, p, "computed" if whole else "not run"))
-        order = {(s.name, label): i for s in sequences for i, label in enumerate(s.labels)}
+        # Frame order, across the pieces of a sequence split at gaps too.
+        order = {key: i for i, key in enumerate((s.name, label) for s in sequences for label in s.labels)}
         pairs.sort(key=lambda p: (p["sequence"], order.get((p["sequence"], p["frame1"]), 0)))
         result = BatchResult(pairs, time.perf_counter() - start, manifest, gaps, interrupted)
         _write_manifest(manifest, result, dict(parameters, preset=settings["preset"], device=device,
