@@ -210,6 +210,16 @@ TEST_F(Programs, FlowRefusesBadInputsWithAMessageAndLeavesNoOutput) {
   EXPECT_EQ(r.err, "vemo-flow: cannot read frames: it is a folder, not a frame\n");
   EXPECT_FALSE(exists(path("f.flo")));
   EXPECT_EQ(hiddenFiles(), 0);
+#ifndef VEMO_SANITIZE_BUILD  // the sanitizers' shadow memory lies beyond any address-space limit
+  // A pair that does not fit under the process's address-space limit
+  // (512 MiB; the run needs about 1.5 GiB) is refused before any work.
+  NImageIO::writePNG(CTensor<float>(2000, 1200, 3, 9.0f), path("big1.png").c_str());
+  NImageIO::writePNG(CTensor<float>(2000, 1200, 3, 19.0f), path("big2.png").c_str());
+  r = run("/bin/sh", {"-c", "ulimit -v 524288 && exec " + quote(kFlow) + " big1.png big2.png -o f.flo"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("a 2000 x 1200 frame with 3 channels needs about"), std::string::npos) << r.err;
+  EXPECT_FALSE(exists(path("f.flo")));
+#endif
 
   // Command-line errors: status 2 and a pointer to --help.
   r = run(kFlow, {"a.png", "b.png", "-o", "f.flo", "--alpha", "x"});

@@ -40,6 +40,13 @@ class DeviceError : public Error {
   using Error::Error;
 };
 
+// The computation was stopped by its caller's cancel flag (vemo/cancel.hpp)
+// before it finished. Nothing of it is returned; the Engine stays usable.
+class Cancelled : public Error {
+ public:
+  Cancelled() : Error("the computation was cancelled") {}
+};
+
 // A file that cannot be opened, read, decoded or written.
 class IoError : public Error {
  public:

@@ -10,6 +10,7 @@
 // See docs/cpp-api.md.
 #pragma once
 
+#include "vemo/cancel.hpp"
 #include "vemo/engine.hpp"
 #include "vemo/errors.hpp"
 #include "vemo/flow.hpp"

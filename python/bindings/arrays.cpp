@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "image/image_limits.h"
+
 namespace vemopy {
 
 namespace {
@@ -106,8 +108,12 @@ vemo::Flow flowFromArray(const AnyArray& a, const char* what) {
     throw nb::value_error(
         (std::string(what) + " has shape " + shapeText(a) + "; flow fields must be H x W x 2 (u, v)").c_str());
   }
-  if (a.shape(0) > 65535 || a.shape(1) > 65535)
-    throw nb::value_error((std::string(what) + " is larger than the largest accepted frame").c_str());
+  // Before anything is allocated for it.
+  if (a.shape(0) > 65535 || a.shape(1) > 65535 || a.shape(0) * a.shape(1) > NImageIO::kMaxImagePixels) {
+    throw nb::value_error((std::string(what) + " is " + std::to_string(a.shape(1)) + " x " +
+                           std::to_string(a.shape(0)) + " vectors, larger than the largest accepted frame (" +
+                           std::to_string(NImageIO::kMaxImagePixels) + " pixels)").c_str());
+  }
   vemo::Flow flow(static_cast<int>(a.shape(1)), static_cast<int>(a.shape(0)));
   const float* base = static_cast<const float*>(a.data());
   const int64_t sy = a.stride(0), sx = a.stride(1), sc = a.stride(2);

@@ -8,6 +8,8 @@
 #include <nanobind/stl/vector.h>
 
 #include "arrays.h"
+#include "cancel.h"
+#include "vemo/cancel.hpp"
 
 namespace vemopy {
 
@@ -60,36 +62,40 @@ void bindEngine(nb::module_& m) {
       .def(
           "flow",
           [](vemo::Engine& e, const AnyArray& a, const AnyArray& b, float sigma, float alpha, float beta, float gamma,
-             float eta, int fixedPointIters, int solverIters) {
+             float eta, int fixedPointIters, int solverIters, const CancelFlag* cancel) {
             const vemo::Parameters p = parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters);
             Pair pair;
             viewPair(a, b, pair);
             vemo::Flow flow;
             {
               nb::gil_scoped_release released;
+              const vemo::CancelScope scope(flagOf(cancel));
               flow = e.flow(pair.a.view, pair.b.view, p);
             }
             return flowToArray(flow);
           },
           nb::arg("frame1"), nb::arg("frame2"), nb::arg("sigma"), nb::arg("alpha"), nb::arg("beta"),
-          nb::arg("gamma"), nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"))
+          nb::arg("gamma"), nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"),
+          nb::arg("cancel").none() = nb::none())
       .def(
           "flow_pair",
           [](vemo::Engine& e, const AnyArray& a, const AnyArray& b, float sigma, float alpha, float beta, float gamma,
-             float eta, int fixedPointIters, int solverIters) {
+             float eta, int fixedPointIters, int solverIters, const CancelFlag* cancel) {
             const vemo::Parameters p = parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters);
             Pair pair;
             viewPair(a, b, pair);
             vemo::FlowPair flows;
             {
               nb::gil_scoped_release released;
+              const vemo::CancelScope scope(flagOf(cancel));
               flows = e.flow_pair(pair.a.view, pair.b.view, p);
             }
             return nb::make_tuple(flowToArray(flows.forward), flowToArray(flows.backward),
                                   maskToArray(flows.occluded, flows.forward.width(), flows.forward.height()));
           },
           nb::arg("frame1"), nb::arg("frame2"), nb::arg("sigma"), nb::arg("alpha"), nb::arg("beta"),
-          nb::arg("gamma"), nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"));
+          nb::arg("gamma"), nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"),
+          nb::arg("cancel").none() = nb::none());
 }
 
 }  // namespace vemopy

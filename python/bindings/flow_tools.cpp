@@ -6,6 +6,8 @@
 #include <nanobind/stl/string.h>
 
 #include "arrays.h"
+#include "cancel.h"
+#include "vemo/cancel.hpp"
 
 namespace vemopy {
 
@@ -21,11 +23,12 @@ nb::object readFrame(const std::string& path) {
   return imageToArray(frame);
 }
 
-nb::object flowToRgb(const AnyArray& flowArray, float maxFlow) {
+nb::object flowToRgb(const AnyArray& flowArray, float maxFlow, const CancelFlag* cancel) {
   const vemo::Flow flow = flowFromArray(flowArray, "flow");
   vemo::Image picture;
   {
     nb::gil_scoped_release released;
+    const vemo::CancelScope scope(flagOf(cancel));
     picture = vemo::flow_to_rgb(flow, maxFlow);
   }
   return imageToArray(picture);
@@ -45,6 +48,8 @@ nb::dict evaluate(const AnyArray& flowArray, const AnyArray& truthArray) {
   d["height"] = m.height;
   d["known_pixels"] = m.known_pixels;
   d["nonfinite_pixels"] = m.nonfinite_pixels;
+  d["missing_vectors"] = m.missing_vectors;
+  d["measured_vectors"] = m.measured_vectors;
   d["epe"] = m.epe;
   d["aae"] = m.aae;
   d["angular_error"] = m.angular_error;
@@ -69,7 +74,7 @@ void writePng(const AnyArray& pictureArray, const std::string& path) {
 
 void bindFlowTools(nb::module_& m) {
   m.def("read_frame", &readFrame, nb::arg("path"));
-  m.def("flow_to_rgb", &flowToRgb, nb::arg("flow"), nb::arg("max_flow"));
+  m.def("flow_to_rgb", &flowToRgb, nb::arg("flow"), nb::arg("max_flow"), nb::arg("cancel").none() = nb::none());
   m.def("evaluate", &evaluate, nb::arg("flow"), nb::arg("truth"));
   m.def("write_png", &writePng, nb::arg("picture"), nb::arg("path"));
 }

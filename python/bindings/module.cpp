@@ -4,6 +4,7 @@
 #include <nanobind/nanobind.h>
 
 #include "backends/backend.h"
+#include "cancel.h"
 #include "engine.h"
 #include "flow_tools.h"
 #include "video.h"
@@ -18,6 +19,9 @@ namespace {
 void translate(const std::exception_ptr& error, void*) {
   try {
     std::rethrow_exception(error);
+  } catch (const vemo::Cancelled& e) {
+    // Cancelled from Python only on Ctrl-C.
+    PyErr_SetString(PyExc_KeyboardInterrupt, e.what());
   } catch (const vemo::InvalidInput& e) {
     PyErr_SetString(PyExc_ValueError, e.what());
   } catch (const vemo::OutOfMemory& e) {
@@ -42,6 +46,7 @@ void translate(const std::exception_ptr& error, void*) {
 
 NB_MODULE(_vemo, m) {
   nb::register_exception_translator(&translate);
+  vemopy::bindCancel(m);
   vemopy::bindEngine(m);
   vemopy::bindFlowTools(m);
   vemopy::bindVideo(m);

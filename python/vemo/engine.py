@@ -3,12 +3,13 @@ backend for many pairs."""
 
 from __future__ import annotations
 
-from typing import NamedTuple, Optional
+from typing import Any, Callable, NamedTuple, Optional
 
 import numpy as np
 
-from . import _vemo
-from .options import check_device, check_parameters, check_threads, warn_fallback
+from . import _vemo, _waiting
+from ._scale import warn_if_unit_scale
+from .options import PARAMETERS, check_device, check_parameters, check_threads, warn_fallback
 
 
 class PairFlow(NamedTuple):
@@ -28,9 +29,22 @@ def _array(frame: object, name: str) -> np.ndarray:
     order (a big-endian array is converted, values unchanged)."""
     if not isinstance(frame, np.ndarray):
         raise TypeError(f"{name} must be a numpy array, not {type(frame).__name__}")
+    warn_if_unit_scale(frame, name, stacklevel=3)  # points at the caller of Engine.flow
     if not frame.dtype.isnative:
         return frame.astype(frame.dtype.newbyteorder("="))
     return frame
+
+
+def _values(**parameters: Any) -> list:
+    """The seven parameters, checked, in the order the module takes them."""
+    checked = check_parameters(**parameters)
+    return [checked[p.name] for p in PARAMETERS]
+
+
+def _cancellable(call: Callable[..., Any], *args: Any) -> Any:
+    """call(*args, cancel flag) on a worker thread; Ctrl-C sets the flag."""
+    flag = _vemo.CancelFlag()
+    return _waiting.call(call, *args, flag, cancel=flag.set)
 
 
 class Engine:
@@ -86,8 +100,9 @@ class Engine:
         """The flow from frame1 to frame2 as float32 H x W x 2 (u, v in pixels).
 
         Frames: H x W x 3 (RGB) or H x W (grey) arrays of uint8, uint16
-        (scaled by 255/65535) or float32 (0..255 scale), any strides, both of
-        the same size, at least 2 x 2. The parameters are those of the
+        (scaled by 255/65535) or float32 (0..255 scale; a UserWarning says
+        when a float32 frame has no value above 1, the 0..1 scale), any
+        strides, both of the same size, at least 2 x 2. The parameters are those of the
         ``vemo`` program: presmoothing sigma, smoothness alpha, matching
         weight beta, gradient-constancy weight gamma, pyramid factor eta,
         fixed-point and solver iterations. The result equals the ``.flo``
@@ -95,11 +110,13 @@ class Engine:
 
         Raises TypeError or ValueError for bad frames or parameters (before
         any work), MemoryError when the run does not fit in memory and
-        RuntimeError for a failure of the backend.
+        RuntimeError for a failure of the backend. Ctrl-C stops the
+        computation within a fraction of a second (KeyboardInterrupt); the
+        Engine stays usable.
         """
-        p = check_parameters(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
-                             fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
-        return self._engine.flow(_array(frame1, "frame1"), _array(frame2, "frame2"), **p)
+        values = _values(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
+                         fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+        return _cancellable(self._engine.flow, _array(frame1, "frame1"), _array(frame2, "frame2"), *values)
 
     def flow_pair(
         self,
@@ -122,9 +139,10 @@ class Engine:
         ``vemo-flow --backward --occlusions``. Frames, parameters and errors
         as for :meth:`flow`.
         """
-        p = check_parameters(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
-                             fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
-        forward, backward, occluded = self._engine.flow_pair(_array(frame1, "frame1"), _array(frame2, "frame2"), **p)
+        values = _values(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
+                         fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+        forward, backward, occluded = _cancellable(
+            self._engine.flow_pair, _array(frame1, "frame1"), _array(frame2, "frame2"), *values)
         return PairFlow(forward, backward, occluded)
 
 

@@ -44,6 +44,8 @@ Evaluation evaluate(const Flow& flow, const Flow& truth) {
   e.height = m.height;
   e.known_pixels = m.known;
   e.nonfinite_pixels = m.nonFinite;
+  e.missing_vectors = m.missing;
+  e.measured_vectors = m.measured;
   e.epe = m.epe;
   e.aae = m.aae;
   e.angular_error = m.angularError;

@@ -11,7 +11,9 @@
 #include "backends/backend_factory.h"
 #include "common/diagnostics.h"
 #include "common/stage_lines.h"
+#include "common/cancel.h"
 #include "driver/flow_options.h"
+#include "driver/interruption.h"
 #include "driver/pair_run.h"
 #include "driver/sequence.h"
 #include "driver/video_flow.h"
@@ -61,25 +63,42 @@ int runSequence(const FlowOptions& o, const std::string& backend) {
   const double start = wallSeconds();
   CProgress progress(stderr, pairs, isatty(STDERR_FILENO) == 1);
   std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
+  CInterruption interruption;
+  PairCounts counts;
   CTensor<float> previous;
   std::string previousName = frameName(o.sequence, frames[0]);
   NImageIO::readImage(previousName, previous);
   if (!o.quiet) progress.update(0);
-  for (int p = 0; p < pairs; ++p) {
-    const std::string nextName = frameName(o.sequence, frames[p + 1]);
-    CTensor<float> next;
-    NImageIO::readImage(nextName, next);
-    checkFrames(previous, next, previousName, nextName, o.quiet || p > 0);
-    runPair(*engine, previous, next, o, outputsOf(frames[p]), previousName, nextName);
-    if (!o.quiet) progress.update(p + 1);
-    previous = next;
-    previousName = nextName;
+  try {
+    for (int p = 0; p < pairs; ++p) {
+      vemo::cancellationPoint();
+      const std::string nextName = frameName(o.sequence, frames[p + 1]);
+      CTensor<float> next;
+      NImageIO::readImage(nextName, next);
+      checkFrames(previous, next, previousName, nextName, o.quiet || p > 0);
+      const PairOutputs out = outputsOf(frames[p]);
+      if (o.resume && out.complete(previous.xSize, previous.ySize)) {
+        ++counts.kept;
+      } else {
+        runPair(*engine, previous, next, o, out, previousName, nextName);
+        ++counts.computed;
+      }
+      if (!o.quiet) progress.update(p + 1);
+      previous = next;
+      previousName = nextName;
+    }
+  } catch (const vemo::Cancelled&) {
+  }
+  if (!o.quiet) progress.finish();
+  if (interruption.requested()) {
+    std::fprintf(stderr, "%s: %s\n", kFlowProgram, interruptedLine(counts, pairs, "").c_str());
+    return interruption.exitStatus();
   }
   if (!o.quiet) {
-    progress.finish();
-    std::printf("Wrote %s (%s of %d x %d, %.2f s on the %s backend)\n",
+    std::printf("Wrote %s (%s of %d x %d, %.2f s on the %s backend%s)\n",
                 listed(outputRanges(outputsOf(frames.front()), outputsOf(frames[pairs - 1]))).c_str(),
-                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, backend.c_str());
+                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, backend.c_str(),
+                resumedCounts(counts, o.resume).c_str());
   }
   return 0;
 }

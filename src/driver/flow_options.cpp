@@ -111,7 +111,8 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
        }},
   };
   const std::map<std::string, bool*> flags = {
-      {"--legend", &o.legend}, {"--quiet", &o.quiet}, {"-q", &o.quiet}, {"--timings", &o.timings}};
+      {"--legend", &o.legend}, {"--quiet", &o.quiet}, {"-q", &o.quiet}, {"--timings", &o.timings},
+      {"--resume", &o.resume}};
 
   std::vector<std::string> positional;
   bool optionsEnded = false;
@@ -182,6 +183,10 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
     o.frame1 = positional[0];
     o.frame2 = positional[1];
   }
+  if (o.resume && !given(o.sequence) && !inVideo) {
+    error = "--resume only applies to --sequence and --video";
+    return false;
+  }
   if (o.first >= 0 && !given(o.sequence)) {
     error = "--first only applies to --sequence";
     return false;
@@ -241,6 +246,11 @@ std::string flowUsage(const char* program) {
          "                           every consecutive pair is computed and -o, --viz,\n"
          "                           --backward and --occlusions are patterns too\n"
          "      --first N            number of the first frame (default: 0 or 1)\n"
+         "      --resume             keep the pairs whose outputs are all complete (from\n"
+         "                           a run that was interrupted) and compute the rest;\n"
+         "                           also with --video. SIGINT or SIGTERM stops a run\n"
+         "                           between pairs: only complete outputs stay, and the\n"
+         "                           exit status is 130 or 143\n"
          "Videos (any file FFmpeg decodes; outputs are patterns, numbered by the first\n"
          "frame of their pair, frames counting from 0):\n"
          "      --video FILE         compute the flow between consecutive frames\n"

@@ -80,6 +80,46 @@ std::vector<std::string> PairOutputs::names() const {
   return out;
 }
 
+bool PairOutputs::complete(int width, int height) const {
+  for (const std::string* flowName : {&flow, &backward}) {
+    if (flowName->empty()) continue;
+    struct stat info;
+    unsigned char header[12];
+    FILE* file = std::fopen(flowName->c_str(), "rb");
+    if (file == nullptr) return false;
+    const bool read = std::fread(header, 1, sizeof header, file) == sizeof header && fstat(fileno(file), &info) == 0;
+    std::fclose(file);
+    const auto le32 = [&header](int at) {
+      return static_cast<long long>(header[at] | header[at + 1] << 8 | header[at + 2] << 16 |
+                                    static_cast<unsigned>(header[at + 3]) << 24);
+    };
+    if (!read || std::memcmp(header, "PIEH", 4) != 0 || le32(4) != width || le32(8) != height ||
+        info.st_size != 12 + 8LL * width * height)
+      return false;
+  }
+  for (const std::string* picture : {&viz, &occlusions}) {
+    struct stat info;
+    if (!picture->empty() && (stat(picture->c_str(), &info) != 0 || !S_ISREG(info.st_mode))) return false;
+  }
+  return true;
+}
+
+std::string interruptedLine(const PairCounts& counts, long long total, const std::string& video) {
+  std::string line = "interrupted after " + std::to_string(counts.done());
+  line += total >= 0 ? " of " + pairCount(total) : (counts.done() == 1 ? " pair" : " pairs");
+  if (counts.kept > 0) line += " (" + std::to_string(counts.kept) + " kept, " + std::to_string(counts.computed) +
+                               " computed)";
+  line += counts.done() > 0 ? ": their outputs are complete" : ": nothing was written";
+  if (!video.empty()) line += "; " + video + " holds them";
+  return line + "; the same command with --resume computes the rest";
+}
+
+std::string resumedCounts(const PairCounts& counts, bool resume) {
+  if (!resume) return std::string();
+  return ", " + std::to_string(counts.kept) + (counts.kept == 1 ? " complete pair" : " complete pairs") +
+         " kept, " + std::to_string(counts.computed) + " computed";
+}
+
 std::string selectBackend(const vemo::DeviceRequest& device) {
   vemo::requestBackend(device.backend, device.cudaDevice);
   const std::string chosen = vemo::chosenBackendName();

@@ -20,7 +20,26 @@ struct PairOutputs {
   std::string flow, viz, backward, occlusions;
   // The names asked for, in the order they are written.
   std::vector<std::string> names() const;
+  // Whether every output asked for is on disk and whole for frames of
+  // width x height: flow files with the tag, these sizes and the length
+  // they imply, pictures present (every output is written atomically).
+  bool complete(int width, int height) const;
 };
+
+// Pairs of a run whose outputs were kept (--resume) and computed.
+struct PairCounts {
+  long long kept = 0, computed = 0;
+  long long done() const { return kept + computed; }
+};
+
+// The line of a run stopped by a signal (without the program's name): how
+// far it got of total pairs (below 0: unknown), what holds the pairs done
+// (video, when one was written) and how to go on.
+std::string interruptedLine(const PairCounts& counts, long long total, const std::string& video);
+
+// ", 3 complete pairs kept, 5 computed" after the closing line's counts
+// with --resume; "" without.
+std::string resumedCounts(const PairCounts& counts, bool resume);
 
 // Tells the backend factory what --device asked for and says on stderr when
 // another backend runs instead. Returns the name of the one that runs.

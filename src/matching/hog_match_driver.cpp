@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/cancel.h"
 #include "common/diagnostics.h"
 #include "common/stage_lines.h"
 #include "common/timer.h"
@@ -30,6 +31,22 @@ namespace {
 void printTimes() {
   stageLine("HOG creation = %f msec\n", timer_hogc);
   stageLine("HOG match = %f msec\n", timer_hogmatch);
+}
+
+// Points searched per call: each point is matched alone, so slices give the
+// same result as one call, and a cancelled computation stops between them
+// (on one CPU core a slice takes a fraction of a second).
+constexpr int kMatchSlice = 2048;
+
+void matchInSlices(MatchingStages& stages, const HogMatchInputs& inputs, const int* x, const int* y, int n,
+                   const HogMatchResults& out) {
+  for (int first = 0; first < n; first += kMatchSlice) {
+    cancellationPoint();
+    const int count = n - first < kMatchSlice ? n - first : kMatchSlice;
+    stages.hogMatch(inputs, x + first, y + first, count,
+                    HogMatchResults{out.match_x + first, out.match_y + first, out.match_dist + first,
+                                    out.match_dist2 + first});
+  }
 }
 
 }  // namespace
@@ -114,14 +131,14 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   // Forward: grid points of frame 1, searched in frame 2, weak points skipped.
   const HogMatchInputs forward{Image1,         Image2,         hog1.data(), hog2.data(), conf.data(), 1,
                                energy1.data(), energy2.data(), average.data(), height,      width,       pitch};
-  stages.hogMatch(forward, mx.data(), my.data(), n,
-                  HogMatchResults{forwardX.data(), forwardY.data(), forwardDist.data(), forwardDist2.data()});
+  matchInSlices(stages, forward, mx.data(), my.data(), n,
+                HogMatchResults{forwardX.data(), forwardY.data(), forwardDist.data(), forwardDist2.data()});
   // Backward: each forward result searched in frame 1. Points without a
   // forward match sit at (0, 0) and are skipped.
   const HogMatchInputs backward{Image2,         Image1,         hog2.data(), hog1.data(), conf.data(), 0,
                                 energy2.data(), energy1.data(), average.data(), height,      width,       pitch};
-  stages.hogMatch(backward, forwardX.data(), forwardY.data(), n,
-                  HogMatchResults{backwardX.data(), backwardY.data(), backwardDist.data(), backwardDist2.data()});
+  matchInSlices(stages, backward, forwardX.data(), forwardY.data(), n,
+                HogMatchResults{backwardX.data(), backwardY.data(), backwardDist.data(), backwardDist2.data()});
   stages.consistencyCheck(mx.data(), my.data(), forwardX.data(), forwardY.data(), backwardX.data(),
                           backwardY.data(), forwardDist.data(), forwardDist2.data(), n, Confidence, u, v, height,
                           width, pitch);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include "common/cancel.h"
 #include "common/hd.h"
 #include "method/scratch_sets.h"
 
@@ -59,6 +60,7 @@ VEMO_INLINE void pcgSteps(Steps& steps, const SolveArgs& a) {
   float* p = t.p;
   float* pOther = t.pNext;
   for (int k = 0; k < a.iterations && steps.cgActive(); ++k) {
+    cancellationPoint();
     if (k == 0) {
       steps.cgFirstProduct(a.A, p, t.q, h, w, pitch);
     } else if (steps.cgDirectionInPlace()) {

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/cancel.h"
 #include "common/stage_lines.h"
 #include "variational/nonlinear_iteration.h"
 #include "variational/pyramid.h"
@@ -80,6 +81,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   int iterations = solverIterations;
 
   for (int s = nscales; s >= -kExtraFullSizePasses; --s) {
+    cancellationPoint();
     const int e = s >= 0 ? s : 0;
     if (pyramidLevelIsDegenerate(s, height, width, eta)) {
       stageLine("Increase eta or increase minimum dimension\n");

@@ -2,13 +2,19 @@
 
 from __future__ import annotations
 
+import os
+import signal
+import subprocess
+import sys
 import threading
 import time
+import warnings
 
 import numpy as np
 import pytest
 
 import vemo
+from vemo import _waiting
 from conftest import run_program, textured_frames, write_ppm
 
 
@@ -135,6 +141,58 @@ def test_a_frame_too_large_for_memory_raises_memory_error():
     frame = np.broadcast_to(np.uint8(7), (1024, 65535))
     with pytest.raises(MemoryError, match="needs about"):
         vemo.flow(frame, frame, device="cpu")
+
+
+def test_a_pair_beyond_the_process_memory_limit_raises_memory_error_before_any_work():
+    # In a child whose address space may grow by 400 MiB: the pair needs
+    # about 840 MiB.
+    code = """
+import resource, time, numpy as np, vemo
+pages = int(open("/proc/self/statm").read().split()[0])
+resource.setrlimit(resource.RLIMIT_AS, (pages * resource.getpagesize() + (400 << 20), resource.RLIM_INFINITY))
+frame = np.zeros((1200, 2000, 3), np.uint8)
+start = time.perf_counter()
+try:
+    vemo.flow(frame, frame, device="cpu")
+except MemoryError as error:
+    print(f"MemoryError {time.perf_counter() - start:.3f} {error}")
+"""
+    run = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=300)
+    assert run.stdout.startswith("MemoryError"), run.stdout + run.stderr
+    assert "a 2000 x 1200 frame with 3 channels needs about" in run.stdout
+    assert float(run.stdout.split()[1]) < 2.0, "refused after work had begun"
+
+
+def test_a_float_frame_on_the_0_to_1_scale_is_warned_about(pair):
+    a, b = (f.astype(np.float32) for f in pair)
+    with pytest.warns(UserWarning, match="frame1 is float32 with no value above 1.*multiply it by 255"):
+        vemo.flow(a / 255, b, device="cpu", fixed_point_iters=1, solver_iters=1)
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        vemo.flow(a, b, device="cpu", fixed_point_iters=1, solver_iters=1)
+        vemo.flow(*pair, device="cpu", fixed_point_iters=1, solver_iters=1)
+
+
+def test_ctrl_c_stops_a_flow_at_once_and_the_engine_goes_on(pair):
+    engine = vemo.Engine("cpu", threads=1)
+    big = textured_frames(2, 640, 480)
+    threading.Timer(0.5, os.kill, (os.getpid(), signal.SIGINT)).start()
+    start = time.perf_counter()
+    with pytest.raises(KeyboardInterrupt):
+        engine.flow(*big)
+    assert time.perf_counter() - start < 1.5, "the computation ran on after Ctrl-C"
+    assert np.array_equal(engine.flow(*pair), vemo.flow(*pair, device="cpu"))
+
+
+def test_ctrl_c_reaches_a_thread_waiting_for_a_long_call():
+    cancelled = []
+    threading.Timer(0.2, os.kill, (os.getpid(), signal.SIGINT)).start()
+    start = time.perf_counter()
+    with pytest.raises(KeyboardInterrupt):
+        _waiting.call(time.sleep, 5, cancel=lambda: cancelled.append(True))
+    assert time.perf_counter() - start < 1.0 and cancelled
+    with pytest.raises(ZeroDivisionError):  # the call's own exception comes through
+        _waiting.call(divmod, 1, 0)
 
 
 def test_flow_releases_the_gil(pair):

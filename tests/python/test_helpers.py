@@ -84,12 +84,18 @@ def test_flow_to_rgb_uses_the_colour_wheel():
     assert np.array_equal(vemo.flow_to_rgb(flow), rgb)
     with pytest.raises(ValueError):
         vemo.flow_to_rgb(flow, max_flow=0)
+    # Larger than the largest frame (a view that costs no memory): refused
+    # at once, with the limit frames have.
+    huge = np.broadcast_to(np.zeros((1, 1, 2), np.float32), (8193, 8192, 2))
+    with pytest.raises(ValueError, match="67108864 pixels"):
+        vemo.flow_to_rgb(huge)
 
 
 def test_evaluate_matches_vemo_eval(tmp_path):
     truth = random_flow(20, 30, seed=1)
     truth[0, :5] = 1e9  # unknown ground truth
     flow = truth + random_flow(20, 30, seed=2) * 0.3
+    flow[5, :7, 1] = np.nan  # missing vectors
     vemo.write_flo(tmp_path / "flow.flo", flow)
     vemo.write_flo(tmp_path / "truth.flo", truth)
     expected = json.loads(run_program("vemo-eval", "--json", "flow.flo", "truth.flo", cwd=tmp_path).stdout)
@@ -100,5 +106,8 @@ def test_evaluate_matches_vemo_eval(tmp_path):
             assert np.isnan(got[key]), key
         else:
             assert got[key] == pytest.approx(value, rel=1e-8), key
+    assert got["missing_vectors"] == 7 and got["measured_vectors"] == 20 * 30 - 5 - 7
+    # Missing vectors are not accurate ones.
+    assert vemo.evaluate(np.full_like(truth, np.nan), truth)["over_1px"] == 1.0
     with pytest.raises(ValueError, match="truth is"):
         vemo.evaluate(flow, truth[:10])
