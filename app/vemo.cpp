@@ -5,12 +5,15 @@
 #include <exception>
 #include <new>
 
+#include "backends/backend.h"
 #include "driver/command_line.h"
 
 int main(int argc, char** argv) {
   int status = 1;
   try {
     status = runCommandLine(argc, argv);
+  } catch (const vemo::BackendError&) {
+    // The backend printed its message where it failed.
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "vemo: out of memory\n");
   } catch (const std::exception& e) {

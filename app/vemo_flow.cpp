@@ -4,12 +4,15 @@
 #include <exception>
 #include <new>
 
+#include "backends/backend.h"
 #include "driver/flow_command.h"
 
 int main(int argc, char** argv) {
   int status = 1;
   try {
     status = runFlowProgram(argc, argv);
+  } catch (const vemo::BackendError&) {
+    // The backend printed its message where it failed.
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "vemo-flow: out of memory\n");
   } catch (const std::exception& e) {

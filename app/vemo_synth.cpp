@@ -4,14 +4,16 @@
 //
 // Writes <dir>/frame1.ppm, <dir>/frame2.ppm (binary P6) and <dir>/truth.flo,
 // the constant flow (dx, dy) of frame 1 towards frame 2. Defaults: shift
-// 2.5 1.5, size 320 240, seed 1. The directory must exist.
+// 2.5 1.5, size 320 240, seed 1. The folder is made when it is missing.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <string>
 
+#include "common/diagnostics.h"
 #include "driver/optic_flow.h"
+#include "image/atomic_file.h"
 #include "image/ppm_write.h"
 #include "image/synthetic.h"
 
@@ -21,7 +23,7 @@ void usage(std::FILE* stream, const char* program) {
   std::fprintf(stream,
                "Usage : %s <dir> [<dx> <dy> [<width> <height> [<seed>]]]\n"
                "Writes <dir>/frame1.ppm, <dir>/frame2.ppm and the ground truth <dir>/truth.flo\n"
-               "(frame 2 is frame 1 shifted by dx, dy pixels). The directory must exist.\n"
+               "(frame 2 is frame 1 shifted by dx, dy pixels), making the folder if needed.\n"
                "Defaults: dx 2.5, dy 1.5, width 320, height 240, seed 1.\n",
                program);
 }
@@ -65,6 +67,12 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::string dir = argv[1];
+  vemo::setMessagePrefix("vemo-synth: ");
+  const std::string folders = makeFoldersFor(dir + "/frame1.ppm");
+  if (!folders.empty()) {
+    std::fprintf(stderr, "vemo-synth: cannot write %s/frame1.ppm: %s\n", dir.c_str(), folders.c_str());
+    return 1;
+  }
   try {
     CTensor<float> frame1, frame2, truth;
     NSynthetic::makeShiftedPair(static_cast<int>(width), static_cast<int>(height),

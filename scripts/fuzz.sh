@@ -8,13 +8,7 @@ cd "$(dirname "$0")/.."
 secs=${1:-60}
 shift || true
 
-need=(clang libclang-rt-14-dev libomp-dev)
-missing=()
-for p in "${need[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
-if [ ${#missing[@]} -gt 0 ]; then
-  SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO="sudo"
-  $SUDO apt-get update -qq && $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+scripts/need_clang.sh
 
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DVEMO_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build-fuzz -j "$(env -u OMP_NUM_THREADS -u OMP_THREAD_LIMIT nproc)"

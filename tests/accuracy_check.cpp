@@ -86,6 +86,8 @@ TEST(AccuracyTable, ListsEveryPairOnce) {
 TEST_P(Accuracy, EndPointErrorDoesNotRegress) {
   const Row& row = GetParam();
   const std::string dir = std::string(VEMO_DATA_DIR) + "/" + row.pair;
+  if (!isDirectory(VEMO_DATA_DIR))
+    GTEST_SKIP() << "no real frame pairs: the folder ../shared/data/flow beside the clone is missing";
   if (!isDirectory(dir)) GTEST_SKIP() << "no data folder " << dir;
   CTensor<float> frame1, frame2, truth, flow;
   NImageIO::readImage(dir + "/frame1.ppm", frame1);

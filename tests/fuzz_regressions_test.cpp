@@ -9,6 +9,9 @@
 #include "driver/optic_flow.h"
 #include "image/read_image.h"
 #include "image/tensor.h"
+#include "support/process.h"
+#include "video/video_error.h"
+#include "video/video_reader.h"
 
 namespace fs = std::filesystem;
 
@@ -26,6 +29,16 @@ TEST(FuzzRegressions, EveryKeptInputIsReadOrRejectedCleanly) {
       try {
         NImageIO::readImage(path, image);
       } catch (const EInvalidFileFormat&) {
+      }
+    } else if (name.rfind("vid-", 0) == 0) {
+      // As the video fuzz target reads it: from memory, a few frames.
+      const std::string bytes = vemotest::slurp(path);
+      try {
+        CVideoReader reader(bytes.data(), bytes.size(), name, size_t(1) << 18);
+        CTensor<float> frame;
+        for (int n = 0; n < 24 && reader.read(frame); ++n) {
+        }
+      } catch (const EVideoError&) {
       }
     } else if (path.find("flo-") != std::string::npos) {
       CTensor<float> flow;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <cmath>
 #include <fstream>
 #include <memory>
@@ -111,9 +112,10 @@ TEST_F(VideoFlow, FlowsEqualTheFrameFolderPathAndTheFlowVideoFollowsTheClip) {
 }
 
 TEST_F(VideoFlow, BrokenClipsStopWithAMessageAndKeepTheFlowsBefore) {
-  Result r = run({"--video", "missing.mp4", "-o", "v/%05d.flo"});
+  Result r = run({"--video", "missing.mp4", "-o", "new/%05d.flo"});
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("File not found: missing.mp4"), std::string::npos) << r.err;
+  EXPECT_EQ(r.err, "vemo-flow: cannot read missing.mp4: No such file or directory\n");
+  EXPECT_FALSE(exists(path("new"))) << "output folders are made only once the input is there";
   std::ofstream(path("notes.mp4")) << "these are notes, not a video\n";
   r = run({"--video", "notes.mp4", "-o", "v/%05d.flo"});
   EXPECT_EQ(r.status, 1);
@@ -138,6 +140,19 @@ TEST_F(VideoFlow, BrokenClipsStopWithAMessageAndKeepTheFlowsBefore) {
   EXPECT_TRUE(validFlow(path("v/00001.flo"), kWidth, kHeight));
   EXPECT_TRUE(exists(path("cut.mkv")));
 
+  // Two MPEG-TS clips joined with cat: the demuxer marks the packet where
+  // the stream's counters restart as damaged, but the stream goes on, and
+  // what stops the run is the change of size, said as such.
+  writeClip(path("a.ts"), 5, kWidth, kHeight, "mpeg2video");
+  writeClip(path("b.ts"), 4, 32, 24, "mpeg2video");
+  std::ofstream(path("joined.ts"), std::ios::binary) << slurp(path("a.ts")) << slurp(path("b.ts"));
+  r = run({"--video", "joined.ts", "-o", "v/t%05d.flo", "--device", "cpu", "-q"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find(" is 32 x 24 but frame "), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("is 48 x 40: the frames of a clip must keep one size"), std::string::npos) << r.err;
+  EXPECT_EQ(r.err.find("damaged"), std::string::npos) << r.err;
+  EXPECT_TRUE(validFlow(path("v/t00002.flo"), kWidth, kHeight));
+
   // Two H.264 streams of different sizes one after the other, as cameras
   // and stream dumps produce them: the size change stops the run after the
   // pairs of the first stream.
@@ -154,4 +169,71 @@ TEST_F(VideoFlow, BrokenClipsStopWithAMessageAndKeepTheFlowsBefore) {
   EXPECT_NE(r.err.find("the outputs of the 1 pair before are complete"), std::string::npos) << r.err;
   EXPECT_TRUE(validFlow(path("v/j00000.flo"), kWidth, kHeight));
   EXPECT_FALSE(exists(path("v/j00001.flo")));
+}
+
+// SIGINT or SIGTERM during a run of pairs: status 130 / 143 after one line,
+// only complete outputs and a playable flow video of the pairs done; the
+// same command with --resume keeps those and computes the rest.
+TEST_F(VideoFlow, SignalsLeaveOnlyCompleteOutputsAndResumeComputesTheRest) {
+#ifdef VEMO_SANITIZE_BUILD
+  constexpr int width = 96, height = 72;
+#else
+  constexpr int width = 160, height = 120;
+#endif
+  constexpr int frames = 10;
+  writeClip(path("ten.avi"), frames, width, height, "ffv1");
+  const std::vector<std::string> video = {"--video", "ten.avi", "-o", "v/%05d.flo", "--viz-video", "v/flow.mkv",
+                                          "--device", "cpu", "--threads", "1"};
+  Result r = scratch_->runUntil(kFlow, video, "v/00000.flo", SIGTERM);
+  EXPECT_EQ(r.status, 143) << r.err;
+  const std::string last = r.err.substr(r.err.rfind('\n', r.err.size() - 2) + 1);
+  EXPECT_EQ(last.rfind("vemo-flow: interrupted after ", 0), 0u) << r.err;
+  EXPECT_NE(last.find("v/flow.mkv holds them; the same command with --resume computes the rest"),
+            std::string::npos) << last;
+  const auto numbered = [](const char* pattern, int n) {
+    char name[32];
+    std::snprintf(name, sizeof name, pattern, n);
+    return std::string(name);
+  };
+  int done = 0;
+  while (exists(path(numbered("v/%05d.flo", done)))) EXPECT_TRUE(validFlow(path(numbered("v/%05d.flo", done++)), width, height));
+  ASSERT_GT(done, 0);
+  ASSERT_LT(done, frames - 1) << "the run ended before the signal";
+  {
+    CVideoReader flowVideo(path("v/flow.mkv"));
+    CTensor<float> frame;
+    int shown = 0;
+    while (flowVideo.read(frame)) ++shown;
+    EXPECT_EQ(shown, done);
+  }
+  r = scratch_->run("/bin/sh", {"-c", "ls -a v | grep '^\\.' | grep -v '^\\.\\.\\?$'"});
+  EXPECT_EQ(r.out, "") << "temporary files left behind";
+
+  std::vector<std::string> resumed = video;
+  resumed.push_back("--resume");
+  r = run(resumed);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find(std::to_string(done) + (done == 1 ? " complete pair" : " complete pairs") + " kept, " +
+                       std::to_string(frames - 1 - done) + " computed"),
+            std::string::npos) << r.out;
+  CVideoReader flowVideo(path("v/flow.mkv"));
+  CTensor<float> frame;
+  int shown = 0;
+  while (flowVideo.read(frame)) ++shown;
+  EXPECT_EQ(shown, frames - 1);
+
+  // A sequence of frame files, stopped by SIGINT, then resumed.
+  CVideoReader reader(path("ten.avi"));
+  for (int n = 0; reader.read(frame); ++n) NImageIO::writePNG(frame, path(numbered("frames/%05d.png", n)).c_str());
+  const std::vector<std::string> sequence = {"--sequence", "frames/%05d.png", "-o", "s/%05d.flo", "--device", "cpu",
+                                             "--threads", "1"};
+  r = scratch_->runUntil(kFlow, sequence, "s/00000.flo", SIGINT);
+  EXPECT_EQ(r.status, 130) << r.err;
+  EXPECT_NE(r.err.find("interrupted after "), std::string::npos) << r.err;
+  resumed = sequence;
+  resumed.push_back("--resume");
+  r = run(resumed);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("computed)"), std::string::npos) << r.out;
+  EXPECT_EQ(slurp(path("s/00008.flo")), slurp(path("v/00008.flo")));
 }

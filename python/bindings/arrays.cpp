@@ -1,7 +1,6 @@
 #include "arrays.h"
 
-#include <cmath>
-#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -31,28 +30,22 @@ std::string shapeText(const AnyArray& a) {
   return text + (a.ndim() == 1 ? ",)" : ")");
 }
 
-// Copies element (y, x, c) of a strided H x W x C array (C = 1 for a 2-D
-// array) into plane `plane` of `out`, converted by `value`.
-template <typename T, typename Convert>
-void copyPlanes(const AnyArray& a, CTensor<float>& out, int channels, Convert value) {
-  const T* base = static_cast<const T*>(a.data());
-  const int64_t sy = a.stride(0), sx = a.stride(1), sc = a.ndim() == 3 ? a.stride(2) : 0;
-  const size_t plane = out.planeSize();
-  for (int y = 0; y < out.ySize; ++y)
-    for (int x = 0; x < out.xSize; ++x)
-      for (int c = 0; c < out.zSize; ++c) {
-        const int source = channels == 1 ? 0 : c;
-        out.data[c * plane + static_cast<size_t>(y) * out.xSize + x] = value(base[y * sy + x * sx + source * sc]);
-      }
-}
-
 bool hasDtype(const AnyArray& a, nb::dlpack::dtype_code code, int bits) {
   return a.dtype().code == static_cast<uint8_t>(code) && a.dtype().bits == bits && a.dtype().lanes == 1;
 }
 
-void checkFinite(const CTensor<float>& t, const char* what) {
-  for (size_t i = 0; i < t.elements(); ++i)
-    if (!std::isfinite(t.data[i])) throw nb::value_error((std::string(what) + " holds NaN or infinite values").c_str());
+// Copies the elements of a strided H x W x C array (C = 1 for 2-D) into
+// packed rows of interleaved samples.
+template <typename T>
+void packInto(const AnyArray& a, int channels, std::vector<unsigned char>& out) {
+  const T* base = static_cast<const T*>(a.data());
+  const int64_t sy = a.stride(0), sx = a.stride(1), sc = a.ndim() == 3 ? a.stride(2) : 0;
+  const size_t h = a.shape(0), w = a.shape(1);
+  out.resize(h * w * channels * sizeof(T));
+  T* dst = reinterpret_cast<T*>(out.data());
+  for (size_t y = 0; y < h; ++y)
+    for (size_t x = 0; x < w; ++x)
+      for (int c = 0; c < channels; ++c) *dst++ = base[y * sy + x * sx + c * sc];
 }
 
 template <typename T>
@@ -64,11 +57,15 @@ nb::ndarray<nb::numpy, T> ownedArray(std::unique_ptr<T[]> values, std::initializ
 
 }  // namespace
 
-FrameShape checkFrameArray(const AnyArray& a, const char* what) {
-  const bool u8 = hasDtype(a, nb::dlpack::dtype_code::UInt, 8);
-  const bool u16 = hasDtype(a, nb::dlpack::dtype_code::UInt, 16);
-  const bool f32 = hasDtype(a, nb::dlpack::dtype_code::Float, 32);
-  if (!u8 && !u16 && !f32) {
+void viewFrame(const AnyArray& a, const char* what, FrameArray& out) {
+  vemo::PixelType type;
+  if (hasDtype(a, nb::dlpack::dtype_code::UInt, 8)) {
+    type = vemo::PixelType::UInt8;
+  } else if (hasDtype(a, nb::dlpack::dtype_code::UInt, 16)) {
+    type = vemo::PixelType::UInt16;
+  } else if (hasDtype(a, nb::dlpack::dtype_code::Float, 32)) {
+    type = vemo::PixelType::Float32;
+  } else {
     throw nb::type_error((std::string(what) + " has dtype " + dtypeName(a.dtype()) +
                           "; frames must be uint8, uint16 or float32").c_str());
   }
@@ -76,43 +73,33 @@ FrameShape checkFrameArray(const AnyArray& a, const char* what) {
     throw nb::value_error((std::string(what) + " has shape " + shapeText(a) +
                            "; frames must be H x W x 3 (colour) or H x W (grey)").c_str());
   }
-  const size_t height = a.shape(0), width = a.shape(1);
-  const size_t side = static_cast<size_t>(NImageIO::kMaxImageSide);
-  if (height < 2 || width < 2 || height > side || width > side || height * width > NImageIO::kMaxImagePixels) {
-    throw nb::value_error((std::string(what) + " is " + std::to_string(width) + " x " + std::to_string(height) +
-                           " pixels; frames need at least 2 x 2, sides up to " + std::to_string(side) +
-                           " and at most " + std::to_string(NImageIO::kMaxImagePixels) + " pixels")
-                              .c_str());
-  }
-  return FrameShape{static_cast<int>(width), static_cast<int>(height)};
-}
-
-CTensor<float> frameFromArray(const AnyArray& a, const char* what) {
-  const FrameShape shape = checkFrameArray(a, what);
   const int channels = a.ndim() == 3 ? 3 : 1;
-  CTensor<float> frame(shape.width, shape.height, 3);
-  if (hasDtype(a, nb::dlpack::dtype_code::UInt, 8)) {
-    copyPlanes<uint8_t>(a, frame, channels, [](uint8_t v) { return static_cast<float>(v); });
-  } else if (hasDtype(a, nb::dlpack::dtype_code::UInt, 16)) {
-    const float scale16 = 255.0f / 65535.0f;
-    copyPlanes<uint16_t>(a, frame, channels, [scale16](uint16_t v) { return static_cast<float>(v) * scale16; });
-  } else {
-    copyPlanes<float>(a, frame, channels, [](float v) { return v; });
-    checkFinite(frame, what);
+  const size_t sample = vemo::bytes_per_sample(type);
+  // Sizes beyond int are left to the library's size check through a
+  // clamped value rather than a wrapped one.
+  auto side = [](size_t n) { return n > 1000000000u ? 1000000000 : static_cast<int>(n); };
+  const int width = side(a.shape(1)), height = side(a.shape(0));
+  const bool packedPixels = (a.ndim() == 2 || a.stride(2) == 1) && (width < 2 || a.stride(1) == channels);
+  const bool rowsForward = height < 2 || a.stride(0) >= static_cast<int64_t>(width) * channels;
+  const void* data = a.data();
+  std::ptrdiff_t stride = static_cast<std::ptrdiff_t>(a.stride(0)) * static_cast<std::ptrdiff_t>(sample);
+  if (!(packedPixels && rowsForward)) {
+    if (type == vemo::PixelType::UInt8) packInto<uint8_t>(a, channels, out.copy);
+    else if (type == vemo::PixelType::UInt16) packInto<uint16_t>(a, channels, out.copy);
+    else packInto<float>(a, channels, out.copy);
+    data = out.copy.data();
+    stride = 0;
   }
-  return frame;
+  if (height < 2) stride = 0;
+  out.view.data = data;
+  out.view.width = width;
+  out.view.height = height;
+  out.view.stride = stride;
+  out.view.channels = channels;
+  out.view.type = type;
 }
 
-void checkSameSize(const FrameShape& frame1, const FrameShape& frame2) {
-  if (frame1.width != frame2.width || frame1.height != frame2.height) {
-    throw nb::value_error(("frames differ in size: frame1 is " + std::to_string(frame1.width) + " x " +
-                           std::to_string(frame1.height) + ", frame2 is " + std::to_string(frame2.width) + " x " +
-                           std::to_string(frame2.height))
-                              .c_str());
-  }
-}
-
-CTensor<float> flowFromArray(const AnyArray& a, const char* what) {
+vemo::Flow flowFromArray(const AnyArray& a, const char* what) {
   if (!hasDtype(a, nb::dlpack::dtype_code::Float, 32)) {
     throw nb::type_error(
         (std::string(what) + " has dtype " + dtypeName(a.dtype()) + "; flow fields must be float32").c_str());
@@ -121,13 +108,44 @@ CTensor<float> flowFromArray(const AnyArray& a, const char* what) {
     throw nb::value_error(
         (std::string(what) + " has shape " + shapeText(a) + "; flow fields must be H x W x 2 (u, v)").c_str());
   }
-  if (a.shape(0) > static_cast<size_t>(NImageIO::kMaxImageSide) ||
-      a.shape(1) > static_cast<size_t>(NImageIO::kMaxImageSide)) {
-    throw nb::value_error((std::string(what) + " is larger than the largest accepted frame").c_str());
+  // Before anything is allocated for it.
+  if (a.shape(0) > 65535 || a.shape(1) > 65535 || a.shape(0) * a.shape(1) > NImageIO::kMaxImagePixels) {
+    throw nb::value_error((std::string(what) + " is " + std::to_string(a.shape(1)) + " x " +
+                           std::to_string(a.shape(0)) + " vectors, larger than the largest accepted frame (" +
+                           std::to_string(NImageIO::kMaxImagePixels) + " pixels)").c_str());
   }
-  CTensor<float> flow(static_cast<int>(a.shape(1)), static_cast<int>(a.shape(0)), 2);
-  copyPlanes<float>(a, flow, 2, [](float v) { return v; });
+  vemo::Flow flow(static_cast<int>(a.shape(1)), static_cast<int>(a.shape(0)));
+  const float* base = static_cast<const float*>(a.data());
+  const int64_t sy = a.stride(0), sx = a.stride(1), sc = a.stride(2);
+  float* dst = flow.data();
+  for (int y = 0; y < flow.height(); ++y)
+    for (int x = 0; x < flow.width(); ++x)
+      for (int c = 0; c < 2; ++c) *dst++ = base[y * sy + x * sx + c * sc];
   return flow;
+}
+
+nb::ndarray<nb::numpy, float> flowToArray(const vemo::Flow& flow) {
+  std::unique_ptr<float[]> values(new float[flow.size()]);
+  std::memcpy(values.get(), flow.data(), flow.size() * sizeof(float));
+  return ownedArray(std::move(values), {size_t(flow.height()), size_t(flow.width()), 2});
+}
+
+nb::object imageToArray(const vemo::Image& image) {
+  const size_t h = image.height(), w = image.width(), c = image.channels();
+  if (image.type() == vemo::PixelType::Float32) {
+    std::unique_ptr<float[]> values(new float[h * w * c]);
+    std::memcpy(values.get(), image.data(), image.size_bytes());
+    return nb::cast(ownedArray(std::move(values), {h, w, c}));
+  }
+  std::unique_ptr<uint8_t[]> values(new uint8_t[h * w * c]);
+  std::memcpy(values.get(), image.data(), image.size_bytes());
+  return nb::cast(ownedArray(std::move(values), {h, w, c}));
+}
+
+nb::ndarray<nb::numpy, bool> maskToArray(const std::vector<std::uint8_t>& mask, int width, int height) {
+  std::unique_ptr<bool[]> values(new bool[mask.size()]);
+  for (size_t i = 0; i < mask.size(); ++i) values[i] = mask[i] != 0;
+  return ownedArray(std::move(values), {size_t(height), size_t(width)});
 }
 
 nb::ndarray<nb::numpy, float> tensorToArray(const CTensor<float>& tensor) {
@@ -136,24 +154,6 @@ nb::ndarray<nb::numpy, float> tensorToArray(const CTensor<float>& tensor) {
   for (size_t i = 0; i < plane; ++i)
     for (size_t z = 0; z < c; ++z) values[i * c + z] = tensor.data[z * plane + i];
   return ownedArray(std::move(values), {h, w, c});
-}
-
-nb::ndarray<nb::numpy, uint8_t> pictureToArray(const CTensor<float>& picture) {
-  const size_t h = picture.ySize, w = picture.xSize, c = picture.zSize, plane = picture.planeSize();
-  std::unique_ptr<uint8_t[]> values(new uint8_t[plane * c]);
-  for (size_t i = 0; i < plane; ++i)
-    for (size_t z = 0; z < c; ++z) {
-      const float v = picture.data[z * plane + i];
-      values[i * c + z] = static_cast<uint8_t>(v <= 0.0f ? 0.0f : (v >= 255.0f ? 255.0f : v));
-    }
-  return ownedArray(std::move(values), {h, w, c});
-}
-
-nb::ndarray<nb::numpy, bool> maskToArray(const CTensor<float>& mask) {
-  const size_t h = mask.ySize, w = mask.xSize, plane = mask.planeSize();
-  std::unique_ptr<bool[]> values(new bool[plane]);
-  for (size_t i = 0; i < plane; ++i) values[i] = mask.data[i] != 0.0f;
-  return ownedArray(std::move(values), {h, w});
 }
 
 }  // namespace vemopy

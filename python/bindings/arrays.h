@@ -1,10 +1,15 @@
-// Conversions between numpy arrays and the library's planar tensors, with
-// the checks every entry point makes before any work: dtype, shape, size.
+// Conversions between numpy arrays and the library's public types, with the
+// checks that only the binding can make (dtype, number of dimensions); the
+// library checks the rest (sizes, strides, values) and says what is wrong.
 #pragma once
+
+#include <cstdint>
+#include <vector>
 
 #include <nanobind/ndarray.h>
 
 #include "image/tensor.h"
+#include "vemo/vemo.hpp"
 
 namespace vemopy {
 
@@ -14,34 +19,29 @@ namespace nb = nanobind;
 // than by nanobind, so that a wrong one gets a message that names it.
 using AnyArray = nb::ndarray<nb::ro, nb::device::cpu>;
 
-struct FrameShape {
-  int width, height;
+// A frame array seen by the library: an H x W x 3 (colour) or H x W (grey)
+// array of uint8, uint16 or float32. Rows at any stride are viewed in place;
+// other layouts (a channel stride other than one sample, a reversed or
+// transposed array) are copied into packed rows first, which `copy` holds.
+// TypeError for another dtype, ValueError for another shape.
+struct FrameArray {
+  vemo::ImageView view;
+  std::vector<unsigned char> copy;
 };
+void viewFrame(const AnyArray& array, const char* what, FrameArray& out);
 
-// The checks of frameFromArray that need no pixel: dtype, shape, size.
-FrameShape checkFrameArray(const AnyArray& array, const char* what);
+// A flow field from a float32 H x W x 2 array (u, v), any strides.
+// TypeError for another dtype, ValueError for another shape or an empty
+// field.
+vemo::Flow flowFromArray(const AnyArray& array, const char* what);
 
-// A frame from an H x W x 3 (colour) or H x W (grey, replicated) array of
-// uint8, uint16 or float32, with any strides, as three planes of values on
-// the 0..255 scale: uint8 as it is, uint16 times 255/65535 (as 16-bit PNG
-// frames are read), float32 as given. `what` names the argument in
-// messages. TypeError for another dtype; ValueError for another shape, a
-// side below 2 or above the accepted frame size, or a non-finite float.
-CTensor<float> frameFromArray(const AnyArray& array, const char* what);
-
-// ValueError unless both frames have the same width and height.
-void checkSameSize(const FrameShape& frame1, const FrameShape& frame2);
-
-// A flow field from a float32 H x W x 2 array (u, v), any strides, as a
-// two-plane tensor. TypeError for another dtype, ValueError for another
-// shape or an empty field.
-CTensor<float> flowFromArray(const AnyArray& array, const char* what);
-
-// New numpy arrays that own copies of a tensor's values: any tensor (a
-// flow, a frame) as float32 H x W x planes, a picture (values 0..255) as
-// uint8 H x W x planes, a mask (one plane, non-zero where set) as bool H x W.
+// New numpy arrays that own copies of the values: a flow as float32
+// H x W x 2, an image as H x W x channels of its pixel type (uint8 or
+// float32), a mask (1 where set) as bool H x W, and a planar tensor as
+// float32 H x W x planes.
+nb::ndarray<nb::numpy, float> flowToArray(const vemo::Flow& flow);
+nb::object imageToArray(const vemo::Image& image);
+nb::ndarray<nb::numpy, bool> maskToArray(const std::vector<std::uint8_t>& mask, int width, int height);
 nb::ndarray<nb::numpy, float> tensorToArray(const CTensor<float>& tensor);
-nb::ndarray<nb::numpy, uint8_t> pictureToArray(const CTensor<float>& picture);
-nb::ndarray<nb::numpy, bool> maskToArray(const CTensor<float>& mask);
 
 }  // namespace vemopy

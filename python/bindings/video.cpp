@@ -6,6 +6,8 @@
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
 
+#include "api/failures.h"
+#include "api/frames.h"
 #include "arrays.h"
 #include "video/video_error.h"
 #include "video/video_reader.h"
@@ -15,12 +17,28 @@ namespace vemopy {
 
 namespace {
 
+// Runs work with the library's messages captured: a video error keeps its
+// own message (VideoError); any other failure becomes the public exception
+// for its cause, with the captured text, instead of a message on standard
+// error.
+template <class Work>
+auto captured(Work&& work) -> decltype(work()) {
+  vemo::MessageCapture capture;
+  try {
+    return work();
+  } catch (const EVideoError&) {
+    throw;
+  } catch (...) {
+    vemo::api::rethrowAsPublic(capture.text(), vemo::api::FailureKind::Io);
+  }
+}
+
 // One open video file, decoded frame after frame with the GIL released.
 class VideoFile {
  public:
   explicit VideoFile(const std::string& path) {
     nb::gil_scoped_release released;
-    reader_ = std::make_unique<CVideoReader>(path);
+    reader_ = captured([&] { return std::make_unique<CVideoReader>(path); });
   }
 
   // The next frame as float32 H x W x 3 (0..255), or None at the end.
@@ -29,7 +47,7 @@ class VideoFile {
     bool got;
     {
       nb::gil_scoped_release released;
-      got = reader_->read(frame);
+      got = captured([&] { return reader_->read(frame); });
     }
     if (!got) return nb::none();
     return nb::cast(tensorToArray(frame));
@@ -38,7 +56,7 @@ class VideoFile {
   // Decodes the next frame without converting it; false at the end.
   bool skip() {
     nb::gil_scoped_release released;
-    return reader_->skip();
+    return captured([&] { return reader_->skip(); });
   }
 
   const CVideoReader& reader() const { return *reader_; }
@@ -55,18 +73,21 @@ class VideoOutput {
     if (width < 1 || height < 1) throw nb::value_error("a video needs frames of at least 1 x 1 pixels");
     if (rateNum < 1 || rateDen < 1) throw nb::value_error("a video needs a frame rate above 0");
     nb::gil_scoped_release released;
-    writer_ = std::make_unique<CVideoWriter>(path, width, height, VideoRate{rateNum, rateDen}, codec);
+    writer_ = captured(
+        [&] { return std::make_unique<CVideoWriter>(path, width, height, VideoRate{rateNum, rateDen}, codec); });
   }
 
   void write(const AnyArray& array) {
-    const CTensor<float> frame = frameFromArray(array, "frame");
+    FrameArray pixels;
+    viewFrame(array, "frame", pixels);
+    const CTensor<float> frame = vemo::api::frameFromView(pixels.view, "frame", 1);
     nb::gil_scoped_release released;
-    writer_->write(frame);
+    captured([&] { writer_->write(frame); });
   }
 
   void finish() {
     nb::gil_scoped_release released;
-    writer_->finish();
+    captured([&] { writer_->finish(); });
   }
 
   std::string codec() const { return writer_->codecDescription(); }

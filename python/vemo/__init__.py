@@ -16,10 +16,13 @@ computes whole folders of sequences and videos on a Dask cluster;
 ``vemo.read_video`` yields the frames of a video file.
 """
 
+from . import _vemo
 from .engine import Engine, PairFlow, flow
 from .flo import read_flo, write_flo
 from .tools import evaluate, flow_to_rgb, read_frame
 from .video import VideoError, read_video, write_video
+
+__version__ = _vemo.version()
 
 __all__ = ["Engine", "PairFlow", "flow", "read_flo", "write_flo", "evaluate", "flow_to_rgb", "read_frame", "read_video",
            "write_video", "VideoError"]

@@ -3,11 +3,13 @@ backend for many pairs."""
 
 from __future__ import annotations
 
-from typing import NamedTuple, Optional
+from typing import Any, Callable, NamedTuple, Optional
 
 import numpy as np
 
-from . import _vemo
+from . import _vemo, _waiting
+from ._scale import warn_if_unit_scale
+from .options import PARAMETERS, check_device, check_parameters, check_threads, warn_fallback
 
 
 class PairFlow(NamedTuple):
@@ -22,30 +24,56 @@ class PairFlow(NamedTuple):
     is hidden in frame 2 or leaves the frame)."""
 
 
-def _array(frame: object, name: str) -> object:
+def _array(frame: object, name: str) -> np.ndarray:
+    """A frame as the module takes it: a numpy array in the machine's byte
+    order (a big-endian array is converted, values unchanged)."""
     if not isinstance(frame, np.ndarray):
         raise TypeError(f"{name} must be a numpy array, not {type(frame).__name__}")
+    warn_if_unit_scale(frame, name, stacklevel=3)  # points at the caller of Engine.flow
+    if not frame.dtype.isnative:
+        return frame.astype(frame.dtype.newbyteorder("="))
     return frame
+
+
+def _values(**parameters: Any) -> list:
+    """The seven parameters, checked, in the order the module takes them."""
+    checked = check_parameters(**parameters)
+    return [checked[p.name] for p in PARAMETERS]
+
+
+def _cancellable(call: Callable[..., Any], *args: Any) -> Any:
+    """call(*args, cancel flag) on a worker thread; Ctrl-C sets the flag."""
+    flag = _vemo.CancelFlag()
+    return _waiting.call(call, *args, flag, cancel=flag.set)
 
 
 class Engine:
     """One backend, and the buffers it keeps, for many frame pairs.
 
     ``device`` is ``"auto"`` (the CUDA GPU where one is usable, else the
-    CPU), ``"cpu"`` or ``"cuda"`` (RuntimeError when no GPU can be used).
+    CPU), ``"cpu"``, ``"cuda"`` (device 0) or ``"cuda:N"``. A CUDA device
+    that cannot be used gives a RuntimeWarning saying why, and the engine
+    runs on the CPU, as ``vemo-flow --device cuda`` does (make the warning
+    an error with ``warnings.simplefilter("error", RuntimeWarning)``).
     ``threads`` limits the OpenMP threads of the CPU stages (None: all
-    cores, or ``OMP_NUM_THREADS``); results do not depend on it.
+    cores, or ``OMP_NUM_THREADS``); results do not depend on it. Wrong
+    types raise TypeError, names and counts out of range ValueError.
 
     The computations release the GIL, so other threads can read or write
-    files meanwhile; computations of several threads take turns.
+    files meanwhile; Engines on different threads compute at the same time,
+    and calls on one Engine take turns.
     """
 
     def __init__(self, device: str = "auto", threads: Optional[int] = None) -> None:
-        if threads is not None and (isinstance(threads, bool) or not isinstance(threads, int)):
-            raise TypeError(f"threads must be an int or None, not {type(threads).__name__}")
-        if threads is not None and not 1 <= threads <= 1024:
-            raise ValueError(f"threads must be from 1 to 1024, not {threads}")
-        self._engine = _vemo.Engine(device, 0 if threads is None else threads)
+        device = check_device(device)
+        count = check_threads(threads) or 0
+        try:
+            self._engine = _vemo.Engine(device, count)
+        except RuntimeError as error:
+            if not device.startswith("cuda"):
+                raise
+            warn_fallback(device, str(error))
+            self._engine = _vemo.Engine("cpu", count)
 
     @property
     def device(self) -> str:
@@ -72,8 +100,9 @@ class Engine:
         """The flow from frame1 to frame2 as float32 H x W x 2 (u, v in pixels).
 
         Frames: H x W x 3 (RGB) or H x W (grey) arrays of uint8, uint16
-        (scaled by 255/65535) or float32 (0..255 scale), any strides, both of
-        the same size, at least 2 x 2. The parameters are those of the
+        (scaled by 255/65535) or float32 (0..255 scale; a UserWarning says
+        when a float32 frame has no value above 1, the 0..1 scale), any
+        strides, both of the same size, at least 2 x 2. The parameters are those of the
         ``vemo`` program: presmoothing sigma, smoothness alpha, matching
         weight beta, gradient-constancy weight gamma, pyramid factor eta,
         fixed-point and solver iterations. The result equals the ``.flo``
@@ -81,12 +110,13 @@ class Engine:
 
         Raises TypeError or ValueError for bad frames or parameters (before
         any work), MemoryError when the run does not fit in memory and
-        RuntimeError for a failure of the backend.
+        RuntimeError for a failure of the backend. Ctrl-C stops the
+        computation within a fraction of a second (KeyboardInterrupt); the
+        Engine stays usable.
         """
-        return self._engine.flow(
-            _array(frame1, "frame1"), _array(frame2, "frame2"),
-            sigma, alpha, beta, gamma, eta, fixed_point_iters, solver_iters,
-        )
+        values = _values(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
+                         fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+        return _cancellable(self._engine.flow, _array(frame1, "frame1"), _array(frame2, "frame2"), *values)
 
     def flow_pair(
         self,
@@ -109,10 +139,10 @@ class Engine:
         ``vemo-flow --backward --occlusions``. Frames, parameters and errors
         as for :meth:`flow`.
         """
-        forward, backward, occluded = self._engine.flow_pair(
-            _array(frame1, "frame1"), _array(frame2, "frame2"),
-            sigma, alpha, beta, gamma, eta, fixed_point_iters, solver_iters,
-        )
+        values = _values(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
+                         fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+        forward, backward, occluded = _cancellable(
+            self._engine.flow_pair, _array(frame1, "frame1"), _array(frame2, "frame2"), *values)
         return PairFlow(forward, backward, occluded)
 
 

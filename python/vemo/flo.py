@@ -7,11 +7,10 @@ from __future__ import annotations
 
 import os
 import tempfile
-from typing import Union
 
 import numpy as np
 
-PathLike = Union[str, "os.PathLike[str]"]
+from .paths import PathLike, readable_file, writable_target
 
 TAG = b"PIEH"
 HEADER_BYTES = 12
@@ -31,14 +30,15 @@ def read_flo_header(path: PathLike) -> tuple[int, int]:
     with open(path, "rb") as f:
         header = f.read(HEADER_BYTES)
         length = os.fstat(f.fileno()).st_size
+    name = os.fspath(path)
     if len(header) < HEADER_BYTES or header[:4] != TAG:
-        raise ValueError(f"{os.fspath(path)} is not a .flo file (no PIEH tag)")
+        raise ValueError(f"cannot read {name}: not a .flo flow file (it does not start with the tag PIEH)")
     width, height = (int(v) for v in np.frombuffer(header, dtype="<i4", count=2, offset=4))
-    if width < 0 or height < 0 or length != flo_size(width, height):
-        raise ValueError(
-            f"{os.fspath(path)} claims {width} x {height} vectors "
-            f"({flo_size(max(width, 0), max(height, 0))} bytes) but holds {length} bytes"
-        )
+    if width < 0 or height < 0:
+        raise ValueError(f"cannot read {name}: a damaged .flo file: its header says {width} x {height} vectors")
+    if length != flo_size(width, height):
+        raise ValueError(f"cannot read {name}: a damaged .flo file: its header says {width} x {height} vectors "
+                         f"({flo_size(width, height)} bytes) but it holds {length} bytes")
     return width, height
 
 
@@ -48,7 +48,7 @@ def read_flo(path: PathLike) -> np.ndarray:
     Raises ValueError for a file whose tag is not PIEH or whose length does
     not match its sizes, and OSError when it cannot be read.
     """
-    width, height = read_flo_header(path)
+    width, height = read_flo_header(readable_file(path, "flow"))
     data = np.fromfile(path, dtype="<f4", offset=HEADER_BYTES)
     return data.reshape(height, width, 2).astype(np.float32, copy=False)
 
@@ -58,8 +58,9 @@ def write_flo(path: PathLike, flow: np.ndarray) -> None:
 
     The values are stored as float32 (other float dtypes are converted).
     The file is written beside its target and renamed onto it, so a reader
-    never sees a partial file. Raises TypeError or ValueError for another
-    dtype or shape and OSError when the file cannot be written.
+    never sees a partial file; missing folders of the path are made. Raises
+    TypeError or ValueError for another dtype or shape and OSError when the
+    file cannot be written.
     """
     if not isinstance(flow, np.ndarray):
         raise TypeError(f"flow must be a numpy array, not {type(flow).__name__}")
@@ -68,7 +69,7 @@ def write_flo(path: PathLike, flow: np.ndarray) -> None:
     if flow.ndim != 3 or flow.shape[2] != 2:
         raise ValueError(f"flow has shape {flow.shape}; flow fields are H x W x 2 (u, v)")
     height, width = flow.shape[:2]
-    target = os.fspath(path)
+    target = writable_target(path, "flow.flo")
     folder = os.path.dirname(os.path.abspath(target))
     fd, temp = tempfile.mkstemp(prefix=".vemo-", suffix=".flo.tmp", dir=folder)
     try:

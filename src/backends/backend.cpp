@@ -4,9 +4,9 @@
 
 #include "common/timer.h"
 #include "pixel/diffusivity.h"
-#include "variational/motion_tensors.h"
-#include "variational/pcg.h"
-#include "variational/scratch.h"
+#include "method/motion_tensor_steps.h"
+#include "method/pcg_steps.h"
+#include "method/scratch_sets.h"
 
 namespace vemo {
 

@@ -90,6 +90,10 @@ class Backend {
  public:
   virtual ~Backend() = default;
   virtual const char* name() const = 0;
+  // Makes the calling thread ready to issue this backend's work (the CUDA
+  // backend makes its device the thread's current one). Callers that move a
+  // backend between threads call it before each run.
+  virtual void bindToCallingThread() {}
 
   // ---- memory accounting ---------------------------------------------------
   // Bytes this backend could still allocate for a run (free device memory, or

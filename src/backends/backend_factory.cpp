@@ -2,22 +2,28 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <set>
 #include <string>
 
 #include "backends/cpu/cpu_backend.h"
 #include "backends/cuda/cuda_backend_factory.h"
 #include "backends/cuda/device_probe.h"
+#include "common/diagnostics.h"
 
 namespace vemo {
 
 namespace {
 DeviceRequest requested;
 
-// Prints `message` on standard error the first time it is asked to.
+// Prints `message` on standard error the first time it is asked to, after
+// the program's message prefix ("vemo: " where none is set).
 void sayOnce(const std::string& message) {
+  static std::mutex lock;
   static std::set<std::string> said;
-  if (said.insert(message).second) std::fprintf(stderr, "vemo: %s\n", message.c_str());
+  std::lock_guard<std::mutex> hold(lock);
+  const char* prefix = *messagePrefix() != '\0' ? messagePrefix() : "vemo: ";
+  if (said.insert(message).second) std::fprintf(stderr, "%s%s\n", prefix, message.c_str());
 }
 
 // VEMO_DEVICE stands in for an explicit request when the program leaves the
@@ -31,21 +37,25 @@ DeviceRequest environmentRequest() {
   return DeviceRequest();
 }
 
-DeviceRequest effectiveRequest() {
-  return requested.backend != BackendRequest::Auto ? requested : environmentRequest();
+}  // namespace
+
+DeviceRequest effectiveRequest(const DeviceRequest& request) {
+  return request.backend != BackendRequest::Auto ? request : environmentRequest();
 }
 
-bool useCuda() {
-  const DeviceRequest r = effectiveRequest();
+namespace {
+
+bool useCuda(const DeviceRequest& request) {
+  const DeviceRequest r = effectiveRequest(request);
   return r.backend != BackendRequest::Cpu && cudaDeviceUsable(r.cudaDevice);
 }
 
 // Falling back to the CPU is worth one line when a GPU was there but could
 // not be used, or when the environment asked for one; the run goes on and
-// gives the same output. (Programs that take an explicit request report it
+// gives the same output. (Callers that make an explicit request report it
 // themselves.)
-void reportFallback() {
-  if (requested.backend != BackendRequest::Auto) return;
+void reportFallback(const DeviceRequest& request) {
+  if (request.backend != BackendRequest::Auto) return;
   const DeviceRequest r = environmentRequest();
   const CudaProbe& probe = probeCudaDevice(r.cudaDevice);
   if (probe.present) {
@@ -74,15 +84,17 @@ bool parseDeviceName(const std::string& text, DeviceRequest& request) {
 
 void requestBackend(BackendRequest request, int cudaDevice) { requested = {request, cudaDevice}; }
 
-const char* chosenBackendName() { return useCuda() ? "cuda" : "cpu"; }
+const char* chosenBackendName() { return useCuda(requested) ? "cuda" : "cpu"; }
 
-int chosenCudaDevice() { return effectiveRequest().cudaDevice; }
+int chosenCudaDevice() { return effectiveRequest(requested).cudaDevice; }
 
-std::unique_ptr<Backend> makeBackend() {
-  if (useCuda()) {
-    if (std::unique_ptr<Backend> cuda = makeCudaBackend(chosenCudaDevice())) return cuda;
-  } else if (effectiveRequest().backend != BackendRequest::Cpu) {
-    reportFallback();
+std::unique_ptr<Backend> makeBackend() { return makeBackend(requested); }
+
+std::unique_ptr<Backend> makeBackend(const DeviceRequest& request) {
+  if (useCuda(request)) {
+    if (std::unique_ptr<Backend> cuda = makeCudaBackend(effectiveRequest(request).cudaDevice)) return cuda;
+  } else if (effectiveRequest(request).backend != BackendRequest::Cpu) {
+    reportFallback(request);
   }
   return std::make_unique<CpuBackend>();
 }

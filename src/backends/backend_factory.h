@@ -27,6 +27,10 @@ constexpr const char* kDeviceNames = "auto, cpu, cuda or cuda:N";
 
 void requestBackend(BackendRequest request, int cudaDevice = 0);
 
+// The request that decides: an explicit one as it is, Auto replaced by what
+// the environment variable VEMO_DEVICE names (Auto again without it).
+DeviceRequest effectiveRequest(const DeviceRequest& request);
+
 // The name ("cpu" or "cuda") of the backend makeBackend() creates under the
 // current request. Callers compare it with what was asked for, so that a
 // request that cannot be met is reported rather than silently replaced.
@@ -42,5 +46,10 @@ int chosenCudaDevice();
 // decides; a GPU that is present but unusable is reported once on standard
 // error.
 std::unique_ptr<Backend> makeBackend();
+
+// The same for an explicit request, without the process-wide one: safe to
+// call from several threads at once. A CUDA request that cannot be met
+// gives the CPU backend; callers compare name() with what they asked for.
+std::unique_ptr<Backend> makeBackend(const DeviceRequest& request);
 
 }  // namespace vemo

@@ -6,6 +6,7 @@
 #include "backends/cuda/cuda_backend_factory.h"
 #include "backends/cpu/cpu_extra_stages.h"
 #include "backends/backend.h"
+#include "common/diagnostics.h"
 
 namespace vemo {
 
@@ -17,7 +18,7 @@ std::unique_ptr<ExtraStages> makeExtraStages(Backend& backend) {
   }
   const std::string message = "the SOR solver, energy evaluation and 2-D filter are not available on the " + name +
                               " backend";
-  std::cerr << message << std::endl;
+  vemo::reportf(stderr, "%s\n", message.c_str());
   throw BackendError(message);
 }
 

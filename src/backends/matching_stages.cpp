@@ -6,6 +6,7 @@
 #include "backends/cpu/cpu_matching_stages.h"
 #include "backends/cuda/cuda_backend_factory.h"
 #include "backends/backend.h"
+#include "common/diagnostics.h"
 
 namespace vemo {
 
@@ -16,7 +17,7 @@ std::unique_ptr<MatchingStages> makeMatchingStages(Backend& backend) {
     if (std::unique_ptr<MatchingStages> stages = makeCudaMatchingStages(backend)) return stages;
   }
   const std::string message = "descriptor matching is not available on the " + name + " backend";
-  std::cerr << message << std::endl;
+  vemo::reportf(stderr, "%s\n", message.c_str());
   throw BackendError(message);
 }
 

@@ -1,18 +1,17 @@
 #include "common/stage_lines.h"
 
-#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 
 namespace vemo {
 
 namespace {
-std::atomic<bool> linesOn{true};
+thread_local bool linesOn = true;
 }  // namespace
 
-void setStageLines(bool on) { linesOn.store(on, std::memory_order_relaxed); }
+void setStageLines(bool on) { linesOn = on; }
 
-bool stageLinesOn() { return linesOn.load(std::memory_order_relaxed); }
+bool stageLinesOn() { return linesOn; }
 
 void stageLine(const char* format, ...) {
   if (!stageLinesOn()) return;

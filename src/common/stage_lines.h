@@ -1,12 +1,12 @@
 // The lines a flow run prints on standard output as it goes: stage timings,
 // the pyramid's size, the matching grid. The programs print them; callers
-// that embed the library (vemo-flow without --timings, the Python module)
-// switch them off for the whole process.
+// that embed the library (vemo-flow without --timings, the public API)
+// switch them off for the thread that runs the flow.
 #pragma once
 
 namespace vemo {
 
-// On by default.
+// For the calling thread; on by default.
 void setStageLines(bool on);
 bool stageLinesOn();
 

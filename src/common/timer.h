@@ -1,7 +1,9 @@
 // Wall-clock stretches measured with gettimeofday and accumulated in
-// milliseconds. Accumulators are process-wide and the pipeline never resets
-// them, so a second run in the same process reports sums over both runs
-// (vemo-flow zeroes them before each run with resetStageTimers).
+// milliseconds. Every thread that runs flows has accumulators of its own,
+// so that runs on several threads at once do not mix their times; the
+// pipeline never resets them, so a second run on the same thread reports
+// sums over both runs (vemo-flow zeroes them before each run with
+// resetStageTimers).
 #pragma once
 
 #include <sys/time.h>
@@ -25,6 +27,6 @@ inline void closeStretch(const timeval& start, timeval& finish, double& accumula
 }  // namespace vemo
 
 // The pipeline driver's stretches (defined in timer.cpp).
-extern timeval start_filter, finish_filter, start_memcpy1, finish_memcpy1;
-extern timeval start_HOG, finish_HOG, start_var, finish_var, start_total, finish_total;
-extern double timer_filter, timer_memcpy1, timer_HOG, timer_var, timer_total;
+extern thread_local timeval start_filter, finish_filter, start_memcpy1, finish_memcpy1;
+extern thread_local timeval start_HOG, finish_HOG, start_var, finish_var, start_total, finish_total;
+extern thread_local double timer_filter, timer_memcpy1, timer_HOG, timer_var, timer_total;

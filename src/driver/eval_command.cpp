@@ -2,12 +2,14 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "common/diagnostics.h"
 #include "driver/flow_metrics.h"
 #include "driver/flow_picture.h"
 #include "driver/optic_flow.h"
@@ -25,7 +27,10 @@ std::string usage() {
          "above 40 px). Ground truth with a component of 1e9 or more is unknown, and so\n"
          "is ground truth that is not finite (NaN, infinite): both are left out of every\n"
          "measure, except that the AAE, as vemo computes it, divides by all pixels,\n"
-         "unknown ones included. The report counts the pixels left out.\n"
+         "unknown ones included. The report counts the pixels left out. A flow vector\n"
+         "that is not finite where the truth is known is missing: it counts above every\n"
+         "threshold, the means are taken over the other vectors (the report says over\n"
+         "how many), and the AAE, whose divisor would count it, is not given.\n"
          "\n"
          "      --json               print one JSON object instead of text\n"
          "      --error-map ERR.png  picture of the end-point error, .png or .jpg (black 0,\n"
@@ -33,6 +38,37 @@ std::string usage() {
          "                           dark blue)\n"
          "      --error-scale E      error (px) shown as white (default 3)\n"
          "  -h, --help               show this text\n";
+}
+
+// Checks that file is a complete .flo file before the reader sees it: the
+// tag PIEH, sizes that are not negative and a length that matches them
+// (the reader itself, as vemo uses it, ignores the tag). Returns "" or what
+// is wrong.
+std::string floProblem(const std::string& file) {
+  FILE* f = std::fopen(file.c_str(), "rb");
+  if (f == nullptr) return std::strerror(errno);
+  unsigned char header[12];
+  const size_t got = std::fread(header, 1, sizeof header, f);
+  const bool seekable = std::fseek(f, 0, SEEK_END) == 0;
+  const long length = seekable ? std::ftell(f) : -1;
+  std::fclose(f);
+  if (got < sizeof header || std::memcmp(header, "PIEH", 4) != 0)
+    return "not a .flo flow file (it does not start with the tag PIEH)";
+  const auto field = [&header](int at) {
+    return static_cast<int32_t>(static_cast<uint32_t>(header[at]) | static_cast<uint32_t>(header[at + 1]) << 8 |
+                                static_cast<uint32_t>(header[at + 2]) << 16 |
+                                static_cast<uint32_t>(header[at + 3]) << 24);
+  };
+  const long long width = field(4), height = field(8);
+  const std::string size = std::to_string(width) + " x " + std::to_string(height);
+  if (width < 0 || height < 0) return "a damaged .flo file: its header says " + size + " vectors";
+  const long long expected = 12 + 8 * width * height;
+  if (length != expected) {
+    return "a damaged .flo file: its header says " + size + " vectors (" + std::to_string(expected) +
+           " bytes) but it holds " + std::to_string(length) + " bytes";
+  }
+  if (width == 0 || height == 0) return "the flow is empty (" + size + " vectors)";
+  return std::string();
 }
 
 int commandLineError(const std::string& error) {
@@ -43,6 +79,8 @@ int commandLineError(const std::string& error) {
 }  // namespace
 
 int runEvalProgram(int argc, char** argv) {
+  // The library's messages name the program too.
+  vemo::setMessagePrefix("vemo-eval: ");
   bool json = false;
   std::string errorMap;
   float errorScale = 3.0f;
@@ -79,15 +117,15 @@ int runEvalProgram(int argc, char** argv) {
   }
   if (files.size() != 2) return commandLineError("a flow file and a ground-truth file are needed");
 
-  // The flow reader reports an unopenable file on standard output; check
-  // first so that standard output carries nothing but the report.
+  // The flow reader reports an unopenable file on standard output and reads
+  // any tag; check first so that standard output carries nothing but the
+  // report and a file of another kind is named as such.
   for (const std::string& file : files) {
-    FILE* probe = std::fopen(file.c_str(), "rb");
-    if (probe == nullptr) {
-      std::fprintf(stderr, "%s: cannot read %s: %s\n", kProgram, file.c_str(), std::strerror(errno));
+    const std::string problem = floProblem(file);
+    if (!problem.empty()) {
+      std::fprintf(stderr, "%s: cannot read %s: %s\n", kProgram, file.c_str(), problem.c_str());
       return 1;
     }
-    std::fclose(probe);
   }
   CTensor<float> flow, truth;
   COpticFlow::readMiddlebury(files[0].c_str(), flow);

@@ -9,8 +9,11 @@
 #include <vector>
 
 #include "backends/backend_factory.h"
+#include "common/diagnostics.h"
 #include "common/stage_lines.h"
+#include "common/cancel.h"
 #include "driver/flow_options.h"
+#include "driver/interruption.h"
 #include "driver/pair_run.h"
 #include "driver/sequence.h"
 #include "driver/video_flow.h"
@@ -20,7 +23,9 @@ namespace {
 
 int runSinglePair(const FlowOptions& o, const std::string& backend) {
   const PairOutputs out{o.output, o.viz, o.backward, o.occlusions};
-  for (const std::string& name : out.names()) checkOutputDirectory(name);
+  checkReadable(o.frame1);
+  checkReadable(o.frame2);
+  prepareOutputs(out, o);
   CTensor<float> frame1, frame2;
   NImageIO::readImage(o.frame1, frame1);
   NImageIO::readImage(o.frame2, frame2);
@@ -53,30 +58,47 @@ int runSequence(const FlowOptions& o, const std::string& backend) {
     const auto nameOf = [n](const std::string& pattern) { return pattern.empty() ? pattern : frameName(pattern, n); };
     return PairOutputs{nameOf(o.output), nameOf(o.viz), nameOf(o.backward), nameOf(o.occlusions)};
   };
-  for (const std::string& name : outputsOf(frames[0]).names()) checkOutputDirectory(name);
+  prepareOutputs(outputsOf(frames[0]), o);
   const int pairs = static_cast<int>(frames.size()) - 1;
   const double start = wallSeconds();
   CProgress progress(stderr, pairs, isatty(STDERR_FILENO) == 1);
   std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
+  CInterruption interruption;
+  PairCounts counts;
   CTensor<float> previous;
   std::string previousName = frameName(o.sequence, frames[0]);
   NImageIO::readImage(previousName, previous);
   if (!o.quiet) progress.update(0);
-  for (int p = 0; p < pairs; ++p) {
-    const std::string nextName = frameName(o.sequence, frames[p + 1]);
-    CTensor<float> next;
-    NImageIO::readImage(nextName, next);
-    checkFrames(previous, next, previousName, nextName, o.quiet || p > 0);
-    runPair(*engine, previous, next, o, outputsOf(frames[p]), previousName, nextName);
-    if (!o.quiet) progress.update(p + 1);
-    previous = next;
-    previousName = nextName;
+  try {
+    for (int p = 0; p < pairs; ++p) {
+      vemo::cancellationPoint();
+      const std::string nextName = frameName(o.sequence, frames[p + 1]);
+      CTensor<float> next;
+      NImageIO::readImage(nextName, next);
+      checkFrames(previous, next, previousName, nextName, o.quiet || p > 0);
+      const PairOutputs out = outputsOf(frames[p]);
+      if (o.resume && out.complete(previous.xSize, previous.ySize)) {
+        ++counts.kept;
+      } else {
+        runPair(*engine, previous, next, o, out, previousName, nextName);
+        ++counts.computed;
+      }
+      if (!o.quiet) progress.update(p + 1);
+      previous = next;
+      previousName = nextName;
+    }
+  } catch (const vemo::Cancelled&) {
+  }
+  if (!o.quiet) progress.finish();
+  if (interruption.requested()) {
+    std::fprintf(stderr, "%s: %s\n", kFlowProgram, interruptedLine(counts, pairs, "").c_str());
+    return interruption.exitStatus();
   }
   if (!o.quiet) {
-    progress.finish();
-    std::printf("Wrote %s (%s of %d x %d, %.2f s on the %s backend)\n",
+    std::printf("Wrote %s (%s of %d x %d, %.2f s on the %s backend%s)\n",
                 listed(outputRanges(outputsOf(frames.front()), outputsOf(frames[pairs - 1]))).c_str(),
-                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, backend.c_str());
+                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, backend.c_str(),
+                resumedCounts(counts, o.resume).c_str());
   }
   return 0;
 }
@@ -84,6 +106,8 @@ int runSequence(const FlowOptions& o, const std::string& backend) {
 }  // namespace
 
 int runFlowProgram(int argc, char** argv) {
+  // The library's messages name the program too.
+  vemo::setMessagePrefix("vemo-flow: ");
   FlowOptions options;
   std::string error;
   if (!parseFlowOptions(argc, argv, options, error)) {
@@ -95,8 +119,9 @@ int runFlowProgram(int argc, char** argv) {
     return 0;
   }
   if (options.threads > 0) omp_set_num_threads(options.threads);
-  // The pipeline's stage lines on standard output only with --timings.
-  vemo::setStageLines(options.timings);
+  // The pipeline's own stage lines are the vemo program's; --timings prints
+  // labelled ones instead (pair_run).
+  vemo::setStageLines(false);
   const std::string backend = selectBackend(options.device);
   if (!options.video.empty()) return runVideoFlow(options, backend);
   return options.sequence.empty() ? runSinglePair(options, backend) : runSequence(options, backend);

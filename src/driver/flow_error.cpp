@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <limits>
 
+#include "common/diagnostics.h"
 #include "driver/optic_flow.h"
 #include "driver/vemo.h"
 #include "image/exceptions.h"
@@ -16,7 +17,7 @@ bool hasTwoPlanes(const CTensor<float>& t) {
 
 [[noreturn]] void rejectSizes(const char* who, const CTensor<float>& flow,
                               const CTensor<float>& reference) {
-  std::fprintf(stderr,
+  vemo::reportf(stderr,
                "Exception ETensorIncompatibleSize: %s needs two-plane fields of matching size, "
                "flow is %d x %d x %d, reference is %d x %d x %d\n",
                who, flow.xSize, flow.ySize, flow.zSize, reference.xSize, reference.ySize,

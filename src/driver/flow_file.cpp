@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "common/diagnostics.h"
 #include "driver/optic_flow.h"
 #include "image/atomic_file.h"
 #include "image/exceptions.h"
@@ -71,13 +72,13 @@ bool hasFloExtension(const char* filename) {
                                const char* shownName, int savedErrno) {
   std::fclose(file.release());
   if (isRegular) std::remove(filename);
-  std::fprintf(stderr, "Error writing flow file %s: %s; the incomplete file was removed\n",
+  vemo::reportf(stderr, "Error writing flow file %s: %s; the incomplete file was removed\n",
                shownName, savedErrno != 0 ? std::strerror(savedErrno) : "short write");
   throw EFileWriteFailed();
 }
 
 [[noreturn]] void rejectFile(const char* filename, const char* what) {
-  std::fprintf(stderr, "Exception EInvalidFileFormat: flow file %s %s\n", filename, what);
+  vemo::reportf(stderr, "Exception EInvalidFileFormat: flow file %s %s\n", filename, what);
   throw EInvalidFileFormat();
 }
 
@@ -88,7 +89,7 @@ void writeFlo(CTensor<float>& flow, const char* filename, const char* shownName)
   const int height = flow.ySize;
   const size_t pixels = flow.planeSize();
   if (width < 0 || height < 0 || (pixels > 0 && (flow.zSize < 2 || flow.data == nullptr))) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: a flow field needs two planes, got %d x %d x "
                  "%d\n",
                  width, height, flow.zSize);
@@ -97,7 +98,7 @@ void writeFlo(CTensor<float>& flow, const char* filename, const char* shownName)
 
   FileHandle file(std::fopen(filename, "wb"));
   if (!file) {
-    std::printf("Could not open %s\n", shownName);
+    vemo::reportf(stdout, "Could not open %s\n", shownName);
     std::fflush(stdout);
     throw EFileNotFound();
   }
@@ -111,7 +112,7 @@ void writeFlo(CTensor<float>& flow, const char* filename, const char* shownName)
   errno = 0;
   if (std::fwrite(header, 1, kHeaderBytes, file.get()) != kHeaderBytes) {
     const int saved = errno;
-    std::printf("Problem writing header\n");
+    vemo::reportf(stdout, "Problem writing header\n");
     std::fflush(stdout);
     abandonWrite(file, isRegular, filename, shownName, saved);
   }
@@ -140,7 +141,7 @@ void writeFlo(CTensor<float>& flow, const char* filename, const char* shownName)
   if (std::fclose(file.release()) != 0) {
     const int saved = errno;
     if (isRegular) std::remove(filename);
-    std::fprintf(stderr, "Error writing flow file %s: %s; the incomplete file was removed\n",
+    vemo::reportf(stderr, "Error writing flow file %s: %s; the incomplete file was removed\n",
                  shownName, std::strerror(saved));
     throw EFileWriteFailed();
   }
@@ -149,12 +150,11 @@ void writeFlo(CTensor<float>& flow, const char* filename, const char* shownName)
 }  // namespace
 
 void COpticFlow::writeMiddlebury(CTensor<float>& flow, const char* filename) {
-  if (!hasFloExtension(filename)) std::printf("%s should have extension '.flo'\n", filename);
+  if (!hasFloExtension(filename)) vemo::reportf(stdout, "%s should have extension '.flo'\n", filename);
   writeFlo(flow, filename, filename);
 }
 
 void COpticFlow::writeMiddleburyAtomically(CTensor<float>& flow, const std::string& filename) {
-  if (!hasFloExtension(filename.c_str())) std::printf("%s should have extension '.flo'\n", filename.c_str());
   CAtomicFile output(filename);
   writeFlo(flow, output.tempPath(), filename.c_str());
   output.commit();
@@ -163,7 +163,7 @@ void COpticFlow::writeMiddleburyAtomically(CTensor<float>& flow, const std::stri
 void COpticFlow::readMiddlebury(const char* filename, CTensor<float>& flow) {
   FileHandle file(std::fopen(filename, "rb"));
   if (!file) {
-    std::printf("Could not open %s\n", filename);
+    vemo::reportf(stdout, "Could not open %s\n", filename);
     std::fflush(stdout);
     throw EFileNotFound();
   }
@@ -180,14 +180,14 @@ void COpticFlow::readMiddlebury(const char* filename, CTensor<float>& flow) {
   const int32_t width = getInt(header + 4);
   const int32_t height = getInt(header + 8);
   if (width < 0 || height < 0) {
-    std::fprintf(stderr, "Exception EInvalidFileFormat: flow file %s has negative size %d x %d\n",
+    vemo::reportf(stderr, "Exception EInvalidFileFormat: flow file %s has negative size %d x %d\n",
                  filename, width, height);
     throw EInvalidFileFormat();
   }
   const uint64_t pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
   const uint64_t available = (length - kHeaderBytes) / kVectorBytes;
   if (pixels > available) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception EInvalidFileFormat: flow file %s promises %d x %d vectors but holds "
                  "only %llu\n",
                  filename, width, height, static_cast<unsigned long long>(available));

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <limits>
 
+#include "common/diagnostics.h"
 #include "driver/optic_flow.h"
 #include "driver/vemo.h"
 #include "image/exceptions.h"
@@ -13,7 +14,7 @@ namespace {
 void checkSizes(const CTensor<float>& flow, const CTensor<float>& truth) {
   if (flow.zSize != 2 || truth.zSize != 2 || flow.xSize != truth.xSize || flow.ySize != truth.ySize ||
       flow.elements() == 0) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: flow %d x %d x %d and ground truth %d x %d x %d must be "
                  "the same non-empty two-plane size\n",
                  flow.xSize, flow.ySize, flow.zSize, truth.xSize, truth.ySize, truth.zSize);
@@ -39,6 +40,10 @@ std::string jsonNumber(double value) {
   return text;
 }
 
+bool missingFlow(const CTensor<float>& flow, std::size_t i, std::size_t plane) {
+  return !std::isfinite(flow.data[i]) || !std::isfinite(flow.data[plane + i]);
+}
+
 }  // namespace
 
 bool unknownTruth(float u, float v) { return !std::isfinite(u) || !std::isfinite(v) || u >= 1e9f || v >= 1e9f; }
@@ -51,6 +56,10 @@ CTensor<float> endPointErrors(const CTensor<float>& flow, const CTensor<float>& 
     const float tu = truth.data[i], tv = truth.data[plane + i];
     if (unknownTruth(tu, tv)) {
       errors.data[i] = std::numeric_limits<float>::quiet_NaN();
+      continue;
+    }
+    if (missingFlow(flow, i, plane)) {
+      errors.data[i] = std::numeric_limits<float>::infinity();
       continue;
     }
     const double du = static_cast<double>(flow.data[i]) - tu, dv = static_cast<double>(flow.data[plane + i]) - tv;
@@ -66,7 +75,8 @@ FlowMetrics evaluateFlow(const CTensor<float>& flow, const CTensor<float>& truth
   m.height = flow.ySize;
   const std::size_t plane = flow.planeSize();
   // The truth as both angular measures expect it: every unknown vector
-  // marked with components above 1e9, which both of them skip.
+  // marked with components above 1e9, which both of them skip (and, for the
+  // classic angular error, every pixel whose flow is missing).
   CTensor<float> marked = truth;
   double sum = 0.0, bandSum[3] = {0.0, 0.0, 0.0};
   std::size_t over1 = 0, over3 = 0;
@@ -77,24 +87,35 @@ FlowMetrics evaluateFlow(const CTensor<float>& flow, const CTensor<float>& truth
       m.nonFinite += !std::isfinite(tu) || !std::isfinite(tv);
       continue;
     }
+    ++m.known;
+    if (missingFlow(flow, i, plane)) {
+      ++m.missing;
+      ++over1;
+      ++over3;
+      marked.data[i] = marked.data[plane + i] = 1e10f;
+      continue;
+    }
     const double du = static_cast<double>(flow.data[i]) - tu, dv = static_cast<double>(flow.data[plane + i]) - tv;
     const double e = std::sqrt(du * du + dv * dv);
     const double motion = std::sqrt(static_cast<double>(tu) * tu + static_cast<double>(tv) * tv);
     const int band = motion < 10.0 ? 0 : (motion <= 40.0 ? 1 : 2);
-    ++m.known;
+    ++m.measured;
     sum += e;
     bandSum[band] += e;
     ++m.bandPixels[band];
     over1 += e > 1.0;
     over3 += e > 3.0;
   }
-  m.epe = meanOrNaN(sum, m.known);
+  m.epe = meanOrNaN(sum, m.measured);
   m.over1 = meanOrNaN(static_cast<double>(over1), m.known);
   m.over3 = meanOrNaN(static_cast<double>(over3), m.known);
   for (int b = 0; b < 3; ++b) m.bandEpe[b] = meanOrNaN(bandSum[b], m.bandPixels[b]);
   CTensor<float> flowCopy = flow;
-  m.aae = aae(flowCopy, marked);
-  m.angularError = m.known > 0 ? COpticFlow::angularError(flowCopy, marked) : std::numeric_limits<double>::quiet_NaN();
+  // aae() divides by every pixel: a missing vector has no direction to
+  // count and cannot be left out of the divisor.
+  m.aae = m.missing > 0 ? std::numeric_limits<double>::quiet_NaN() : aae(flowCopy, marked);
+  m.angularError =
+      m.measured > 0 ? COpticFlow::angularError(flowCopy, marked) : std::numeric_limits<double>::quiet_NaN();
   return m;
 }
 
@@ -109,8 +130,18 @@ std::string metricsText(const FlowMetrics& m) {
     out += line;
   }
   out += "\n";
-  out += "EPE             " + number(m.epe, "%.4f px") + "\n";
-  out += "AAE             " + number(m.aae, "%.4f deg") + "\n";
+  if (m.missing > 0) {
+    std::snprintf(line, sizeof line,
+                  "missing         %zu flow vectors not finite: beyond every threshold, outside the means\n",
+                  m.missing);
+    out += line;
+    std::snprintf(line, sizeof line, " over %zu of %zu vectors (%zu missing)\n", m.measured, m.known, m.missing);
+  } else {
+    std::snprintf(line, sizeof line, " over %zu vectors\n", m.measured);
+  }
+  out += "EPE             " + number(m.epe, "%.4f px") + line;
+  out += "AAE             " + (m.missing > 0 ? std::string("n/a (flow vectors missing)") : number(m.aae, "%.4f deg")) +
+         "\n";
   out += "angular error   " + number(m.angularError, "%.4f deg") + "\n";
   out += "EPE > 1 px      " + number(100.0 * m.over1, "%.2f %%") + "\n";
   out += "EPE > 3 px      " + number(100.0 * m.over3, "%.2f %%") + "\n";
@@ -127,6 +158,8 @@ std::string metricsJson(const FlowMetrics& m) {
   out += "\"width\": " + std::to_string(m.width) + ", \"height\": " + std::to_string(m.height);
   out += ", \"known_pixels\": " + std::to_string(m.known);
   out += ", \"nonfinite_pixels\": " + std::to_string(m.nonFinite);
+  out += ", \"missing_vectors\": " + std::to_string(m.missing);
+  out += ", \"measured_vectors\": " + std::to_string(m.measured);
   out += ", \"epe\": " + jsonNumber(m.epe);
   out += ", \"aae\": " + jsonNumber(m.aae);
   out += ", \"angular_error\": " + jsonNumber(m.angularError);

@@ -75,6 +75,38 @@ TEST(FlowMetrics, EmptyBandsAndAllUnknownGiveNullNotGarbageAndSizesMustMatch) {
   testing::internal::GetCapturedStderr();
 }
 
+TEST(FlowMetrics, MissingFlowVectorsCountBeyondEveryThresholdNotAsAccurate) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  // Truth (1, 1) everywhere; a flow with no finite vector at all.
+  const CTensor<float> truth = constantFlow(4, 2, 1.0f, 1.0f);
+  FlowMetrics m = evaluateFlow(constantFlow(4, 2, nan, 0.0f), truth);
+  EXPECT_EQ(m.known, 8u);
+  EXPECT_EQ(m.missing, 8u);
+  EXPECT_EQ(m.measured, 0u);
+  EXPECT_EQ(m.over1, 1.0);
+  EXPECT_EQ(m.over3, 1.0);
+  EXPECT_TRUE(std::isnan(m.epe));
+  EXPECT_TRUE(std::isnan(m.aae));
+  const std::string text = metricsText(m);
+  EXPECT_NE(text.find("over 0 of 8 vectors (8 missing)"), std::string::npos) << text;
+  EXPECT_NE(text.find("EPE > 1 px      100.00 %"), std::string::npos) << text;
+  EXPECT_NE(metricsJson(m).find("\"missing_vectors\": 8, \"measured_vectors\": 0"), std::string::npos);
+
+  // Half the vectors missing, the others 1.41 px off: all beyond 1 px; the
+  // EPE is taken over the four finite ones and says so.
+  CTensor<float> flow = constantFlow(4, 2, 0.0f, 0.0f);
+  for (int x = 0; x < 4; ++x) flow(x, 0, 1) = std::numeric_limits<float>::infinity();
+  m = evaluateFlow(flow, truth);
+  EXPECT_EQ(m.over1, 1.0);
+  EXPECT_EQ(m.over3, 0.5);
+  EXPECT_NEAR(m.epe, std::sqrt(2.0), 1e-6);
+  EXPECT_EQ(m.measured, 4u);
+  EXPECT_TRUE(std::isfinite(m.angularError));
+  EXPECT_NE(metricsText(m).find("1.4142 px over 4 of 8 vectors (4 missing)"), std::string::npos) << metricsText(m);
+  // The error map shows them beyond the scale, not as unknown truth.
+  EXPECT_TRUE(std::isinf(endPointErrors(flow, truth)(1, 0, 0)));
+}
+
 // The legend adds a square panel on the right whose centre is black (no
 // motion) and whose corners are white background. (The colours of the field
 // itself are checked through vemo.flow_to_rgb.)

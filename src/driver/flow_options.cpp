@@ -1,6 +1,7 @@
 #include "driver/flow_options.h"
 
 #include <cerrno>
+#include <cfloat>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -119,7 +120,7 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
          // only the full-size passes run; at 1 the number of scales is
          // undefined.
          float eta = 0.0f;
-         if (!parseFloat(v, -3e38f, 3e38f, false, eta)) return std::string("expects a finite number");
+         if (!parseFloat(v, -FLT_MAX, FLT_MAX, false, eta)) return std::string("expects a finite number");
          if (eta == 1.0f) return std::string("cannot be 1 (a pyramid that never shrinks has no number of scales)");
          o.eta = eta;
          return std::string();
@@ -145,7 +146,8 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
        }},
   };
   const std::map<std::string, bool*> flags = {
-      {"--legend", &o.legend}, {"--quiet", &o.quiet}, {"-q", &o.quiet}, {"--timings", &o.timings}};
+      {"--legend", &o.legend}, {"--quiet", &o.quiet}, {"-q", &o.quiet}, {"--timings", &o.timings},
+      {"--resume", &o.resume}};
 
   std::vector<std::string> positional;
   std::set<std::string> methodGiven;
@@ -219,6 +221,10 @@ bool parseFlowOptions(int argc, const char* const* argv, FlowOptions& o, std::st
     o.frame1 = positional[0];
     o.frame2 = positional[1];
   }
+  if (o.resume && !given(o.sequence) && !inVideo) {
+    error = "--resume only applies to --sequence and --video";
+    return false;
+  }
   if (o.first >= 0 && !given(o.sequence)) {
     error = "--first only applies to --sequence";
     return false;
@@ -273,21 +279,33 @@ std::string flowUsage(const char* program) {
          "      --backward FILE      also compute the flow from FRAME2 to FRAME1\n"
          "      --occlusions FILE.png  mask of pixels (white) whose forward and backward\n"
          "                           flows do not agree: occluded or leaving the frame\n"
-         "Method (a preset sets all of these and more; options given override it):\n"
+         "Method (a preset sets these and further choices; options given override it;\n"
+         "the defaults shown are the default preset's, vemo's own):\n"
          "      --preset NAME        " + presetHelp() +
-         "      --sigma S            presmoothing std. deviation (default 0.8)\n"
-         "      --alpha A            smoothness weight (default 30)\n"
-         "      --beta B             descriptor-matching weight (default 300)\n"
-         "      --gamma G            gradient-constancy weight (default 5)\n"
-         "      --eta E              pyramid scaling factor (default 0.95; not 1; outside\n"
-         "                           0..1 no pyramid: only the full-size passes run)\n"
-         "      --fixed-point-iters N  outer iterations per level (default 5)\n"
-         "      --solver-iters N     linear-solver iterations (default 10)\n"
+         "      --sigma S            presmoothing std. deviation\n"
+         "                           (default 0.8; a number from 0 to 100)\n"
+         "      --alpha A            smoothness weight (default 30; a number from 0 to 1e6)\n"
+         "      --beta B             descriptor-matching weight\n"
+         "                           (default 300; a number from 0 to 1e6)\n"
+         "      --gamma G            gradient-constancy weight\n"
+         "                           (default 5; a number from 0 to 1e6)\n"
+         "      --eta E              pyramid scaling factor; outside 0..1 no pyramid: only\n"
+         "                           the full-size passes run\n"
+         "                           (default 0.95; any finite number but 1)\n"
+         "      --fixed-point-iters N  outer iterations per pyramid level\n"
+         "                           (default 5; a whole number from 0 to 1000)\n"
+         "      --solver-iters N     linear-solver iterations\n"
+         "                           (default 10; a whole number from 0 to 10000)\n"
          "Sequences:\n"
          "      --sequence PATTERN   frames named by a printf pattern with one %d;\n"
          "                           every consecutive pair is computed and -o, --viz,\n"
          "                           --backward and --occlusions are patterns too\n"
          "      --first N            number of the first frame (default: 0 or 1)\n"
+         "      --resume             keep the pairs whose outputs are all complete (from\n"
+         "                           a run that was interrupted) and compute the rest;\n"
+         "                           also with --video. SIGINT or SIGTERM stops a run\n"
+         "                           between pairs: only complete outputs stay, and the\n"
+         "                           exit status is 130 or 143\n"
          "Videos (any file FFmpeg decodes; outputs are patterns, numbered by the first\n"
          "frame of their pair, frames counting from 0):\n"
          "      --video FILE         compute the flow between consecutive frames\n"
@@ -300,8 +318,9 @@ std::string flowUsage(const char* program) {
          "                           vector of the first pair\n"
          "Running:\n"
          "      --device D           auto (CUDA when a GPU is usable), cpu, cuda or cuda:N\n"
-         "                           (CUDA device N; cuda is cuda:0)\n"
-         "      --threads N          CPU threads\n"
+         "                           (CUDA device N; cuda is cuda:0); a CUDA device that\n"
+         "                           cannot be used gives a warning and the CPU\n"
+         "      --threads N          CPU threads, 1 to 1024 (default: all cores)\n"
          "      --timings            print the stage timings\n"
          "  -q, --quiet              print errors and warnings only\n"
          "  -h, --help               show this text\n";

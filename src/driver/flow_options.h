@@ -33,6 +33,7 @@ struct FlowOptions {
   int start = 0;    // first video frame used (frames count from 0)
   int frames = 0;   // video frames used; 0: up to the end
   int step = 1;     // video frames from one used frame to the next
+  bool resume = false;  // keep the complete outputs of earlier runs (sequence and video mode)
   bool quiet = false;
   bool timings = false;
   bool help = false;

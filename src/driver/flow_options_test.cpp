@@ -73,6 +73,7 @@ TEST(FlowOptions, MalformedOrOutOfRangeValuesAreRefusedNotReadAsZero) {
       {"a", "b", "-o", "f.flo", "--first", "3"},         // --first without a sequence
       {"a", "b", "--viz", "v.gif"},                      // a picture format that is not written
       {"a", "b", "-o", "f.flo", "--step", "2"},          // video options without --video
+      {"a", "b", "-o", "f.flo", "--resume"},             // nothing to resume in one pair
       {"--video", "c.mp4", "a", "-o", "o%d.flo"},        // frames and a video
       {"--video", "c.mp4", "-o", "o%d.flo", "--frames", "1"},  // a pair needs two frames
   };

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "common/cancel.h"
+#include "common/diagnostics.h"
 #include "driver/optic_flow.h"
 #include "image/exceptions.h"
 
@@ -29,19 +31,32 @@ float longestVector(const CTensor<float>& flow) {
 
 CTensor<float> flowPicture(const CTensor<float>& flow, float maxFlow, bool legend) {
   if (flow.zSize != 2 || flow.elements() == 0) {
-    std::fprintf(stderr, "Exception ETensorIncompatibleSize: a flow picture needs a non-empty two-plane field, got "
+    vemo::reportf(stderr, "Exception ETensorIncompatibleSize: a flow picture needs a non-empty two-plane field, got "
                  "%d x %d x %d\n", flow.xSize, flow.ySize, flow.zSize);
     throw ETensorIncompatibleSize();
   }
   if (!(maxFlow > 0.0f)) maxFlow = longestVector(flow);
   if (!(maxFlow > 0.0f)) maxFlow = 1.0f;  // a still field: any scale shows black
-  CTensor<float> cleaned = flow;
-  const size_t plane = cleaned.planeSize();
-  for (size_t i = 0; i < plane; ++i) {
-    if (!usable(cleaned.data[i], cleaned.data[plane + i])) cleaned.data[i] = cleaned.data[plane + i] = 0.0f;
+  // Colour-coded in bands of rows (each pixel alone, so the bands change
+  // nothing), so that a cancelled computation stops between them.
+  constexpr int kBandRows = 64;
+  const size_t plane = flow.planeSize();
+  CTensor<float> coded(flow.xSize, flow.ySize, 3);
+  for (int y0 = 0; y0 < flow.ySize; y0 += kBandRows) {
+    vemo::cancellationPoint();
+    const int rows = std::min(kBandRows, flow.ySize - y0);
+    const size_t offset = static_cast<size_t>(y0) * flow.xSize, count = static_cast<size_t>(rows) * flow.xSize;
+    CTensor<float> band(flow.xSize, rows, 2), bandColours;
+    for (size_t i = 0; i < count; ++i) {
+      const float u = flow.data[offset + i], v = flow.data[plane + offset + i];
+      const bool keep = usable(u, v);
+      band.data[i] = keep ? u : 0.0f;
+      band.data[count + i] = keep ? v : 0.0f;
+    }
+    COpticFlow::flowToImage(band, bandColours, factorFor(maxFlow));
+    for (int c = 0; c < 3; ++c)
+      std::copy(bandColours.data + c * count, bandColours.data + (c + 1) * count, coded.data + c * plane + offset);
   }
-  CTensor<float> coded;
-  COpticFlow::flowToImage(cleaned, coded, factorFor(maxFlow));
   if (!legend) return coded;
 
   const int side = std::max(32, flow.ySize);

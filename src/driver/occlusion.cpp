@@ -3,12 +3,13 @@
 #include <cmath>
 #include <cstdio>
 
+#include "common/diagnostics.h"
 #include "image/exceptions.h"
 
 CTensor<float> occlusionMask(const CTensor<float>& forward, const CTensor<float>& backward) {
   if (forward.zSize != 2 || backward.zSize != 2 || forward.xSize != backward.xSize ||
       forward.ySize != backward.ySize || forward.elements() == 0) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: forward flow %d x %d x %d and backward flow %d x %d x %d "
                  "must be the same non-empty two-plane size\n",
                  forward.xSize, forward.ySize, forward.zSize, backward.xSize, backward.ySize, backward.zSize);

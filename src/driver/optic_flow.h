@@ -20,8 +20,9 @@ class COpticFlow {
   static void writeMiddlebury(CTensor<float>& flow, const char* filename);
 
   // The same through a temporary file beside filename that is renamed onto
-  // it once complete, so that no partial file ever carries the name. The
-  // extension warning and the messages name filename, not the temporary.
+  // it once complete, so that no partial file ever carries the name, in
+  // folders made as needed. No extension warning (the caller warns once per
+  // run, not per file); the messages name filename, not the temporary.
   static void writeMiddleburyAtomically(CTensor<float>& flow, const std::string& filename);
 
   // Replaces flow with the contents of a .flo file (xSize = width,

@@ -1,28 +1,62 @@
 #include "driver/pair_run.h"
 
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
+#include <utility>
 
 #include "backends/backend_factory.h"
 #include "backends/cuda/device_probe.h"
+#include "common/timer.h"
 #include "driver/flow_picture.h"
 #include "driver/flow_stages.h"
 #include "driver/occlusion.h"
 #include "driver/pair_flow.h"
 #include "driver/optic_flow.h"
 #include "driver/run_flow.h"
+#include "image/atomic_file.h"
 #include "image/exceptions.h"
 #include "image/write_picture.h"
+#include "matching/hog_match_driver.h"
+#include "variational/pyramid.h"
+#include "variational/solver_timers.h"
 
 namespace {
 
 constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid point
 
+// The stage times of the flow just computed, one labelled line per stage
+// (the pipeline's own lines are the vemo program's format and stay off).
+// The fixed-point iterations include their linear solves.
+void printTimings(int width, int height, float eta) {
+  int levels = 0;
+  const int scales = vemo::pyramidScaleCount(height, width, eta);
+  for (int s = 0; s <= scales; ++s) levels += vemo::pyramidLevelIsDegenerate(s, height, width, eta) ? 0 : 1;
+  std::printf("  %d x %d pixels, matching grid %d x %d points, %d pyramid level%s\n", width, height,
+              vemo::matchGridCount(width), vemo::matchGridCount(height), levels, levels == 1 ? "" : "s");
+  const std::pair<const char*, double> lines[] = {
+      {"  presmoothing", timer_filter},
+      {"  upload and download", timer_memcpy1},
+      {"  descriptor matching", timer_HOG},
+      {"    descriptors", timer_hogc},
+      {"    matching", timer_hogmatch},
+      {"  variational part", timer_var},
+      {"    fixed-point iterations", timer_makematrix},
+      {"      linear solves", timer_solver},
+      {"    warping", timer_interp_warp},
+      {"    downsampling", timer_down},
+  };
+  for (const auto& line : lines) std::printf("%-28s%10.2f ms\n", line.first, line.second);
+  std::printf("%-28s%10.2f ms\n", "  total", timer_total);
+}
+
 // The flow from `from` to `to`; with --timings, under a line naming it and
-// with its own stage times.
+// followed by its own stage times.
 CTensor<float> labelledFlow(vemo::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
                             const FlowOptions& o, const char* direction, const std::string& fromName,
                             const std::string& toName) {
@@ -30,7 +64,9 @@ CTensor<float> labelledFlow(vemo::Backend& backend, const CTensor<float>& from, 
     resetStageTimers();
     std::printf("%s flow %s -> %s:\n", direction, fromName.c_str(), toName.c_str());
   }
-  return flowBetween(backend, from, to, o.sigma, o.method);
+  CTensor<float> flow = flowBetween(backend, from, to, o.sigma, o.method);
+  if (o.timings) printTimings(from.xSize, from.ySize, o.eta);
+  return flow;
 }
 
 }  // namespace
@@ -40,6 +76,46 @@ std::vector<std::string> PairOutputs::names() const {
   for (const std::string* name : {&flow, &backward, &viz, &occlusions})
     if (!name->empty()) out.push_back(*name);
   return out;
+}
+
+bool PairOutputs::complete(int width, int height) const {
+  for (const std::string* flowName : {&flow, &backward}) {
+    if (flowName->empty()) continue;
+    struct stat info;
+    unsigned char header[12];
+    FILE* file = std::fopen(flowName->c_str(), "rb");
+    if (file == nullptr) return false;
+    const bool read = std::fread(header, 1, sizeof header, file) == sizeof header && fstat(fileno(file), &info) == 0;
+    std::fclose(file);
+    const auto le32 = [&header](int at) {
+      return static_cast<long long>(header[at] | header[at + 1] << 8 | header[at + 2] << 16 |
+                                    static_cast<unsigned>(header[at + 3]) << 24);
+    };
+    if (!read || std::memcmp(header, "PIEH", 4) != 0 || le32(4) != width || le32(8) != height ||
+        info.st_size != 12 + 8LL * width * height)
+      return false;
+  }
+  for (const std::string* picture : {&viz, &occlusions}) {
+    struct stat info;
+    if (!picture->empty() && (stat(picture->c_str(), &info) != 0 || !S_ISREG(info.st_mode))) return false;
+  }
+  return true;
+}
+
+std::string interruptedLine(const PairCounts& counts, long long total, const std::string& video) {
+  std::string line = "interrupted after " + std::to_string(counts.done());
+  line += total >= 0 ? " of " + pairCount(total) : (counts.done() == 1 ? " pair" : " pairs");
+  if (counts.kept > 0) line += " (" + std::to_string(counts.kept) + " kept, " + std::to_string(counts.computed) +
+                               " computed)";
+  line += counts.done() > 0 ? ": their outputs are complete" : ": nothing was written";
+  if (!video.empty()) line += "; " + video + " holds them";
+  return line + "; the same command with --resume computes the rest";
+}
+
+std::string resumedCounts(const PairCounts& counts, bool resume) {
+  if (!resume) return std::string();
+  return ", " + std::to_string(counts.kept) + (counts.kept == 1 ? " complete pair" : " complete pairs") +
+         " kept, " + std::to_string(counts.computed) + " computed";
 }
 
 std::string selectBackend(const vemo::DeviceRequest& device) {
@@ -72,13 +148,48 @@ void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, con
   }
 }
 
-void checkOutputDirectory(const std::string& name) {
+void prepareOutput(const std::string& name, const char* example) {
   if (name.empty()) return;
+  struct stat info;
+  if (stat(name.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+    std::fprintf(stderr, "%s: cannot write %s: it is a folder; name a file in it, such as %s/%s\n", kFlowProgram,
+                 name.c_str(), name.c_str(), example);
+    throw EFileNotFound();
+  }
+  const std::string folders = makeFoldersFor(name);
   const size_t slash = name.find_last_of('/');
   const std::string dir = slash == std::string::npos ? "." : (slash == 0 ? "/" : name.substr(0, slash));
-  if (access(dir.c_str(), W_OK) != 0) {
-    std::fprintf(stderr, "%s: cannot write %s: directory %s is missing or not writable\n", kFlowProgram,
-                 name.c_str(), dir.c_str());
+  if (!folders.empty() || access(dir.c_str(), W_OK) != 0) {
+    std::fprintf(stderr, "%s: cannot write %s: %s\n", kFlowProgram, name.c_str(),
+                 folders.empty() ? ("folder " + dir + " is not writable").c_str() : folders.c_str());
+    throw EFileNotFound();
+  }
+}
+
+void prepareOutputs(const PairOutputs& first, const FlowOptions& o) {
+  prepareOutput(first.flow, "flow.flo");
+  prepareOutput(first.backward, "back.flo");
+  prepareOutput(first.viz, "flow.png");
+  prepareOutput(first.occlusions, "occlusions.png");
+  for (const std::string* name : {&o.output, &o.backward}) {
+    const size_t dot = name->find_last_of("./");
+    if (!name->empty() && (dot == std::string::npos || name->compare(dot, std::string::npos, ".flo") != 0)) {
+      std::fprintf(stderr, "%s: warning: %s does not end in .flo; it is written as a .flo file all the same\n",
+                   kFlowProgram, name->c_str());
+    }
+  }
+}
+
+void checkReadable(const std::string& frame) {
+  struct stat info;
+  const char* problem = nullptr;
+  if (stat(frame.c_str(), &info) != 0 || access(frame.c_str(), R_OK) != 0) {
+    problem = std::strerror(errno);
+  } else if (S_ISDIR(info.st_mode)) {
+    problem = "it is a folder, not a frame";
+  }
+  if (problem != nullptr) {
+    std::fprintf(stderr, "%s: cannot read %s: %s\n", kFlowProgram, frame.c_str(), problem);
     throw EFileNotFound();
   }
 }

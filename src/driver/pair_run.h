@@ -20,7 +20,26 @@ struct PairOutputs {
   std::string flow, viz, backward, occlusions;
   // The names asked for, in the order they are written.
   std::vector<std::string> names() const;
+  // Whether every output asked for is on disk and whole for frames of
+  // width x height: flow files with the tag, these sizes and the length
+  // they imply, pictures present (every output is written atomically).
+  bool complete(int width, int height) const;
 };
+
+// Pairs of a run whose outputs were kept (--resume) and computed.
+struct PairCounts {
+  long long kept = 0, computed = 0;
+  long long done() const { return kept + computed; }
+};
+
+// The line of a run stopped by a signal (without the program's name): how
+// far it got of total pairs (below 0: unknown), what holds the pairs done
+// (video, when one was written) and how to go on.
+std::string interruptedLine(const PairCounts& counts, long long total, const std::string& video);
+
+// ", 3 complete pairs kept, 5 computed" after the closing line's counts
+// with --resume; "" without.
+std::string resumedCounts(const PairCounts& counts, bool resume);
 
 // Tells the backend factory what --device asked for and says on stderr when
 // another backend runs instead. Returns the name of the one that runs.
@@ -32,9 +51,19 @@ std::string selectBackend(const vemo::DeviceRequest& device);
 void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, const std::string& name1,
                  const std::string& name2, bool quiet);
 
-// Fails (message, EFileNotFound) before any computing when the directory of
-// an output cannot take files. An empty name is no output.
-void checkOutputDirectory(const std::string& name);
+// Before any computing: refuses (message, EFileNotFound) an output that
+// names a folder, makes the folders an output's path needs and refuses one
+// whose folder cannot take files. `example` is a file name to suggest for a
+// folder ("flow.flo"). An empty name is no output.
+void prepareOutput(const std::string& name, const char* example);
+
+// prepareOutput for every output of the first pair, then one warning per
+// flow output (-o, --backward) whose name does not end in .flo.
+void prepareOutputs(const PairOutputs& first, const FlowOptions& options);
+
+// Refuses, before any decoding, a frame file that cannot be read or is a
+// folder (message naming it, EFileNotFound).
+void checkReadable(const std::string& frame);
 
 // Computes the pair (frame1 to frame2, and back when --backward or
 // --occlusions ask for it) and writes its outputs. With --timings the stage

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "common/diagnostics.h"
 #include "common/stage_lines.h"
 #include "common/timer.h"
 #include "driver/flow_stages.h"
@@ -22,7 +23,7 @@ namespace {
 void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2) {
   if (frame1.xSize != frame2.xSize || frame1.ySize != frame2.ySize ||
       frame1.zSize != frame2.zSize) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: frames differ in size: %d x %d x %d and "
                  "%d x %d x %d\n",
                  frame1.xSize, frame1.ySize, frame1.zSize, frame2.xSize, frame2.ySize,
@@ -31,7 +32,7 @@ void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2) {
   }
   if (frame1.xSize < 2 || frame1.ySize < 2 || frame1.zSize < 1 || frame1.data == nullptr ||
       frame2.data == nullptr) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: frames of %d x %d x %d are too small; at "
                  "least 2 x 2 pixels and one channel are needed\n",
                  frame1.xSize, frame1.ySize, frame1.zSize);

@@ -6,7 +6,10 @@
 #include <memory>
 
 #include "backends/backend_factory.h"
+#include "common/cancel.h"
 #include "driver/flow_picture.h"
+#include "driver/interruption.h"
+#include "driver/optic_flow.h"
 #include "driver/pair_run.h"
 #include "driver/sequence.h"
 #include "video/video_error.h"
@@ -26,8 +29,11 @@ class CFlowVideo {
  public:
   CFlowVideo(const FlowOptions& o, VideoRate rate) : o_(o), rate_(rate) {}
 
+  // Adds the picture of a pair whose outputs are written; not cancelled
+  // half way, so that the video holds every pair on disk.
   void add(const CTensor<float>& flow) {
     if (o_.vizVideo.empty()) return;
+    const vemo::CancelScope uninterrupted(nullptr);
     if (!writer_) {
       const bool chosen = o_.maxFlow > 0.0f;
       scale_ = chosen ? o_.maxFlow : longestVector(flow);
@@ -52,6 +58,17 @@ class CFlowVideo {
     if (!writer_) return std::string();
     writer_->finish();
     return o_.vizVideo;
+  }
+
+  // finish() for a run that ends early: a failure to complete the file is
+  // reported and gives "".
+  std::string finishEarly() {
+    try {
+      return finish();
+    } catch (const EVideoError& late) {
+      std::fprintf(stderr, "%s: %s\n", kFlowProgram, late.what());
+      return std::string();
+    }
   }
 
  private:
@@ -85,9 +102,10 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
     };
     return PairOutputs{nameOf(o.output), nameOf(o.viz), nameOf(o.backward), nameOf(o.occlusions)};
   };
-  for (const std::string& name : outputsOf(o.start).names()) checkOutputDirectory(name);
+  checkReadable(o.video);
+  prepareOutputs(outputsOf(o.start), o);
   if (!o.vizVideo.empty()) {
-    checkOutputDirectory(o.vizVideo);
+    prepareOutput(o.vizVideo, "flow.mp4");
     CVideoWriter::checkName(o.vizVideo);
   }
 
@@ -115,6 +133,8 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
   std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
   CFlowVideo flowVideo(o, rate);
   CProgress progress(stderr, static_cast<int>(total), isatty(STDERR_FILENO) == 1);
+  CInterruption interruption;
+  PairCounts counts;
   CTensor<float> previous, next;
   long long pairs = 0;
   try {
@@ -129,6 +149,7 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
     }
     if (!o.quiet) progress.update(0);
     while ((o.frames == 0 || pairs < o.frames - 1) && advance(reader, o.step, next)) {
+      vemo::cancellationPoint();
       const long long n1 = o.start + pairs * o.step, n2 = n1 + o.step;
       if (next.xSize != previous.xSize || next.ySize != previous.ySize) {
         throw EVideoError(o.video + ": " + frameLabel(n2) + " is " + std::to_string(next.xSize) + " x " +
@@ -137,26 +158,40 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
                           ": the frames of a clip must keep one size");
       }
       checkFrames(previous, next, frameLabel(n1), frameLabel(n2), o.quiet || pairs > 0);
-      const CTensor<float> forward = runPair(*engine, previous, next, o, outputsOf(n1), frameLabel(n1), frameLabel(n2));
-      flowVideo.add(forward);
+      const PairOutputs out = outputsOf(n1);
+      // A kept pair gives the flow video its flow from the file; without
+      // one (-o) the pair is computed again.
+      if (o.resume && out.complete(previous.xSize, previous.ySize) && (o.vizVideo.empty() || !out.flow.empty())) {
+        if (!o.vizVideo.empty()) {
+          CTensor<float> kept;
+          COpticFlow::readMiddlebury(out.flow.c_str(), kept);
+          flowVideo.add(kept);
+        }
+        ++counts.kept;
+      } else {
+        flowVideo.add(runPair(*engine, previous, next, o, out, frameLabel(n1), frameLabel(n2)));
+        ++counts.computed;
+      }
       ++pairs;
       if (!o.quiet) progress.update(static_cast<int>(pairs));
       std::swap(previous.data, next.data);  // same size: the planes change places, nothing is copied
     }
+  } catch (const vemo::Cancelled&) {
   } catch (const EVideoError& e) {
     if (!o.quiet) progress.finish();
     std::fprintf(stderr, "%s: %s\n", kFlowProgram, e.what());
     if (pairs > 0) {
-      std::string video;
-      try {
-        video = flowVideo.finish();
-      } catch (const EVideoError& late) {
-        std::fprintf(stderr, "%s: %s\n", kFlowProgram, late.what());
-      }
+      const std::string video = flowVideo.finishEarly();
       std::fprintf(stderr, "%s: the outputs of the %s before are complete%s\n", kFlowProgram,
                    pairCount(pairs).c_str(), video.empty() ? "" : ("; " + o.vizVideo + " holds them").c_str());
     }
     return 1;
+  }
+  if (interruption.requested()) {
+    if (!o.quiet) progress.finish();
+    const std::string video = flowVideo.finishEarly();
+    std::fprintf(stderr, "%s: %s\n", kFlowProgram, interruptedLine(counts, total, video).c_str());
+    return interruption.exitStatus();
   }
   if (pairs == 0) {
     if (!o.quiet) progress.finish();
@@ -169,8 +204,9 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
     progress.finish();
     std::vector<std::string> written = outputRanges(outputsOf(o.start), outputsOf(o.start + (pairs - 1) * o.step));
     if (!video.empty()) written.push_back(video);
-    std::printf("Wrote %s (%s of %d x %d, %.2f s on the %s backend)\n", listed(written).c_str(),
-                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, backend.c_str());
+    std::printf("Wrote %s (%s of %d x %d, %.2f s on the %s backend%s)\n", listed(written).c_str(),
+                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, backend.c_str(),
+                resumedCounts(counts, o.resume).c_str());
   }
   return 0;
 }

@@ -6,11 +6,19 @@
 
 #include <string>
 
+// Creates the folders of target's directory part that do not exist yet (as
+// mkdir -p does, with the usual permissions), so that writers accept paths
+// such as flows/00000.flo in a fresh folder. Returns "" when the directory
+// exists afterwards, else the reason, naming the folder that could not be
+// made ("folder a/b cannot be created: Not a directory").
+std::string makeFoldersFor(const std::string& target);
+
 class CAtomicFile {
  public:
-  // Creates an empty temporary file beside target whose name keeps target's
-  // extension (so writers that check the extension accept it). Prints the
-  // reason and throws EFileNotFound when the directory is not writable.
+  // Creates the missing folders of target's path (makeFoldersFor), then an
+  // empty temporary file beside target whose name keeps target's extension
+  // (so writers that check the extension accept it). Prints the reason and
+  // throws EFileNotFound when a folder cannot be made or is not writable.
   explicit CAtomicFile(const std::string& target);
   CAtomicFile(const CAtomicFile&) = delete;
   CAtomicFile& operator=(const CAtomicFile&) = delete;

@@ -264,9 +264,24 @@ TEST(AtomicFile, TargetAppearsOnlyOnCommitAndReplacesTheOldFile) {
   EXPECT_NE(info.st_mode & 0044, 0u) << "committed files get the usual permissions, not 0600";
   std::remove(target.c_str());
 
+  // Missing folders are made; a folder that cannot be (a file is in the
+  // way) is refused before anything is written.
+  const std::string folder = scratch("new_dir");
+  {
+    CAtomicFile file(folder + "/deeper/x.png");
+    spit(file.tempPath(), {'x'});
+    file.commit();
+  }
+  EXPECT_TRUE(exists(folder + "/deeper/x.png"));
+  std::remove((folder + "/deeper/x.png").c_str());
+  rmdir((folder + "/deeper").c_str());
+  rmdir(folder.c_str());
+  const std::string blocker = scratch("blocker");
+  spit(blocker, {'b'});
   testing::internal::CaptureStderr();
-  EXPECT_THROW(CAtomicFile(scratch("no_such_dir/x.png")), EFileNotFound);
-  EXPECT_THROW(NImageIO::writePNG(ramp(2, 2, 3), "/nonexistent-dir/x.png"), EFileNotFound);
+  EXPECT_THROW(CAtomicFile(blocker + "/x.png"), EFileNotFound);
+  EXPECT_THROW(NImageIO::writePNG(ramp(2, 2, 3), (blocker + "/sub/x.png").c_str()), EFileNotFound);
   EXPECT_THROW(NImageIO::writePNG(ramp(2, 2, 2), scratch("two_planes.png").c_str()), ETensorIncompatibleSize);
   testing::internal::GetCapturedStderr();
+  std::remove(blocker.c_str());
 }

@@ -17,6 +17,8 @@
 #include "image/exceptions.h"
 #include "image/write_error.h"
 
+#include "common/diagnostics.h"
+
 namespace NImageIO {
 namespace {
 
@@ -109,7 +111,7 @@ class Decompressor {
 };
 
 [[noreturn]] void refuse(const char* name, const char* reason) {
-  std::fprintf(stderr, "Could not decode %s: %s\n", name, reason);
+  vemo::reportf(stderr, "Could not decode %s: %s\n", name, reason);
   throw EInvalidFileFormat();
 }
 
@@ -176,7 +178,7 @@ bool createCompressor(jpeg_compress_struct* info, ErrorManager* errors) {
 
 void writeJPEG(const CTensor<float>& image, const char* filename, int quality) {
   if ((image.zSize != 1 && image.zSize != 3) || image.elements() == 0 || quality < 1 || quality > 100) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: a JPEG needs a non-empty image of 1 or 3 planes and a "
                  "quality of 1 to 100 (got %d x %d x %d, quality %d)\n",
                  image.xSize, image.ySize, image.zSize, quality);
@@ -194,7 +196,7 @@ void writeJPEG(const CTensor<float>& image, const char* filename, int quality) {
   CAtomicFile output(filename);
   FILE* file = std::fopen(output.tempPath(), "wb");
   if (file == nullptr) {
-    std::fprintf(stderr, "Could not open %s\n", filename);
+    vemo::reportf(stderr, "Could not open %s\n", filename);
     throw EFileNotFound();
   }
   ErrorManager errors;
@@ -209,7 +211,7 @@ void writeJPEG(const CTensor<float>& image, const char* filename, int quality) {
   const bool flushed = std::fflush(file) == 0 && std::ferror(file) == 0;
   const bool closed = std::fclose(file) == 0;
   if (!written || !flushed || !closed) {
-    std::fprintf(stderr, "Could not write %s: %s\n", filename, written ? "write error" : errors.message);
+    vemo::reportf(stderr, "Could not write %s: %s\n", filename, written ? "write error" : errors.message);
     throw EFileWriteFailed();
   }
   output.commit();

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/diagnostics.h"
 #include "image/atomic_file.h"
 #include "image/exceptions.h"
 #include "image/write_error.h"
@@ -93,7 +94,7 @@ class ReadStruct {
 };
 
 [[noreturn]] void refuse(const char* name, const char* reason) {
-  std::fprintf(stderr, "Could not decode %s: %s\n", name, reason);
+  vemo::reportf(stderr, "Could not decode %s: %s\n", name, reason);
   throw EInvalidFileFormat();
 }
 
@@ -188,7 +189,7 @@ unsigned toSample(float value, int bitDepth) {
 
 void writePNG(const CTensor<float>& image, const char* filename, int bitDepth) {
   if ((image.zSize != 1 && image.zSize != 3) || image.elements() == 0 || (bitDepth != 8 && bitDepth != 16)) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: a PNG needs a non-empty image of 1 or 3 planes and 8 "
                  "or 16 bits (got %d x %d x %d, %d bits)\n",
                  image.xSize, image.ySize, image.zSize, bitDepth);
@@ -223,7 +224,7 @@ void writePNG(const CTensor<float>& image, const char* filename, int bitDepth) {
   CAtomicFile output(filename);
   FILE* file = std::fopen(output.tempPath(), "wb");
   if (file == nullptr) {
-    std::fprintf(stderr, "Could not open %s\n", filename);
+    vemo::reportf(stderr, "Could not open %s\n", filename);
     throw EFileNotFound();
   }
   ErrorContext context;
@@ -239,7 +240,7 @@ void writePNG(const CTensor<float>& image, const char* filename, int bitDepth) {
   const bool flushed = std::fflush(file) == 0 && std::ferror(file) == 0;
   const bool closed = std::fclose(file) == 0;
   if (!written || !flushed || !closed) {
-    std::fprintf(stderr, "Could not write %s: %s\n", filename, written ? "write error" : context.message);
+    vemo::reportf(stderr, "Could not write %s: %s\n", filename, written ? "write error" : context.message);
     throw EFileWriteFailed();
   }
   output.commit();

@@ -2,13 +2,14 @@
 
 #include <cstdio>
 
+#include "common/diagnostics.h"
 #include "image/exceptions.h"
 
 namespace NImageIO {
 namespace {
 
 [[noreturn]] void refuse(const char* name, const char* reason) {
-  std::fprintf(stderr, "Could not decode %s: %s\n", name, reason);
+  vemo::reportf(stderr, "Could not decode %s: %s\n", name, reason);
   throw EInvalidFileFormat();
 }
 

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "common/diagnostics.h"
 #include "image/exceptions.h"
 #include "image/tensor.h"
 
@@ -33,7 +34,7 @@ constexpr int kLineFeed = 10;
 std::vector<unsigned char> readWholeFile(const char* filename) {
   FILE* file = std::fopen(filename, "rb");
   if (file == nullptr) {
-    std::cerr << "File not found: " << filename << "\n";
+    vemo::reportf(stderr, "File not found: %s\n", filename);
     throw EFileNotFound();
   }
   std::vector<unsigned char> bytes;
@@ -46,7 +47,7 @@ std::vector<unsigned char> readWholeFile(const char* filename) {
   const int error = errno;
   std::fclose(file);
   if (failed) {
-    std::cerr << "Could not read " << filename << ": " << std::strerror(error) << "\n";
+    vemo::reportf(stderr, "Could not read %s: %s\n", filename, std::strerror(error));
     throw EFileNotFound();
   }
   return bytes;
@@ -69,8 +70,8 @@ class ByteCursor {
 bool isDigit(int c) { return c >= '0' && c <= '9'; }
 
 [[noreturn]] void refuse(const char* filename, const std::string& problem) {
-  std::cerr << "Exception EInvalidFileFormat: File is not in PPM format: " << filename << ": "
-            << problem << "\n";
+  vemo::reportf(stderr, "Exception EInvalidFileFormat: File is not in PPM format: %s: %s\n", filename,
+                problem.c_str());
   throw EInvalidFileFormat();
 }
 
@@ -130,7 +131,7 @@ PpmHeader parseHeader(ByteCursor& in, const char* filename) {
   } while (c != 'P' && c != kEnd);
   if (c == kEnd) refuse(filename, "no magic number \"P6\" found");
   if (in.get() != '6') {
-    std::cerr << "Exception EInvalidFileFormat: File is not in PPM format" << std::endl;
+    vemo::reportf(stderr, "Exception EInvalidFileFormat: File is not in PPM format\n");
     throw EInvalidFileFormat();
   }
   if (!skipLine(in)) refuse(filename, "the header ends after the magic number");

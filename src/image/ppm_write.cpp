@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/diagnostics.h"
 #include "image/exceptions.h"
 #include "image/write_error.h"
 
@@ -24,7 +25,7 @@ unsigned char toByte(float value) {
 [[noreturn]] void abandon(FILE* file, bool isRegular, const char* filename, int savedErrno) {
   if (file != nullptr) std::fclose(file);
   if (isRegular) std::remove(filename);
-  std::fprintf(stderr, "Error writing image %s: %s; the incomplete file was removed\n", filename,
+  vemo::reportf(stderr, "Error writing image %s: %s; the incomplete file was removed\n", filename,
                savedErrno != 0 ? std::strerror(savedErrno) : "short write");
   throw EFileWriteFailed();
 }
@@ -36,7 +37,7 @@ void NImageIO::writePPM(const CTensor<float>& image, const char* filename) {
   const int height = image.ySize;
   if (width <= 0 || height <= 0 || (image.zSize != 1 && image.zSize != 3) ||
       image.data == nullptr) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: cannot write a %d x %d x %d image as PPM; "
                  "it needs pixels and 1 or 3 planes\n",
                  width, height, image.zSize);
@@ -44,7 +45,7 @@ void NImageIO::writePPM(const CTensor<float>& image, const char* filename) {
   }
   FILE* file = std::fopen(filename, "wb");
   if (file == nullptr) {
-    std::fprintf(stderr, "Could not open %s\n", filename);
+    vemo::reportf(stderr, "Could not open %s\n", filename);
     throw EFileNotFound();
   }
   struct stat info;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/diagnostics.h"
 #include "image/exceptions.h"
 #include "image/jpeg_io.h"
 #include "image/png_io.h"
@@ -22,7 +23,7 @@ void decodeImage(const unsigned char* bytes, std::size_t size, const char* name,
   } else if (size >= 2 && bytes[0] == 'P' && (bytes[1] == '5' || bytes[1] == '6')) {
     decodePNM(bytes, size, name, image, maxPixels);
   } else {
-    std::fprintf(stderr, "Could not decode %s: not a PNG, JPEG, PGM (P5) or PPM (P6) file\n", name);
+    vemo::reportf(stderr, "Could not decode %s: not a PNG, JPEG, PGM (P5) or PPM (P6) file\n", name);
     throw EInvalidFileFormat();
   }
 }
@@ -30,7 +31,7 @@ void decodeImage(const unsigned char* bytes, std::size_t size, const char* name,
 void readImage(const std::string& filename, CTensor<float>& image) {
   FILE* file = std::fopen(filename.c_str(), "rb");
   if (file == nullptr) {
-    std::fprintf(stderr, "File not found: %s\n", filename.c_str());
+    vemo::reportf(stderr, "File not found: %s\n", filename.c_str());
     throw EFileNotFound();
   }
   std::vector<unsigned char> bytes;
@@ -41,7 +42,7 @@ void readImage(const std::string& filename, CTensor<float>& image) {
   const int error = errno;
   std::fclose(file);
   if (failed) {
-    std::fprintf(stderr, "Could not read %s: %s\n", filename.c_str(), std::strerror(error));
+    vemo::reportf(stderr, "Could not read %s: %s\n", filename.c_str(), std::strerror(error));
     throw EFileNotFound();
   }
   decodeImage(bytes.data(), bytes.size(), filename.c_str(), image);

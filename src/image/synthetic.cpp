@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <random>
 
+#include "common/diagnostics.h"
 #include "image/exceptions.h"
 
 namespace NSynthetic {
@@ -53,7 +54,7 @@ CTensor<float> renderShifted(const CTexture& texture, int width, int height, dou
 void makeShiftedPair(int width, int height, float dx, float dy, uint32_t seed,
                      CTensor<float>& frame1, CTensor<float>& frame2, CTensor<float>& flow) {
   if (width <= 0 || height <= 0) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "Exception ETensorIncompatibleSize: a synthetic pair needs a positive size, got "
                  "%d x %d\n",
                  width, height);

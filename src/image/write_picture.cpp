@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdio>
 
+#include "common/diagnostics.h"
 #include "image/exceptions.h"
 #include "image/jpeg_io.h"
 #include "image/png_io.h"
@@ -31,7 +32,7 @@ void writePicture(const CTensor<float>& image, const std::string& filename) {
     case PictureFormat::Unknown:
       break;
   }
-  std::fprintf(stderr, "Cannot write %s: name a picture .png, .jpg or .jpeg\n", filename.c_str());
+  vemo::reportf(stderr, "Cannot write %s: name a picture .png, .jpg or .jpeg\n", filename.c_str());
   throw EInvalidFileFormat();
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "common/cancel.h"
+#include "common/diagnostics.h"
 #include "common/stage_lines.h"
 #include "common/timer.h"
 #include "backends/backend.h"
@@ -13,9 +15,9 @@
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"
 
-timeval start_hogc, finish_hogc, start_hogmatch, finish_hogmatch;
-double timer_hogc = 0.0;
-double timer_hogmatch = 0.0;
+thread_local timeval start_hogc, finish_hogc, start_hogmatch, finish_hogmatch;
+thread_local double timer_hogc = 0.0;
+thread_local double timer_hogmatch = 0.0;
 
 namespace vemo {
 
@@ -65,8 +67,24 @@ MatchFrames matchFrames(Backend& backend, const float* Image1, const float* Imag
 }
 
 [[noreturn]] void refuse(const std::string& message) {
-  std::cerr << message << std::endl;
+  vemo::reportf(stderr, "%s\n", message.c_str());
   throw BackendError(message);
+}
+
+// Points searched per call: each point is matched alone, so slices give the
+// same result as one call, and a cancelled computation stops between them
+// (on one CPU core a slice takes a fraction of a second).
+constexpr int kMatchSlice = 2048;
+
+void matchInSlices(MatchingStages& stages, const HogMatchInputs& inputs, const int* x, const int* y, int n,
+                   const HogMatchResults& out) {
+  for (int first = 0; first < n; first += kMatchSlice) {
+    cancellationPoint();
+    const int count = n - first < kMatchSlice ? n - first : kMatchSlice;
+    stages.hogMatch(inputs, x + first, y + first, count,
+                    HogMatchResults{out.match_x + first, out.match_y + first, out.match_dist + first,
+                                    out.match_dist2 + first});
+  }
 }
 
 }  // namespace
@@ -102,8 +120,8 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   const int n = nx * ny;
   if (n == 0 || nChannels < 3) {
     if (nChannels < 3)
-      std::cerr << "gCreateAndMatchHOG: frames with " << nChannels
-                << " channel(s) have no colour to compare; no matches" << std::endl;
+      vemo::reportf(stderr, "gCreateAndMatchHOG: frames with %d channel(s) have no colour to compare; no matches\n",
+                    nChannels);
     printTimes();
     return;
   }
@@ -160,15 +178,15 @@ void gCreateAndMatchHOG(Backend& backend, MatchingStages& stages, const float* I
   const HogMatchInputs forward{Image1,         Image2,         hog1.data(),    hog2.data(), conf.data(), 1,
                                energy1.data(), energy2.data(), average.data(), height,      width,       pitch,
                                settings.radius};
-  stages.hogMatch(forward, mx.data(), my.data(), n,
-                  HogMatchResults{forwardX.data(), forwardY.data(), forwardDist.data(), forwardDist2.data()});
+  matchInSlices(stages, forward, mx.data(), my.data(), n,
+                HogMatchResults{forwardX.data(), forwardY.data(), forwardDist.data(), forwardDist2.data()});
   // Backward: each forward result searched in frame 1. Points without a
   // forward match sit at (0, 0) and are skipped.
   const HogMatchInputs backward{Image2,         Image1,         hog2.data(),    hog1.data(), conf.data(), 0,
                                 energy2.data(), energy1.data(), average.data(), height,      width,       pitch,
                                 settings.radius};
-  stages.hogMatch(backward, forwardX.data(), forwardY.data(), n,
-                  HogMatchResults{backwardX.data(), backwardY.data(), backwardDist.data(), backwardDist2.data()});
+  matchInSlices(stages, backward, forwardX.data(), forwardY.data(), n,
+                HogMatchResults{backwardX.data(), backwardY.data(), backwardDist.data(), backwardDist2.data()});
   stages.consistencyCheck(mx.data(), my.data(), forwardX.data(), forwardY.data(), backwardX.data(),
                           backwardY.data(), forwardDist.data(), forwardDist2.data(), n, Confidence, u, v, fullHeight,
                           fullWidth, fullPitch, scale);

@@ -46,7 +46,7 @@ void gCreateAndMatchHOG(Backend& backend, const float* Image1, const float* Imag
 
 }  // namespace vemo
 
-// Stretches of the matching stage, in milliseconds, accumulated over every
-// call and never reset: HOG creation, and cornerness, energies and matching.
-extern timeval start_hogc, finish_hogc, start_hogmatch, finish_hogmatch;
-extern double timer_hogc, timer_hogmatch;
+// Stretches of the matching stage, in milliseconds, accumulated per thread
+// over every call and never reset: HOG creation, and cornerness, energies and matching.
+extern thread_local timeval start_hogc, finish_hogc, start_hogmatch, finish_hogmatch;
+extern thread_local double timer_hogc, timer_hogmatch;

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 
 namespace vemo {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "backends/cpu/cpu_backend.h"
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 #include "variational/host_entry_points.h"
 #include "support/solver_fixtures.h"
 

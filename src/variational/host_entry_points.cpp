@@ -14,7 +14,7 @@
 #include "common/timer.h"
 #include "backends/backend_factory.h"
 #include "backends/extra_stages.h"
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 #include "variational/filters.h"
 #include "variational/host_flow.h"
 #include "variational/nonlinear_iteration.h"

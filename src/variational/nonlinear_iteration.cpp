@@ -1,11 +1,14 @@
 #include "variational/nonlinear_iteration.h"
 
-#include "variational/level_steps.h"
+#include "common/cancel.h"
+#include "method/level_steps.h"
+#include "variational/pcg.h"
 #include "variational/solver_timers.h"
 
 namespace vemo {
 
 void solveStep(Backend& backend, const SolveArgs& a) {
+  cancellationPoint();
   backend.openStretch(start_solver);
   backend.issueRepeatable(repeatKeyOf(a), [&] { pcgSteps(backend, a); });
   backend.closeStretch(start_solver, finish_solver, timer_solver);

@@ -2,7 +2,8 @@
 #pragma once
 
 #include "backends/backend.h"
-#include "variational/scratch.h"
+#include "method/pcg_steps.h"
+#include "method/scratch_sets.h"
 
 namespace vemo {
 
@@ -26,5 +27,10 @@ void gNonLinearIteration(Backend& backend, const float* frame1, const float* war
                          const float* geoU, const float* geoV, const float* geoConf, int hypos, float* u, float* v,
                          int height, int width, int pitch, int nChan, float alpha, float beta, float gamma,
                          int fixedPointIterations, int solverIterations, const CGtmp& cg, const FPtmp& fp);
+
+// One solve of a fixed-point step on the host: timed as the "solver"
+// stretch, and issued as repeatable work (a backend may record and replay
+// it). The level's operations (method/level_steps.h) call it.
+void solveStep(Backend& backend, const SolveArgs& a);
 
 }  // namespace vemo

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "common/diagnostics.h"
+
 namespace vemo {
 
 RepeatKey repeatKeyOf(const SolveArgs& a) {
@@ -20,7 +22,7 @@ void gPCG(Backend& backend, const float* devMatrix, const float* b, float* du, f
           int pitch, int iterations, const CGtmp& tmp) {
   const std::size_t plane = static_cast<std::size_t>(pitch) * height;
   if (dv != du + plane) {
-    std::fprintf(stderr, "gPCG: dv must start one plane (%zu floats) after du\n", plane);
+    vemo::reportf(stderr, "gPCG: dv must start one plane (%zu floats) after du\n", plane);
     throw BackendError("gPCG: du and dv are not consecutive planes");
   }
   pcgSteps(backend, SolveArgs{devMatrix, b, du, dv, height, width, pitch, iterations, tmp});

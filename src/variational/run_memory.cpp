@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "common/diagnostics.h"
 #include "pixel/system_matrix.h"
 
 namespace vemo {
@@ -41,7 +42,7 @@ bool planeOffsetsFit(int height, int pitch) {
 
 void refuseIfTooLarge(const Backend& backend, int height, int width, int pitch, int channels) {
   if (!planeOffsetsFit(height, pitch)) {
-    std::fprintf(stderr,
+    vemo::reportf(stderr,
                  "vemo: a %d x %d frame is too large: the solver addresses %d planes of %d x %d floats (row pitch "
                  "x height) with 32-bit offsets, at most %lld floats per plane\n",
                  width, height, static_cast<int>(kMatrixPlanes), pitch, height,
@@ -58,7 +59,7 @@ void refuseIfTooLarge(const Backend& backend, int height, int width, int pitch, 
                 "a %d x %d frame with %d channels needs about %.0f MiB of %s memory, but only %.0f MiB are "
                 "available",
                 width, height, channels, need / mib, backend.name(), have / mib);
-  std::fprintf(stderr, "vemo: %s\n", message);
+  vemo::reportf(stderr, "vemo: %s\n", message);
   throw BackendOutOfMemory(message);
 }
 

@@ -1,7 +1,11 @@
 #include "variational/run_memory.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <string>
 
 #include "backends/cpu/cpu_backend.h"
@@ -60,6 +64,36 @@ TEST(RunMemory, FrameTooLargeIsRefusedBeforeAnyAllocation) {
   // A frame of 100000 x 100000 pixels needs terabytes: the estimate must not
   // overflow into a small number.
   EXPECT_GT(vemo::estimateRunBytes(100000, 100000, 100000, 3), std::size_t(1) << 40);
+}
+
+TEST(RunMemory, AProcessMemoryLimitLeavesOnlyTheRoomUnderIt) {
+#ifdef VEMO_SANITIZE_BUILD
+  GTEST_SKIP() << "the sanitizers reserve address space far beyond any limit";
+#endif
+  const vemo::CpuBackend backend;
+  // In a child, whose limit goes with it: 256 MiB above what it maps now.
+  const pid_t child = fork();
+  if (child == 0) {
+    unsigned long long pages = 0;
+    FILE* statm = std::fopen("/proc/self/statm", "r");
+    if (statm == nullptr || std::fscanf(statm, "%llu", &pages) != 1) _exit(2);
+    std::fclose(statm);
+    const rlim_t room = rlim_t(256) << 20;
+    const rlimit limit{pages * sysconf(_SC_PAGESIZE) + room, RLIM_INFINITY};
+    if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(3);
+    const std::size_t have = backend.availableBytes();
+    if (have > room || have < room / 2) _exit(4);
+    std::fclose(stderr);  // the refusal's message
+    try {
+      vemo::refuseIfTooLarge(backend, 1000, 1000, backend.pitchFor(1000), 3);
+    } catch (const vemo::BackendOutOfMemory&) {
+      _exit(0);
+    }
+    _exit(5);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
 }
 
 TEST(RunMemory, WhatTheBackendHoldsBeyondItsBuffersIsCounted) {

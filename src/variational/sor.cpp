@@ -10,7 +10,7 @@
 #include "backends/backend_factory.h"
 #include "pixel/system_matrix.h"
 
-double sortimer = 0.0;
+thread_local double sortimer = 0.0;
 
 namespace vemo {
 

@@ -8,7 +8,7 @@
 
 // Processor time spent in SORIterations, in clock() ticks, accumulated over
 // the process and never reset.
-extern double sortimer;
+extern thread_local double sortimer;
 
 namespace vemo {
 

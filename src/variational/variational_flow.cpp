@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/cancel.h"
 #include "common/stage_lines.h"
 #include "variational/nonlinear_iteration.h"
 #include "variational/pyramid.h"
@@ -92,6 +93,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
   };
 
   for (int s = nscales; s >= -settings.extraPasses; --s) {
+    cancellationPoint();
     const int e = s >= 0 ? s : 0;
     if (s >= 0 && s < finest) continue;
     if (pyramidLevelIsDegenerate(s, height, width, eta)) {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "image/image_limits.h"
@@ -13,9 +14,16 @@
 
 struct CVideoReader::Impl {
   std::string name;
+  std::size_t maxPixels = NImageIO::kMaxImagePixels;
+  // A file in memory, read through a custom I/O context.
+  const uint8_t* memory = nullptr;
+  std::size_t memorySize = 0, memoryPos = 0;
+  AVIOContext* io = nullptr;
   AVFormatContext* format = nullptr;
   AVCodecContext* codec = nullptr;
   AVPacket* packet = nullptr;
+  AVPacket* held = nullptr;  // a packet of the stream read ahead, sent next
+  bool holding = false;
   AVFrame* frame = nullptr;
   SwsContext* sws = nullptr;
   int stream = -1;
@@ -33,8 +41,11 @@ struct CVideoReader::Impl {
     sws_freeContext(sws);
     av_frame_free(&frame);
     av_packet_free(&packet);
+    av_packet_free(&held);
     avcodec_free_context(&codec);
     avformat_close_input(&format);
+    if (io != nullptr) av_freep(&io->buffer);
+    avio_context_free(&io);
   }
 
   [[noreturn]] void fail(const std::string& why) const {
@@ -46,6 +57,12 @@ struct CVideoReader::Impl {
   }
 
   void open(const std::string& filename);
+  void openMemory();
+  static int readMemory(void* opaque, uint8_t* buffer, int size);
+  static int64_t seekMemory(void* opaque, int64_t offset, int whence);
+  void openStreams();
+  int readPacket();
+  bool streamGoesOn();
   bool next();
   void checkFrame() const;
   void convert(CTensor<float>& out);
@@ -53,12 +70,38 @@ struct CVideoReader::Impl {
 
 namespace {
 
-bool sizeAccepted(long long width, long long height) {
+bool sizeAccepted(long long width, long long height, std::size_t maxPixels) {
   return width > 0 && height > 0 && width <= NImageIO::kMaxImageSide && height <= NImageIO::kMaxImageSide &&
-         static_cast<unsigned long long>(width * height) <= NImageIO::kMaxImagePixels;
+         static_cast<unsigned long long>(width * height) <= maxPixels;
 }
 
 }  // namespace
+
+int CVideoReader::Impl::readMemory(void* opaque, uint8_t* buffer, int size) {
+  Impl& m = *static_cast<Impl*>(opaque);
+  const std::size_t left = m.memorySize - m.memoryPos;
+  const int n = static_cast<int>(left < static_cast<std::size_t>(size) ? left : static_cast<std::size_t>(size));
+  if (n == 0) return AVERROR_EOF;
+  std::memcpy(buffer, m.memory + m.memoryPos, static_cast<std::size_t>(n));
+  m.memoryPos += static_cast<std::size_t>(n);
+  return n;
+}
+
+int64_t CVideoReader::Impl::seekMemory(void* opaque, int64_t offset, int whence) {
+  Impl& m = *static_cast<Impl*>(opaque);
+  const int64_t size = static_cast<int64_t>(m.memorySize);
+  if ((whence & ~AVSEEK_FORCE) == AVSEEK_SIZE) return size;
+  int64_t to = offset;
+  switch (whence & ~AVSEEK_FORCE) {
+    case SEEK_SET: break;
+    case SEEK_CUR: to += static_cast<int64_t>(m.memoryPos); break;
+    case SEEK_END: to += size; break;
+    default: return AVERROR(EINVAL);
+  }
+  if (to < 0 || to > size) return AVERROR(EINVAL);
+  m.memoryPos = static_cast<std::size_t>(to);
+  return to;
+}
 
 void CVideoReader::Impl::open(const std::string& filename) {
   name = filename;
@@ -67,13 +110,33 @@ void CVideoReader::Impl::open(const std::string& filename) {
   if (stat(filename.c_str(), &info) != 0) throw EVideoError("File not found: " + filename);
   format = avformat_alloc_context();
   if (format == nullptr) fail("out of memory");
+  openStreams();
+}
+
+void CVideoReader::Impl::openMemory() {
+  NVideo::quietLibraries();
+  constexpr int kBufferBytes = 4096;
+  uint8_t* buffer = static_cast<uint8_t*>(av_malloc(kBufferBytes));
+  if (buffer != nullptr) io = avio_alloc_context(buffer, kBufferBytes, 0, this, readMemory, nullptr, seekMemory);
+  if (io == nullptr) {
+    av_free(buffer);
+    fail("out of memory");
+  }
+  format = avformat_alloc_context();
+  if (format == nullptr) fail("out of memory");
+  format->pb = io;
+  format->flags |= AVFMT_FLAG_CUSTOM_IO;
+  openStreams();
+}
+
+void CVideoReader::Impl::openStreams() {
   // The demuxer's own words say more than its return code ("moov atom not
   // found" for an MP4 file cut off before its index).
   const auto reason = [this](int code) { return demuxerError.empty() ? NVideo::errorText(code) : demuxerError; };
   int r;
   {
     NVideo::CLogCapture capture(format, demuxerError);
-    r = avformat_open_input(&format, filename.c_str(), nullptr, nullptr);  // frees format on failure
+    r = avformat_open_input(&format, name.c_str(), nullptr, nullptr);  // frees format on failure
     if (r < 0) fail("not a video file FFmpeg can read, or a damaged one (" + reason(r) + ")");
     r = avformat_find_stream_info(format, nullptr);
   }
@@ -88,21 +151,22 @@ void CVideoReader::Impl::open(const std::string& filename) {
   // An error logged while the first packets were read stands: the file
   // breaks off early, which shows once the frames before it are decoded.
   const AVCodecParameters* params = format->streams[stream]->codecpar;
-  if (!sizeAccepted(params->width, params->height)) {
+  if (!sizeAccepted(params->width, params->height, maxPixels)) {
     fail("frames of " + std::to_string(params->width) + " x " + std::to_string(params->height) +
          " pixels are empty or too large");
   }
   codec = avcodec_alloc_context3(decoder);
   packet = av_packet_alloc();
+  held = av_packet_alloc();
   frame = av_frame_alloc();
-  if (codec == nullptr || packet == nullptr || frame == nullptr) fail("out of memory");
+  if (codec == nullptr || packet == nullptr || held == nullptr || frame == nullptr) fail("out of memory");
   r = avcodec_parameters_to_context(codec, params);
   if (r >= 0) r = avcodec_open2(codec, decoder, nullptr);
   if (r < 0) fail("its decoder cannot start (" + NVideo::errorText(r) + ")");
 }
 
 void CVideoReader::Impl::checkFrame() const {
-  if (!sizeAccepted(frame->width, frame->height)) {
+  if (!sizeAccepted(frame->width, frame->height, maxPixels)) {
     fail("frame " + std::to_string(decoded) + " of " + std::to_string(frame->width) + " x " +
          std::to_string(frame->height) + " pixels is empty or too large");
   }
@@ -134,10 +198,7 @@ bool CVideoReader::Impl::next() {
     if (r != AVERROR(EAGAIN)) fail("damaged data " + afterFrame() + " (" + NVideo::errorText(r) + ")");
     if (draining) fail("the decoder stopped " + afterFrame());
 
-    {
-      NVideo::CLogCapture capture(format, demuxerError);
-      r = av_read_frame(format, packet);
-    }
+    r = readPacket();
     if (r == AVERROR_EOF) {
       draining = true;
       avcodec_send_packet(codec, nullptr);
@@ -148,11 +209,42 @@ bool CVideoReader::Impl::next() {
       av_packet_unref(packet);
       continue;
     }
-    const bool corrupt = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
+    if ((packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
+      if (!streamGoesOn()) {
+        av_packet_unref(packet);
+        fail("damaged or cut-off data " + afterFrame() + ": the file is truncated or broken");
+      }
+      demuxerError.clear();  // the demuxer's complaint was about this packet
+    }
     r = avcodec_send_packet(codec, packet);
     av_packet_unref(packet);
-    if (corrupt) fail("damaged or cut-off data " + afterFrame() + ": the file is truncated or broken");
     if (r < 0 && r != AVERROR(EAGAIN)) fail("damaged data " + afterFrame() + " (" + NVideo::errorText(r) + ")");
+  }
+}
+
+// The next packet into `packet`: the one read ahead, else the demuxer's.
+int CVideoReader::Impl::readPacket() {
+  if (holding) {
+    holding = false;
+    av_packet_move_ref(packet, held);
+    return 0;
+  }
+  NVideo::CLogCapture capture(format, demuxerError);
+  return av_read_frame(format, packet);
+}
+
+// Whether another packet of the video stream follows the current one; it is
+// kept in `held` for the next readPacket().
+bool CVideoReader::Impl::streamGoesOn() {
+  for (;;) {
+    int r;
+    {
+      NVideo::CLogCapture capture(format, demuxerError);
+      r = av_read_frame(format, held);
+    }
+    if (r < 0) return false;
+    if (held->stream_index == stream) return holding = true;
+    av_packet_unref(held);
   }
 }
 
@@ -164,8 +256,15 @@ void CVideoReader::Impl::convert(CTensor<float>& out) {
   // Deeper video keeps its precision through 16-bit samples.
   const bool deep = desc->comp[0].depth > 8;
   const AVPixelFormat target = deep ? AV_PIX_FMT_RGB48 : AV_PIX_FMT_RGB24;
-  if (w != swsWidth || h != swsHeight || source != swsFormat || frame->colorspace != swsSpace ||
-      frame->color_range != swsRange) {
+  // The colour description as the stream gave it, which a damaged stream
+  // may leave outside the enumerations: read as integers, unknown values
+  // taken as unspecified.
+  int colorspace = 0, range = 0;
+  std::memcpy(&colorspace, &frame->colorspace, sizeof colorspace);
+  std::memcpy(&range, &frame->color_range, sizeof range);
+  if (colorspace < 0 || colorspace >= AVCOL_SPC_NB) colorspace = AVCOL_SPC_UNSPECIFIED;
+  if (range < 0 || range >= AVCOL_RANGE_NB) range = AVCOL_RANGE_UNSPECIFIED;
+  if (w != swsWidth || h != swsHeight || source != swsFormat || colorspace != swsSpace || range != swsRange) {
     sws = sws_getCachedContext(sws, w, h, source, w, h, target, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT,
                                nullptr, nullptr, nullptr);
     if (sws == nullptr) fail("its pixel format " + std::string(desc->name) + " cannot be converted to RGB");
@@ -173,17 +272,17 @@ void CVideoReader::Impl::convert(CTensor<float>& out) {
     // limited range when it declares nothing; the old "yuvj" formats are
     // full range by definition).
     if ((desc->flags & AV_PIX_FMT_FLAG_RGB) == 0) {
-      const bool fullRange = frame->color_range == AVCOL_RANGE_JPEG || source == AV_PIX_FMT_YUVJ420P ||
+      const bool fullRange = range == AVCOL_RANGE_JPEG || source == AV_PIX_FMT_YUVJ420P ||
                              source == AV_PIX_FMT_YUVJ422P || source == AV_PIX_FMT_YUVJ444P;
-      const int space = frame->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : frame->colorspace;
+      const int space = colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : colorspace;
       sws_setColorspaceDetails(sws, sws_getCoefficients(space), fullRange ? 1 : 0,
                                sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
     }
     swsWidth = w;
     swsHeight = h;
     swsFormat = source;
-    swsSpace = frame->colorspace;
-    swsRange = frame->color_range;
+    swsSpace = colorspace;
+    swsRange = range;
   }
   const int bytesPerSample = deep ? 2 : 1;
   const int lineSize = 3 * w * bytesPerSample;
@@ -207,6 +306,15 @@ void CVideoReader::Impl::convert(CTensor<float>& out) {
 }
 
 CVideoReader::CVideoReader(const std::string& filename) : impl_(new Impl) { impl_->open(filename); }
+
+CVideoReader::CVideoReader(const void* data, std::size_t size, const std::string& name, std::size_t maxPixels)
+    : impl_(new Impl) {
+  impl_->name = name;
+  impl_->maxPixels = maxPixels;
+  impl_->memory = static_cast<const uint8_t*>(data);
+  impl_->memorySize = size;
+  impl_->openMemory();
+}
 
 CVideoReader::~CVideoReader() = default;
 

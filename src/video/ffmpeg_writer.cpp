@@ -109,7 +109,10 @@ void CVideoWriter::Impl::open(int w, int h, VideoRate rate) {
   width = w;
   height = h;
   AVPixelFormat pixels = kPlayableFormat;
-  if (!supports(encoder, kPlayableFormat)) {
+  if (encoder->pix_fmts == nullptr) {
+    // An encoder that lists no formats (rawvideo) takes any: RGB as given.
+    pixels = AV_PIX_FMT_RGB24;
+  } else if (!supports(encoder, kPlayableFormat)) {
     // Another encoder asked for by name: the format closest to RGB it takes.
     pixels = avcodec_find_best_pix_fmt_of_list(encoder->pix_fmts, AV_PIX_FMT_RGB24, 0, nullptr);
     if (pixels == AV_PIX_FMT_NONE) fail(codecWords(encoder) + " takes no pixel format this writer can give it");

@@ -17,6 +17,7 @@ bool videoSupported() { return false; }
 
 struct CVideoReader::Impl {};
 CVideoReader::CVideoReader(const std::string&) { unsupported(); }
+CVideoReader::CVideoReader(const void*, std::size_t, const std::string&, std::size_t) { unsupported(); }
 CVideoReader::~CVideoReader() = default;
 int CVideoReader::width() const { return 0; }
 int CVideoReader::height() const { return 0; }

@@ -11,6 +11,7 @@
 
 #include "image/synthetic.h"
 #include "support/process.h"
+#include "video/video_error.h"
 #include "video/video_reader.h"
 #include "video/video_writer.h"
 
@@ -69,6 +70,36 @@ TEST_F(VideoIO, LosslessRoundTripGivesTheFramesRateAndCountBack) {
   }
   EXPECT_FALSE(reader.read(frame));
   EXPECT_EQ(reader.framesDecoded(), 5);
+
+  // An encoder that lists no pixel formats (rawvideo takes any) once made
+  // the writer read a null list.
+  writeVideo(path("raw.nut"), frames, VideoRate{25, 1}, "rawvideo");
+  CVideoReader raw(path("raw.nut"));
+  ASSERT_TRUE(raw.read(frame));
+  for (size_t i = 0; i < frame.elements(); ++i) ASSERT_EQ(frame.data[i], frames[0].data[i]) << i;
+
+  // The same file from memory (what the fuzz target reads through), and
+  // pieces of it: refused with a message or read as far as they go, never
+  // read past their end. Frames above the reader's pixel limit are refused.
+  const std::string bytes = vemotest::slurp(path("clip.avi"));
+  CVideoReader fromMemory(bytes.data(), bytes.size(), "clip in memory");
+  EXPECT_EQ(fromMemory.frameCount(), 5);
+  for (int n = 0; n < 5; ++n) {
+    ASSERT_TRUE(fromMemory.read(frame)) << n;
+    for (size_t i = 0; i < frame.elements(); ++i) ASSERT_EQ(frame.data[i], frames[n].data[i]) << n << " " << i;
+  }
+  EXPECT_FALSE(fromMemory.read(frame));
+  EXPECT_THROW(CVideoReader(bytes.data(), 0, "nothing"), EVideoError);
+  EXPECT_THROW(CVideoReader(bytes.data(), bytes.size(), "clip", 36 * 21), EVideoError);
+  const std::string cut = bytes.substr(0, bytes.size() * 3 / 4);
+  try {
+    CVideoReader reader(cut.data(), cut.size(), "cut clip");
+    while (reader.read(frame)) {
+    }
+    ADD_FAILURE() << "a clip cut off in its fourth frame was read to its end";
+  } catch (const EVideoError& e) {
+    EXPECT_NE(std::string(e.what()).find("cut clip"), std::string::npos) << e.what();
+  }
 }
 
 TEST_F(VideoIO, DefaultCodecIsH264OrMpeg4In420WithEvenSizes) {

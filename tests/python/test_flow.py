@@ -2,13 +2,19 @@
 
 from __future__ import annotations
 
+import os
+import signal
+import subprocess
+import sys
 import threading
 import time
+import warnings
 
 import numpy as np
 import pytest
 
 import vemo
+from vemo import _waiting
 from conftest import run_program, textured_frames, write_ppm
 
 
@@ -88,7 +94,7 @@ def test_bad_frames_are_refused_before_any_work(pair, change, error, message):
 
 @pytest.mark.parametrize(
     "arguments, message",
-    [(dict(eta=1.0), "eta"), (dict(eta=0.0), "eta"), (dict(solver_iters=-1), "solver_iters"),
+    [(dict(eta=1.0), "eta"), (dict(eta=float("inf")), "eta"), (dict(solver_iters=-1), "solver_iters"),
      (dict(alpha=float("nan")), "alpha"), (dict(device="gpu"), "device"), (dict(threads=0), "threads")],
 )
 def test_bad_parameters_raise_value_error(pair, arguments, message):
@@ -96,9 +102,32 @@ def test_bad_parameters_raise_value_error(pair, arguments, message):
         vemo.flow(*pair, **arguments)
 
 
+@pytest.mark.parametrize(
+    "arguments, message",
+    [(dict(solver_iters=2.5), "solver_iters must be a whole number \\(int\\), not float 2.5"),
+     (dict(alpha="30"), "alpha must be a number \\(int or float\\), not str '30'"),
+     (dict(threads=True), "threads must be a whole number"), (dict(device=0), "device must be a str")],
+)
+def test_wrong_types_raise_type_error_naming_the_argument(pair, arguments, message):
+    with pytest.raises(TypeError, match=message):
+        vemo.flow(*pair, **arguments)
+
+
+def test_numpy_numbers_and_big_endian_frames_give_the_same_flow(pair):
+    a, b = [f[:40, :40] for f in pair]
+    reference = vemo.flow(a, b, sigma=1.0, solver_iters=7, threads=1, device="cpu")
+    assert np.array_equal(vemo.flow(a, b, sigma=np.float32(1.0), solver_iters=np.int64(7), threads=np.int32(1),
+                                    device="cpu"), reference)
+    for dtype, scale in ((">f4", 1), (">u2", 257)):
+        swapped = [(f.astype(np.uint16) * scale).astype(dtype) for f in (a, b)]
+        assert np.array_equal(vemo.flow(*swapped, sigma=1.0, solver_iters=7, device="cpu"), reference), dtype
+
+
 def test_the_bounds_themselves_are_accepted(pair):
     small = [f[:30, :30] for f in pair]
     assert vemo.flow(*small, eta=0.99, sigma=100, fixed_point_iters=0, solver_iters=0).shape == (30, 30, 2)
+    # An eta outside 0..1 builds no pyramid, as in the programs.
+    assert vemo.flow(*small, eta=1.5, fixed_point_iters=1).shape == (30, 30, 2)
 
 
 def test_a_frame_too_large_for_memory_raises_memory_error():
@@ -112,6 +141,58 @@ def test_a_frame_too_large_for_memory_raises_memory_error():
     frame = np.broadcast_to(np.uint8(7), (1024, 65535))
     with pytest.raises(MemoryError, match="needs about"):
         vemo.flow(frame, frame, device="cpu")
+
+
+def test_a_pair_beyond_the_process_memory_limit_raises_memory_error_before_any_work():
+    # In a child whose address space may grow by 400 MiB: the pair needs
+    # about 840 MiB.
+    code = """
+import resource, time, numpy as np, vemo
+pages = int(open("/proc/self/statm").read().split()[0])
+resource.setrlimit(resource.RLIMIT_AS, (pages * resource.getpagesize() + (400 << 20), resource.RLIM_INFINITY))
+frame = np.zeros((1200, 2000, 3), np.uint8)
+start = time.perf_counter()
+try:
+    vemo.flow(frame, frame, device="cpu")
+except MemoryError as error:
+    print(f"MemoryError {time.perf_counter() - start:.3f} {error}")
+"""
+    run = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=300)
+    assert run.stdout.startswith("MemoryError"), run.stdout + run.stderr
+    assert "a 2000 x 1200 frame with 3 channels needs about" in run.stdout
+    assert float(run.stdout.split()[1]) < 2.0, "refused after work had begun"
+
+
+def test_a_float_frame_on_the_0_to_1_scale_is_warned_about(pair):
+    a, b = (f.astype(np.float32) for f in pair)
+    with pytest.warns(UserWarning, match="frame1 is float32 with no value above 1.*multiply it by 255"):
+        vemo.flow(a / 255, b, device="cpu", fixed_point_iters=1, solver_iters=1)
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        vemo.flow(a, b, device="cpu", fixed_point_iters=1, solver_iters=1)
+        vemo.flow(*pair, device="cpu", fixed_point_iters=1, solver_iters=1)
+
+
+def test_ctrl_c_stops_a_flow_at_once_and_the_engine_goes_on(pair):
+    engine = vemo.Engine("cpu", threads=1)
+    big = textured_frames(2, 640, 480)
+    threading.Timer(0.5, os.kill, (os.getpid(), signal.SIGINT)).start()
+    start = time.perf_counter()
+    with pytest.raises(KeyboardInterrupt):
+        engine.flow(*big)
+    assert time.perf_counter() - start < 1.5, "the computation ran on after Ctrl-C"
+    assert np.array_equal(engine.flow(*pair), vemo.flow(*pair, device="cpu"))
+
+
+def test_ctrl_c_reaches_a_thread_waiting_for_a_long_call():
+    cancelled = []
+    threading.Timer(0.2, os.kill, (os.getpid(), signal.SIGINT)).start()
+    start = time.perf_counter()
+    with pytest.raises(KeyboardInterrupt):
+        _waiting.call(time.sleep, 5, cancel=lambda: cancelled.append(True))
+    assert time.perf_counter() - start < 1.0 and cancelled
+    with pytest.raises(ZeroDivisionError):  # the call's own exception comes through
+        _waiting.call(divmod, 1, 0)
 
 
 def test_flow_releases_the_gil(pair):
@@ -144,11 +225,16 @@ def gpus() -> int:
     return _vemo.cuda_devices()
 
 
-def test_asking_for_cuda_without_a_usable_gpu_raises_runtime_error():
+def test_asking_for_cuda_without_a_usable_gpu_warns_and_runs_on_the_cpu(pair):
     if gpus():
         pytest.skip("a GPU is usable here")
-    with pytest.raises(RuntimeError, match="GPU|CUDA|compute capability"):
-        vemo.Engine("cuda")
+    for device in ("cuda", "cuda:1"):
+        with pytest.warns(RuntimeWarning, match=f"cannot use {device}: .*running on the cpu backend instead"):
+            engine = vemo.Engine(device)
+        assert engine.device == "cpu"
+    with pytest.warns(RuntimeWarning):
+        small = [f[:30, :30] for f in pair]
+        assert np.array_equal(vemo.flow(*small, device="cuda"), vemo.flow(*small, device="cpu"))
 
 
 @pytest.mark.gpu

@@ -40,6 +40,33 @@ def test_a_file_that_is_not_a_video_raises_video_error(tmp_path):
     with pytest.raises(vemo.VideoError, match="fake.mp4"):
         next(vemo.read_video(fake))
     assert issubclass(vemo.VideoError, ValueError)
+    with pytest.raises(IsADirectoryError, match="it is a folder, not a video file"):
+        next(vemo.read_video(tmp_path))
+    with pytest.raises(ValueError, match="not a regular file"):
+        next(vemo.read_video("/dev/null"))
+
+
+def test_write_video_refuses_what_is_not_a_list_of_frames_of_one_size(tmp_path, capfd):
+    frame = np.zeros((8, 6, 3), np.uint8)
+    target = tmp_path / "v.mp4"
+    with pytest.raises(TypeError, match="frame 0 must be a numpy array, not list"):
+        vemo.write_video(target, [frame.tolist()])
+    with pytest.raises(TypeError, match="give a list of frames"):
+        vemo.write_video(target, frame)
+    with pytest.raises(ValueError, match="frame 0 is 0 x 0 pixels; a video needs frames of at least 1 x 1"):
+        vemo.write_video(target, [np.zeros((0, 0, 3), np.uint8)])
+    with pytest.raises(ValueError, match="frame 1 is 6 x 4 pixels but frame 0 is 6 x 8"):
+        vemo.write_video(target, [frame, frame[:4]])
+    with pytest.raises(IsADirectoryError, match="it is a folder"):
+        vemo.write_video(tmp_path, [frame])
+    (tmp_path / "file").write_text("x")
+    with pytest.raises(NotADirectoryError, match="a file is in the way"):
+        vemo.write_video(tmp_path / "file" / "v.mp4", [frame])
+    assert not target.exists()
+    # The smallest frames, in a folder that does not exist yet.
+    vemo.write_video(tmp_path / "new" / "tiny.mkv", [np.full((1, 1, 3), 9, np.uint8)] * 2)
+    assert len(list(vemo.read_video(tmp_path / "new" / "tiny.mkv"))) == 2
+    assert capfd.readouterr().err == ""
 
 
 def test_batch_of_a_clip_equals_vemo_flow_video(clip, tmp_path):

@@ -1,7 +1,8 @@
 #include "support/counting_backend.h"
 
 #include "backends/cuda/cuda_work_policy.h"
-#include "variational/level_steps.h"
+#include "method/level_steps.h"
+#include "variational/nonlinear_iteration.h"
 
 namespace vemo::testing {
 

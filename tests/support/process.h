@@ -30,8 +30,16 @@ class ScratchDir {
   std::string path(const std::string& name) const { return dir_ + "/" + name; }
   // Runs `program args...` from this directory, capturing both streams.
   Result run(const std::string& program, const std::vector<std::string>& args) const;
+  // The same, sending `signal` to the process once the file `waitFor` (in
+  // this directory) exists.
+  Result runUntil(const std::string& program, const std::vector<std::string>& args, const std::string& waitFor,
+                  int signal) const;
 
  private:
+  // The result of a run that wrote stdout.txt and stderr.txt here and ended
+  // with wait status `raw`; the two files are removed.
+  Result collect(int raw) const;
+
   std::string dir_;
 };
 

@@ -11,7 +11,7 @@ through :func:`register_source`.
 """
 
 from .plan import Chunk
-from .run import BatchResult, run_batch
+from .run import BatchInterrupted, BatchResult, run_batch
 from .sources import Sequence, discover, register_source
 
-__all__ = ["run_batch", "BatchResult", "Sequence", "Chunk", "discover", "register_source"]
+__all__ = ["run_batch", "BatchResult", "BatchInterrupted", "Sequence", "Chunk", "discover", "register_source"]

@@ -5,9 +5,10 @@ from __future__ import annotations
 
 import os
 from dataclasses import dataclass
-from typing import List, Optional, Tuple
+from typing import Any, Dict, List, Optional, Tuple
 
 from ..flo import read_flo_header
+from .record import Record, same_settings
 from .sources import Sequence
 
 
@@ -59,7 +60,7 @@ def frame_size(sequence: Sequence) -> Optional[Tuple[int, int]]:
     return frame.shape[1], frame.shape[0]
 
 
-def is_done(path: str, size: Optional[Tuple[int, int]], picture: bool) -> bool:
+def is_whole(path: str, size: Optional[Tuple[int, int]], picture: bool) -> bool:
     """Whether a pair's outputs exist and are whole: a .flo of the frames'
     size (and its picture, when pictures are asked for)."""
     if size is None:
@@ -72,23 +73,41 @@ def is_done(path: str, size: Optional[Tuple[int, int]], picture: bool) -> bool:
     return not picture or os.path.isfile(path[: -len(".flo")] + ".png")
 
 
-def plan(sequences: List[Sequence], output: str, chunk_size: int, pictures: bool) -> Tuple[List[Chunk], List[Tuple[Sequence, int]]]:
-    """The chunks of pairs that still need computing, and the pairs that are
-    done already. A chunk holds up to chunk_size consecutive missing pairs."""
+@dataclass
+class Plan:
+    chunks: List[Chunk]
+    """Chunks of up to chunk_size consecutive pairs that need computing."""
+    done: List[Tuple[Sequence, int]]
+    """Pairs whose outputs are whole and were made with these settings."""
+    stale: List[Tuple[Sequence, int]]
+    """Pairs whose outputs are whole but were made with other settings, or
+    with none recorded; with overwrite they are in the chunks too."""
+
+
+def plan(sequences: List[Sequence], output: str, chunk_size: int, pictures: bool, settings: Dict[str, Any],
+         record: Record, overwrite: bool = False) -> Plan:
+    """What a batch has to compute: the pairs whose outputs are missing or
+    damaged and, with overwrite, those made with other settings."""
     if chunk_size < 1:
         raise ValueError(f"chunk_size must be at least 1, not {chunk_size}")
-    chunks: List[Chunk] = []
-    done: List[Tuple[Sequence, int]] = []
+    result = Plan([], [], [])
     for sequence in sequences:
-        size = frame_size(sequence)
+        size = frame_size(sequence) if sequence.pairs else None
         start = None
         for pair in range(sequence.pairs + 1):
-            missing = pair < sequence.pairs and not is_done(flow_path(output, sequence, pair), size, pictures)
-            if pair < sequence.pairs and not missing:
-                done.append((sequence, pair))
+            missing = False
+            if pair < sequence.pairs:
+                path = flow_path(output, sequence, pair)
+                if not is_whole(path, size, pictures):
+                    missing = True
+                elif same_settings(record.made_with(os.path.relpath(path, output)), settings):
+                    result.done.append((sequence, pair))
+                else:
+                    result.stale.append((sequence, pair))
+                    missing = overwrite
             if missing and start is None:
                 start = pair
             if start is not None and (not missing or pair - start == chunk_size):
-                chunks.append(Chunk(sequence, start, pair))
+                result.chunks.append(Chunk(sequence, start, pair))
                 start = pair if missing else None
-    return chunks, done
+    return result

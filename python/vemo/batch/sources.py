@@ -12,7 +12,7 @@ from __future__ import annotations
 import os
 import re
 from dataclasses import dataclass
-from typing import Callable, Iterator, List, Sequence as Seq, Union
+from typing import Callable, Iterator, List, Optional, Sequence as Seq, Union
 
 import numpy as np
 
@@ -42,6 +42,9 @@ class Sequence:
     """Yields frames first..stop-1 as float32 H x W x 3 arrays (0..255) or,
     for a frame that cannot be read, the exception. A top-level function, so
     that workers can import it."""
+    after_gap: str = ""
+    """The label of the frame before a gap in the numbering that this
+    sequence follows ('' when it follows none): no flow spans the gap."""
 
     @property
     def pairs(self) -> int:
@@ -89,17 +92,28 @@ def find_numbered_frames(folder: str, files: List[str], name: str) -> List[Seque
     found = []
     for key in sorted(groups):
         numbered = sorted(groups[key])
-        if len(numbered) < 2:
-            continue
-        found.append(
-            Sequence(
-                name=name,
-                location=folder,
-                frames=tuple(f for _, _, f in numbered),
-                labels=tuple(s for _, s, _ in numbered),
-                reader=read_numbered_frames,
+        # A gap in the numbers (or a number given twice) ends a run of
+        # frames: the frames on either side are not neighbours in time.
+        runs = [[numbered[0]]]
+        for previous, frame in zip(numbered, numbered[1:]):
+            if frame[0] == previous[0] + 1:
+                runs[-1].append(frame)
+            else:
+                runs.append([frame])
+        for i, run in enumerate(runs):
+            gap = runs[i - 1][-1][1] if i > 0 else ""
+            if len(run) < 2 and not gap:
+                continue
+            found.append(
+                Sequence(
+                    name=name,
+                    location=folder,
+                    frames=tuple(f for _, _, f in run),
+                    labels=tuple(s for _, s, _ in run),
+                    reader=read_numbered_frames,
+                    after_gap=gap,
+                )
             )
-        )
     return found
 
 
@@ -169,14 +183,20 @@ def _unreadable(name: str, stem: str, path: str, error: Exception) -> Sequence:
 register_source(find_videos)
 
 
-def discover(inputs: Seq[str]) -> List[Sequence]:
+def discover(inputs: Seq[str], output: Optional[str] = None) -> List[Sequence]:
     """Every sequence under the inputs (folders, searched recursively, or
     files). With one input the output mirrors its tree; with several, each
-    input's tree goes under the input's own name. ValueError when two
-    sequences would write to the same files or an input does not exist."""
+    input's tree goes under the input's own name. Nothing in the folder
+    ``output`` is taken as input (a batch writing into its own input folder
+    would otherwise take its pictures for frames on the next run).
+    ValueError when two sequences would write to the same files, an input
+    does not exist or lies in the output folder."""
+    excluded = os.path.realpath(output) if output is not None else None
     sequences: List[Sequence] = []
     for root in inputs:
         root = os.path.abspath(root)
+        if excluded is not None and _inside(os.path.realpath(root), excluded):
+            raise ValueError(f"the input {root} lies in the output folder {output}")
         top = "" if len(inputs) == 1 else os.path.basename(root.rstrip(os.sep))
         if os.path.isfile(root):
             sequences += _discover_in(os.path.dirname(root), [os.path.basename(root)], top)
@@ -184,7 +204,8 @@ def discover(inputs: Seq[str]) -> List[Sequence]:
         if not os.path.isdir(root):
             raise ValueError(f"no such file or folder: {root}")
         for folder, subfolders, files in os.walk(root):
-            subfolders.sort()
+            subfolders[:] = sorted(d for d in subfolders
+                                   if excluded is None or os.path.realpath(os.path.join(folder, d)) != excluded)
             relative = os.path.relpath(folder, root)
             name = "/".join(p for p in [top, "" if relative == "." else relative.replace(os.sep, "/")] if p)
             sequences += _discover_in(folder, sorted(files), name)
@@ -196,6 +217,10 @@ def discover(inputs: Seq[str]) -> List[Sequence]:
                 raise ValueError(f"two sequences would both write {s.name}/{label}.flo ({seen[key]} and {s.location})")
             seen[key] = s.location
     return sequences
+
+
+def _inside(path: str, folder: str) -> bool:
+    return path == folder or path.startswith(folder.rstrip(os.sep) + os.sep)
 
 
 def _discover_in(folder: str, files: List[str], name: str) -> List[Sequence]:

@@ -4,6 +4,7 @@ pair's flow with the worker's one Engine, write the outputs atomically."""
 from __future__ import annotations
 
 import os
+import signal
 import time
 from dataclasses import dataclass, field
 from typing import Dict, List, Optional, Tuple
@@ -28,6 +29,13 @@ class Settings:
 
 
 _engines: Dict[Tuple[str, Optional[int]], Engine] = {}
+
+
+def dask_setup(worker: object) -> None:
+    """Run in each worker process of a batch's own cluster (as its preload):
+    Ctrl-C at a terminal reaches the whole process group, and the batch, not
+    its workers, decides what an interruption stops."""
+    signal.signal(signal.SIGINT, signal.SIG_IGN)
 
 
 def _engine(settings: Settings) -> Engine:

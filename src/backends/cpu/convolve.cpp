@@ -6,7 +6,7 @@
 
 #include "backends/cpu/convolve_rows.h"
 #include "backends/cpu/pixel_loop.h"
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 #include "pixel/convolve.h"
 
 namespace vemo::cpu {

@@ -5,7 +5,7 @@
 // refused (message on stderr, std::invalid_argument).
 #pragma once
 
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 
 namespace vemo::cpu {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "backends/cpu/plane_test_util.h"
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 
 using vemo::testing_util::Planes;
 using vemo::testing_util::sameBits;

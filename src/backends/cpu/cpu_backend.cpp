@@ -1,7 +1,9 @@
 #include "backends/cpu/cpu_backend.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,10 +16,52 @@
 #include "backends/cpu/resample.h"
 #include "backends/cpu/row_parallel.h"
 #include "backends/cpu/warp.h"
+#include "common/diagnostics.h"
 
 namespace vemo {
 
 namespace {
+
+// MemAvailable: what the kernel can hand out without swapping.
+std::size_t systemAvailableBytes() {
+  if (FILE* f = std::fopen("/proc/meminfo", "r")) {
+    char line[256];
+    unsigned long long kib = 0;
+    while (std::fgets(line, sizeof line, f) != nullptr)
+      if (std::sscanf(line, "MemAvailable: %llu kB", &kib) == 1) break;
+    std::fclose(f);
+    if (kib > 0) return static_cast<std::size_t>(kib) * 1024;
+  }
+  const long pages = sysconf(_SC_AVPHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
+  if (pages > 0 && pageSize > 0) return static_cast<std::size_t>(pages) * static_cast<std::size_t>(pageSize);
+  return static_cast<std::size_t>(-1);
+}
+
+// What the process may still map under its own limits (RLIMIT_AS on its
+// address space, RLIMIT_DATA on its data), which the system's free memory
+// does not show: the room between each limit and the current use.
+std::size_t processLimitHeadroom() {
+  unsigned long long pages[7] = {};
+  if (FILE* f = std::fopen("/proc/self/statm", "r")) {
+    // size resident shared text lib data dt
+    if (std::fscanf(f, "%llu %llu %llu %llu %llu %llu", &pages[0], &pages[1], &pages[2], &pages[3], &pages[4],
+                    &pages[5]) != 6)
+      pages[0] = pages[5] = 0;
+    std::fclose(f);
+  }
+  const std::size_t pageSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  std::size_t headroom = static_cast<std::size_t>(-1);
+  const std::pair<int, unsigned long long> limits[] = {{RLIMIT_AS, pages[0]}, {RLIMIT_DATA, pages[5]}};
+  for (const auto& [resource, usedPages] : limits) {
+    rlimit limit;
+    if (getrlimit(resource, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) continue;
+    const std::size_t used = static_cast<std::size_t>(usedPages) * pageSize;
+    const std::size_t cap = static_cast<std::size_t>(limit.rlim_cur);
+    headroom = std::min(headroom, cap > used ? cap - used : 0);
+  }
+  return headroom;
+}
+
 constexpr std::size_t kAlignmentBytes = 64;
 // Buffers start at one of kSkewBytes / kAlignmentBytes offsets, kSkewStepBytes
 // apart from one allocation to the next (an odd number of alignment units,
@@ -31,7 +75,7 @@ constexpr std::size_t kSkewedBlock = 64 * 1024;
 std::size_t skewRoom(std::size_t bytes) { return bytes >= kSkewedBlock ? kSkewBytes : 0; }
 
 [[noreturn]] void fail(const std::string& message) {
-  std::fprintf(stderr, "%s\n", message.c_str());
+  vemo::reportf(stderr, "%s\n", message.c_str());
   throw BackendError(message);
 }
 }  // namespace
@@ -64,7 +108,7 @@ Buffer CpuBackend::allocate(std::size_t floats) {
     p = std::aligned_alloc(kAlignmentBytes, block);
     if (p == nullptr) {
       const std::string message = "CpuBackend: out of memory allocating " + std::to_string(bytes) + " bytes";
-      std::fprintf(stderr, "%s\n", message.c_str());
+      vemo::reportf(stderr, "%s\n", message.c_str());
       throw BackendOutOfMemory(message);
     }
   }
@@ -104,19 +148,9 @@ void CpuBackend::release(float* data) noexcept {
 }
 
 std::size_t CpuBackend::availableBytes() const {
-  // MemAvailable: what the kernel can hand out without swapping.
-  if (FILE* f = std::fopen("/proc/meminfo", "r")) {
-    char line[256];
-    unsigned long long kib = 0;
-    while (std::fgets(line, sizeof line, f) != nullptr)
-      if (std::sscanf(line, "MemAvailable: %llu kB", &kib) == 1) break;
-    std::fclose(f);
-    // Blocks this backend keeps for reuse are available to it as well.
-    if (kib > 0) return static_cast<std::size_t>(kib) * 1024 + cachedBytes_;
-  }
-  const long pages = sysconf(_SC_AVPHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
-  if (pages > 0 && pageSize > 0) return static_cast<std::size_t>(pages) * static_cast<std::size_t>(pageSize);
-  return static_cast<std::size_t>(-1);
+  // Blocks this backend keeps for reuse are available to it as well.
+  const std::size_t free = std::min(systemAvailableBytes(), processLimitHeadroom());
+  return free == static_cast<std::size_t>(-1) ? free : free + cachedBytes_;
 }
 
 int CpuBackend::pitchFor(int width) const {

@@ -7,7 +7,7 @@
 #include "backends/cpu/pixel_loop.h"
 #include "backends/cpu/row_parallel.h"
 #include "backends/cpu/solver_rows.h"
-#include "variational/scratch.h"
+#include "method/scratch_sets.h"
 #include "pixel/robust_factors.h"
 #include "pixel/system_matrix.h"
 

@@ -8,6 +8,7 @@
 #include "backends/cpu/hog.h"
 #include "backends/cpu/hog_match.h"
 #include "backends/backend.h"
+#include "common/diagnostics.h"
 
 namespace vemo {
 
@@ -15,7 +16,7 @@ IntBuffer CpuMatchingStages::allocateInts(std::size_t count) {
   int* data = new (std::nothrow) int[count == 0 ? 1 : count];
   if (data == nullptr) {
     const std::string message = "cpu matching: cannot allocate " + std::to_string(count) + " ints";
-    std::cerr << message << std::endl;
+    vemo::reportf(stderr, "%s\n", message.c_str());
     throw BackendError(message);
   }
   return IntBuffer(this, data, count);

@@ -8,11 +8,11 @@
 // handed to parallelRows.
 #pragma once
 
-#include <iostream>
 #include <stdexcept>
 #include <string>
 
 #include "backends/cpu/clones.h"
+#include "common/diagnostics.h"
 #include "backends/cpu/row_parallel.h"
 
 namespace vemo::cpu {
@@ -27,7 +27,7 @@ void forEachPixel(int height, int width, F&& f) {
 
 // Argument errors of the CPU stages: message on standard error, then throw.
 [[noreturn]] inline void refuseArguments(const std::string& message) {
-  std::cerr << message << std::endl;
+  reportf(stderr, "%s\n", message.c_str());
   throw std::invalid_argument(message);
 }
 

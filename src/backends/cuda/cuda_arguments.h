@@ -6,11 +6,12 @@
 #include <string>
 
 #include "backends/backend.h"
+#include "common/diagnostics.h"
 
 namespace vemo::cuda {
 
 [[noreturn]] inline void refuseArguments(const std::string& message) {
-  std::fprintf(stderr, "%s\n", message.c_str());
+  reportf(stderr, "%s\n", message.c_str());
   throw BackendError(message);
 }
 

@@ -12,7 +12,9 @@
 
 namespace vemo {
 
-CudaBackend::CudaBackend(int device) {
+void CudaBackend::bindToCallingThread() { VEMO_CUDA_CALL(cudaSetDevice(device_)); }
+
+CudaBackend::CudaBackend(int device) : device_(device) {
   VEMO_CUDA_CALL(cudaSetDevice(device));
   // The row alignment that cudaMallocPitch applies: the pitch it gives a
   // one-float row.

@@ -55,6 +55,7 @@ class CudaBackend : public Backend {
   CudaBackend& operator=(const CudaBackend&) = delete;
 
   const char* name() const override { return "cuda"; }
+  void bindToCallingThread() override;
   // Free device memory, plus what this backend holds and a run reuses or
   // gives back: cached blocks, scratch, the filter texture's array, masks.
   std::size_t availableBytes() const override;
@@ -229,6 +230,8 @@ class CudaBackend : public Backend {
   // Graphs, events and clocks, at destruction.
   void releaseRunState() noexcept;
 
+  // The device (cuda:N) this backend works on.
+  int device_ = 0;
   // Bytes behind every live allocation, for the accounting in release().
   std::unordered_map<const float*, std::size_t> sizes_;
   // Released blocks kept for reuse by size (cudaMalloc and cudaFree are slow

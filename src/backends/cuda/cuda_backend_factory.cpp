@@ -11,6 +11,8 @@
 #include "backends/extra_stages.h"
 #include "backends/matching_stages.h"
 
+#include "common/diagnostics.h"
+
 namespace vemo {
 
 std::unique_ptr<Backend> makeCudaBackend(int device) {
@@ -29,7 +31,7 @@ void requireCudaMemory(const Backend& backend, const char* what) {
   if (std::string(backend.name()) == "cuda") return;
   const std::string message = std::string("CUDA ") + what + " cannot work on the memory of the " + backend.name() +
                               " backend";
-  std::fprintf(stderr, "%s\n", message.c_str());
+  vemo::reportf(stderr, "%s\n", message.c_str());
   throw BackendError(message);
 }
 }  // namespace

@@ -1,14 +1,16 @@
 // Checks of CUDA runtime calls and kernel launches.
 //
 // A device failure cannot be recovered from: the message names the source
-// file and line of the failing call and the runtime's text for the error,
-// then the process ends with status 1, or, where the embedding process asked
-// for it (setDeviceFailuresThrow), BackendError carries the message instead. Teardown (cudaFree, texture and array
+// file and line of the failing call and the runtime's text for the error;
+// it is reported (standard error, or the caller's MessageCapture) and thrown
+// as BackendError, which the programs turn into exit status 1 and the public
+// API into vemo::DeviceError. Teardown (cudaFree, texture and array
 // destruction in destructors and release()) is checked the same way but
-// never throws: it reports and ends the process with status 1 after flushing
-// the C streams, which is safe even while the process is already exiting;
-// only the runtime's own shutdown (cudaErrorCudartUnloading, when static
-// objects die after it) passes silently, as the memory goes with it.
+// never throws and never ends the process: after an earlier failure its
+// errors are that failure's echoes and pass silently; otherwise it reports
+// once and marks the device failed. The runtime's own shutdown
+// (cudaErrorCudartUnloading, when static objects die after it) passes
+// silently, as the memory goes with it.
 #pragma once
 
 #include <cuda_runtime.h>
@@ -19,15 +21,16 @@
 
 #include "backends/backend.h"
 #include "common/device_failures.h"
+#include "common/diagnostics.h"
 #include "common/env_flag.h"
 
 namespace vemo::cuda {
 
-// Reports `text` and ends the process, or throws it as BackendError.
+// Reports `text` and throws it as BackendError.
 [[noreturn]] inline void failWith(const char* text) {
-  std::fprintf(stderr, "%s\n", text);
-  if (deviceFailuresThrow()) throw BackendError(text);
-  std::exit(1);
+  noteDeviceFailure();
+  reportf(stderr, "%s\n", text);
+  throw BackendError(text);
 }
 
 // A runtime call returned `err`.
@@ -56,16 +59,15 @@ namespace vemo::cuda {
   std::snprintf(text, sizeof text,
                 "the CUDA device is out of memory: %.1f MiB could not be allocated (%.1f of %.1f MiB free)",
                 bytes / mib, freeBytes / mib, totalBytes / mib);
-  std::fprintf(stderr, "vemo: %s\n", text);
+  reportf(stderr, "vemo: %s\n", text);
   throw BackendError(text);
 }
 
 // A teardown call returned `err`.
 inline void checkTeardown(cudaError_t err, const char* file, int line) noexcept {
-  if (err == cudaSuccess || err == cudaErrorCudartUnloading) return;
-  std::fprintf(stderr, "Cuda error in file '%s' in line %i : %s.\n", file, line, cudaGetErrorString(err));
-  std::fflush(nullptr);
-  std::_Exit(1);
+  if (err == cudaSuccess || err == cudaErrorCudartUnloading || deviceFailureSeen()) return;
+  noteDeviceFailure();
+  reportf(stderr, "Cuda error in file '%s' in line %i : %s.\n", file, line, cudaGetErrorString(err));
 }
 
 // VEMO_CUDA_SYNC=1: every launch check also waits for the device, so that a

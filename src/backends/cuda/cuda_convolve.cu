@@ -24,7 +24,7 @@
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 #include "pixel/convolve.h"
 
 namespace vemo {

@@ -8,7 +8,7 @@
 #include "backends/cuda/cuda_arguments.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 #include "backends/backend.h"
 #include "pixel/convolve.h"
 #include "pixel/elementwise.h"

@@ -11,7 +11,7 @@
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
 #include "backends/backend.h"
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 #include "pixel/confidence.h"
 #include "pixel/hog.h"
 #include "pixel/hog_match.h"

@@ -8,7 +8,7 @@
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "pixel/hog.h"
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 
 namespace vemo {
 

@@ -44,7 +44,7 @@
 #include "pixel/elementwise.h"
 #include "pixel/motion_tensor.h"
 #include "pixel/pcg.h"
-#include "variational/level_steps.h"
+#include "method/level_steps.h"
 
 namespace vemo {
 

@@ -9,7 +9,7 @@
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_check.h"
 #include "backends/cuda/cuda_launch.h"
-#include "variational/scratch.h"
+#include "method/scratch_sets.h"
 #include "pixel/assembly.h"
 #include "pixel/diffusivity.h"
 #include "pixel/pcg.h"

@@ -6,11 +6,10 @@
 
 #include <cstddef>
 
-#include "backends/backend.h"
 #include "common/hd.h"
-#include "variational/motion_tensors.h"
-#include "variational/pcg.h"
-#include "variational/scratch.h"
+#include "method/motion_tensor_steps.h"
+#include "method/pcg_steps.h"
+#include "method/scratch_sets.h"
 
 namespace vemo {
 
@@ -32,10 +31,10 @@ struct LevelArgs {
   FPtmp fp;
 };
 
-// One solve of a fixed-point step on the host: timed as the "solver"
-// stretch, and issued as repeatable work (a backend may record and replay
-// it). A kernel's executor has its own overload.
-void solveStep(Backend& backend, const SolveArgs& a);
+// A solve of a fixed-point step is `solveStep(steps, args)`, an overload
+// each executor provides (found where the template is instantiated): the
+// host's in variational/nonlinear_iteration.h, the one-block level's in
+// backends/cuda/cuda_resident_level.cu.
 
 // Zeroes the increment and the motion tensors, builds the tensors, runs the
 // fixed-point iterations (diffusivity, assembly, solve) and adds the

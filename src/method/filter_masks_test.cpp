@@ -1,4 +1,4 @@
-#include "variational/filter_masks.h"
+#include "method/filter_masks.h"
 
 #include <gtest/gtest.h>
 
