@@ -15,9 +15,12 @@ namespace vemopy {
 
 namespace {
 
+// The seven values as given (the Python layer has put them over the preset's)
+// and the preset whose inner choices go with them.
 vemo::Parameters parametersOf(float sigma, float alpha, float beta, float gamma, float eta, int fixedPointIters,
-                              int solverIters) {
+                              int solverIters, const std::string& preset) {
   vemo::Parameters p;
+  p.preset = preset;
   p.sigma = sigma;
   p.alpha = alpha;
   p.beta = beta;
@@ -43,10 +46,17 @@ void viewPair(const AnyArray& a, const AnyArray& b, Pair& pair) {
 
 void bindEngine(nb::module_& m) {
   m.def("check_parameters",
-        [](float sigma, float alpha, float beta, float gamma, float eta, int fixedPointIters, int solverIters) {
-          parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters);
+        [](float sigma, float alpha, float beta, float gamma, float eta, int fixedPointIters, int solverIters,
+           const std::string& preset) {
+          parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters, preset);
         }, nb::arg("sigma"), nb::arg("alpha"), nb::arg("beta"), nb::arg("gamma"),
-        nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"));
+        nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"), nb::arg("preset") = "default");
+  m.def("preset_names", &vemo::Parameters::preset_names);
+  // The seven values of a preset, in the order of check_parameters.
+  m.def("preset_parameters", [](const std::string& name) {
+    const vemo::Parameters p = vemo::Parameters::from_preset(name);
+    return nb::make_tuple(p.sigma, p.alpha, p.beta, p.gamma, p.eta, p.fixed_point_iters, p.solver_iters);
+  }, nb::arg("name"));
   m.def("version", &vemo::version);
   m.def("cuda_devices", &vemo::cuda_devices);
   nb::class_<vemo::Engine>(m, "Engine")
@@ -62,8 +72,9 @@ void bindEngine(nb::module_& m) {
       .def(
           "flow",
           [](vemo::Engine& e, const AnyArray& a, const AnyArray& b, float sigma, float alpha, float beta, float gamma,
-             float eta, int fixedPointIters, int solverIters, const CancelFlag* cancel) {
-            const vemo::Parameters p = parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters);
+             float eta, int fixedPointIters, int solverIters, const std::string& preset, const CancelFlag* cancel) {
+            const vemo::Parameters p =
+                parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters, preset);
             Pair pair;
             viewPair(a, b, pair);
             vemo::Flow flow;
@@ -76,12 +87,13 @@ void bindEngine(nb::module_& m) {
           },
           nb::arg("frame1"), nb::arg("frame2"), nb::arg("sigma"), nb::arg("alpha"), nb::arg("beta"),
           nb::arg("gamma"), nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"),
-          nb::arg("cancel").none() = nb::none())
+          nb::arg("preset"), nb::arg("cancel").none() = nb::none())
       .def(
           "flow_pair",
           [](vemo::Engine& e, const AnyArray& a, const AnyArray& b, float sigma, float alpha, float beta, float gamma,
-             float eta, int fixedPointIters, int solverIters, const CancelFlag* cancel) {
-            const vemo::Parameters p = parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters);
+             float eta, int fixedPointIters, int solverIters, const std::string& preset, const CancelFlag* cancel) {
+            const vemo::Parameters p =
+                parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters, preset);
             Pair pair;
             viewPair(a, b, pair);
             vemo::FlowPair flows;
@@ -95,7 +107,7 @@ void bindEngine(nb::module_& m) {
           },
           nb::arg("frame1"), nb::arg("frame2"), nb::arg("sigma"), nb::arg("alpha"), nb::arg("beta"),
           nb::arg("gamma"), nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"),
-          nb::arg("cancel").none() = nb::none());
+          nb::arg("preset"), nb::arg("cancel").none() = nb::none());
 }
 
 }  // namespace vemopy

@@ -9,7 +9,7 @@ import numpy as np
 
 from . import _vemo, _waiting
 from ._scale import warn_if_unit_scale
-from .options import PARAMETERS, check_device, check_parameters, check_threads, warn_fallback
+from .options import PARAMETERS, check_device, check_preset, check_threads, resolve_parameters, warn_fallback
 
 
 class PairFlow(NamedTuple):
@@ -35,10 +35,11 @@ def _array(frame: object, name: str) -> np.ndarray:
     return frame
 
 
-def _values(**parameters: Any) -> list:
-    """The seven parameters, checked, in the order the module takes them."""
-    checked = check_parameters(**parameters)
-    return [checked[p.name] for p in PARAMETERS]
+def _values(preset: Optional[str], **parameters: Any) -> list:
+    """The seven parameters (the preset's, those given over them), checked,
+    and the preset's name, in the order the module takes them."""
+    name, checked = resolve_parameters(preset, **parameters)
+    return [checked[p.name] for p in PARAMETERS] + [name]
 
 
 def _cancellable(call: Callable[..., Any], *args: Any) -> Any:
@@ -56,15 +57,19 @@ class Engine:
     runs on the CPU, as ``vemo-flow --device cuda`` does (make the warning
     an error with ``warnings.simplefilter("error", RuntimeWarning)``).
     ``threads`` limits the OpenMP threads of the CPU stages (None: all
-    cores, or ``OMP_NUM_THREADS``); results do not depend on it. Wrong
-    types raise TypeError, names and counts out of range ValueError.
+    cores, or ``OMP_NUM_THREADS``); results do not depend on it. ``preset``
+    is the operating point its calls start from (``vemo.options.preset_names()``:
+    "ultrafast", "fast", "default", "quality"; docs/performance.md lists what
+    each costs and gains); a call may name another. Wrong types raise
+    TypeError, names and counts out of range ValueError.
 
     The computations release the GIL, so other threads can read or write
     files meanwhile; Engines on different threads compute at the same time,
     and calls on one Engine take turns.
     """
 
-    def __init__(self, device: str = "auto", threads: Optional[int] = None) -> None:
+    def __init__(self, device: str = "auto", threads: Optional[int] = None, preset: str = "default") -> None:
+        self._preset = check_preset(preset)
         device = check_device(device)
         count = check_threads(threads) or 0
         try:
@@ -82,31 +87,36 @@ class Engine:
 
     def __repr__(self) -> str:
         threads = self._engine.threads or None
-        return f"vemo.Engine(device={self.device!r}, threads={threads!r})"
+        return f"vemo.Engine(device={self.device!r}, threads={threads!r}, preset={self._preset!r})"
 
     def flow(
         self,
         frame1: np.ndarray,
         frame2: np.ndarray,
         *,
-        sigma: float = 0.8,
-        alpha: float = 30,
-        beta: float = 300,
-        gamma: float = 5,
-        eta: float = 0.95,
-        fixed_point_iters: int = 5,
-        solver_iters: int = 10,
+        preset: Optional[str] = None,
+        sigma: Optional[float] = None,
+        alpha: Optional[float] = None,
+        beta: Optional[float] = None,
+        gamma: Optional[float] = None,
+        eta: Optional[float] = None,
+        fixed_point_iters: Optional[int] = None,
+        solver_iters: Optional[int] = None,
     ) -> np.ndarray:
         """The flow from frame1 to frame2 as float32 H x W x 2 (u, v in pixels).
 
         Frames: H x W x 3 (RGB) or H x W (grey) arrays of uint8, uint16
         (scaled by 255/65535) or float32 (0..255 scale; a UserWarning says
         when a float32 frame has no value above 1, the 0..1 scale), any
-        strides, both of the same size, at least 2 x 2. The parameters are those of the
-        ``vemo`` program: presmoothing sigma, smoothness alpha, matching
-        weight beta, gradient-constancy weight gamma, pyramid factor eta,
-        fixed-point and solver iterations. The result equals the ``.flo``
-        the program writes for the same frames and parameters, bit for bit.
+        strides, both of the same size, at least 2 x 2. ``preset`` (None:
+        the Engine's) sets every choice of the method; the parameters given
+        (not None) override its values. They are those of the ``vemo``
+        program: presmoothing sigma, smoothness alpha, matching weight beta,
+        gradient-constancy weight gamma, pyramid factor eta, fixed-point and
+        solver iterations (the "default" preset's: 0.8, 30, 300, 5, 0.95, 5
+        and 10). The result equals the ``.flo`` that ``vemo-flow --preset``
+        writes for the same frames, preset and options, bit for bit; with
+        the "default" preset, that of the ``vemo`` program.
 
         Raises TypeError or ValueError for bad frames or parameters (before
         any work), MemoryError when the run does not fit in memory and
@@ -114,8 +124,8 @@ class Engine:
         computation within a fraction of a second (KeyboardInterrupt); the
         Engine stays usable.
         """
-        values = _values(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
-                         fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+        values = _values(self._preset if preset is None else preset, sigma=sigma, alpha=alpha, beta=beta,
+                         gamma=gamma, eta=eta, fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
         return _cancellable(self._engine.flow, _array(frame1, "frame1"), _array(frame2, "frame2"), *values)
 
     def flow_pair(
@@ -123,13 +133,14 @@ class Engine:
         frame1: np.ndarray,
         frame2: np.ndarray,
         *,
-        sigma: float = 0.8,
-        alpha: float = 30,
-        beta: float = 300,
-        gamma: float = 5,
-        eta: float = 0.95,
-        fixed_point_iters: int = 5,
-        solver_iters: int = 10,
+        preset: Optional[str] = None,
+        sigma: Optional[float] = None,
+        alpha: Optional[float] = None,
+        beta: Optional[float] = None,
+        gamma: Optional[float] = None,
+        eta: Optional[float] = None,
+        fixed_point_iters: Optional[int] = None,
+        solver_iters: Optional[int] = None,
     ) -> PairFlow:
         """Forward flow, backward flow and occlusion mask of a pair.
 
@@ -139,8 +150,8 @@ class Engine:
         ``vemo-flow --backward --occlusions``. Frames, parameters and errors
         as for :meth:`flow`.
         """
-        values = _values(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
-                         fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+        values = _values(self._preset if preset is None else preset, sigma=sigma, alpha=alpha, beta=beta,
+                         gamma=gamma, eta=eta, fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
         forward, backward, occluded = _cancellable(
             self._engine.flow_pair, _array(frame1, "frame1"), _array(frame2, "frame2"), *values)
         return PairFlow(forward, backward, occluded)
@@ -150,23 +161,24 @@ def flow(
     frame1: np.ndarray,
     frame2: np.ndarray,
     *,
-    sigma: float = 0.8,
-    alpha: float = 30,
-    beta: float = 300,
-    gamma: float = 5,
-    eta: float = 0.95,
-    fixed_point_iters: int = 5,
-    solver_iters: int = 10,
+    preset: str = "default",
+    sigma: Optional[float] = None,
+    alpha: Optional[float] = None,
+    beta: Optional[float] = None,
+    gamma: Optional[float] = None,
+    eta: Optional[float] = None,
+    fixed_point_iters: Optional[int] = None,
+    solver_iters: Optional[int] = None,
     device: str = "auto",
     threads: Optional[int] = None,
 ) -> np.ndarray:
     """The flow from frame1 to frame2 as float32 H x W x 2 (u, v in pixels).
 
-    A one-off :class:`Engine` (``device``, ``threads``) computes it; see
-    :meth:`Engine.flow` for the frames, the parameters and the errors. For
-    many pairs keep an Engine, which keeps its buffers.
+    A one-off :class:`Engine` (``device``, ``threads``, ``preset``)
+    computes it; see :meth:`Engine.flow` for the frames, the parameters and
+    the errors. For many pairs keep an Engine, which keeps its buffers.
     """
-    return Engine(device, threads).flow(
+    return Engine(device, threads, preset).flow(
         frame1, frame2, sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
         fixed_point_iters=fixed_point_iters, solver_iters=solver_iters,
     )

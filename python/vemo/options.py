@@ -10,7 +10,7 @@ import numbers
 import re
 import warnings
 from dataclasses import dataclass
-from typing import Any, Dict, Optional
+from typing import Any, Dict, List, Optional, Tuple
 
 import numpy as np
 
@@ -103,6 +103,36 @@ def check_parameters(**values: Any) -> Dict[str, Any]:
             raise ValueError(f"{p.name} must be {p.range_text}, not {shown(number)}")
         checked[p.name] = number
     return checked
+
+
+def preset_names() -> List[str]:
+    """The presets, fastest first: "ultrafast", "fast", "default", "quality"."""
+    from . import _vemo
+
+    return list(_vemo.preset_names())
+
+
+def check_preset(preset: Any) -> str:
+    """A preset name; TypeError for a wrong type, ValueError listing the
+    names for an unknown one."""
+    if not isinstance(preset, str):
+        raise TypeError(f"preset must be a str, not {_type_name(preset)} {shown(preset)}")
+    names = preset_names()
+    if preset not in names:
+        raise ValueError(f'unknown preset "{preset}"; the presets are {", ".join(names)}')
+    return preset
+
+
+def resolve_parameters(preset: Any = None, **given: Any) -> Tuple[str, Dict[str, Any]]:
+    """The preset (None: "default") and the seven parameters a computation
+    uses: the preset's values, each parameter given (not None) over its own,
+    checked as by :func:`check_parameters`."""
+    from . import _vemo
+
+    name = check_preset("default" if preset is None else preset)
+    values: Dict[str, Any] = dict(zip(DEFAULTS, _vemo.preset_parameters(name)))
+    values.update({key: value for key, value in given.items() if value is not None})
+    return name, check_parameters(**values)
 
 
 def check_threads(threads: Any) -> Optional[int]:

@@ -14,6 +14,7 @@
 #include "common/stage_lines.h"
 #include "common/timer.h"
 #include "driver/pair_flow.h"
+#include "driver/presets.h"
 #include "driver/run_flow.h"
 #include "variational/run_memory.h"
 #include "vemo/errors.hpp"
@@ -51,8 +52,16 @@ class ComputationScope {
   bool savedLines_;
 };
 
+// The preset's inner choices with the seven values of `p` over them.
 FlowParameters flowParametersOf(const Parameters& p) {
-  return FlowParameters{p.alpha, p.beta, p.gamma, p.eta, p.fixed_point_iters, p.solver_iters};
+  FlowParameters f = findPreset(p.preset).parameters;
+  f.alpha = p.alpha;
+  f.beta = p.beta;
+  f.gamma = p.gamma;
+  f.eta = p.eta;
+  f.fixedPointIterations = p.fixed_point_iters;
+  f.solverIterations = p.solver_iters;
+  return f;
 }
 
 void checkSameSize(const ImageView& a, const ImageView& b) {

@@ -9,6 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include "backends/cpu/cpu_backend.h"
+#include "driver/pair_flow.h"
+#include "driver/presets.h"
 #include "driver/run_flow.h"
 #include "image/synthetic.h"
 #include "vemo/vemo.hpp"
@@ -49,6 +52,26 @@ vemo::Parameters quick() {
   p.fixed_point_iters = 2;
   p.solver_iters = 4;
   return p;
+}
+
+// A preset's inner choices reach the pipeline with the Parameters, and the
+// fields a caller changes override the preset's values.
+TEST(PublicEngine, PresetsCarryTheirInnerChoicesAndChangedFieldsOverrideThem) {
+  EXPECT_EQ(vemo::Parameters::preset_names(), (std::vector<std::string>{"ultrafast", "fast", "default", "quality"}));
+  CTensor<float> f1, f2, truth;
+  NSynthetic::makeShiftedPair(64, 48, 3.0f, 1.5f, 7, f1, f2, truth);
+  vemo::Parameters p = vemo::Parameters::from_preset("fast");
+  p.alpha = 20.0f;
+  FlowParameters expected = findPreset("fast").parameters;
+  expected.alpha = 20.0f;
+  ::testing::internal::CaptureStdout();
+  vemo::CpuBackend backend;
+  const CTensor<float> direct = flowBetween(backend, f1, f2, p.sigma, expected);
+  ::testing::internal::GetCapturedStdout();
+  const std::vector<float> a = interleaved<float>(f1), b = interleaved<float>(f2);
+  vemo::Engine engine("cpu", 2);
+  EXPECT_TRUE(sameBits(engine.flow(vemo::ImageView(a.data(), 64, 48, 3), vemo::ImageView(b.data(), 64, 48, 3), p),
+                       direct));
 }
 
 TEST(PublicEngine, GivesThePipelineBitsForEveryPixelLayoutAndPrintsNothing) {

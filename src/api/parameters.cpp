@@ -1,8 +1,10 @@
 // vemo::Parameters: ranges and presets.
 #include <cmath>
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 
+#include "driver/presets.h"
 #include "vemo/errors.hpp"
 #include "vemo/parameters.hpp"
 
@@ -26,14 +28,29 @@ void requireRange(const char* name, double value, double low, double high, const
 }  // namespace
 
 Parameters Parameters::from_preset(const std::string& name) {
+  const FlowPreset* preset = nullptr;
+  try {
+    preset = &findPreset(name);
+  } catch (const std::invalid_argument& e) {
+    throw InvalidInput(e.what());
+  }
   Parameters p;
-  if (name == "default") return p;
-  std::string names;
-  for (const std::string& known : preset_names()) names += (names.empty() ? "" : ", ") + known;
-  throw InvalidInput("unknown preset \"" + name + "\"; the presets are " + names);
+  p.sigma = preset->sigma;
+  p.alpha = preset->parameters.alpha;
+  p.beta = preset->parameters.beta;
+  p.gamma = preset->parameters.gamma;
+  p.eta = preset->parameters.eta;
+  p.fixed_point_iters = preset->parameters.fixedPointIterations;
+  p.solver_iters = preset->parameters.solverIterations;
+  p.preset = name;
+  return p;
 }
 
-std::vector<std::string> Parameters::preset_names() { return {"default"}; }
+std::vector<std::string> Parameters::preset_names() {
+  std::vector<std::string> names;
+  for (const FlowPreset& preset : flowPresets()) names.push_back(preset.name);
+  return names;
+}
 
 void Parameters::validate() const {
   requireRange("sigma", sigma, 0.0, 100.0, "a number from 0 to 100");

@@ -40,7 +40,8 @@ void Backend::downsampleMatches(const float* const in[3], float* const out[3], i
 }
 
 void Backend::diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
-                          float* diffY, int height, int width, int pitch, float* sum, float* derivative) {
+                          float* diffY, int height, int width, int pitch, float* sum, float* derivative,
+                          double epsilon) {
   const float central[3] = {centralDifferenceTap(0), centralDifferenceTap(1), centralDifferenceTap(2)};
   const std::size_t plane = static_cast<std::size_t>(pitch) * height;
   clear(diffX, plane);
@@ -55,8 +56,8 @@ void Backend::diffusivity(const float* u, const float* v, const float* du, const
     convolveX(derivative, sum, height, width, pitch, central, 3);
     gradientY(diffY, derivative, sum, height, width, pitch);
   }
-  normalize(diffX, height, width, pitch);
-  normalize(diffY, height, width, pitch);
+  normalize(diffX, height, width, pitch, epsilon);
+  normalize(diffY, height, width, pitch, epsilon);
 }
 
 float Backend::productDot(const float* A, const float* p, float* q, int height, int width, int pitch) {

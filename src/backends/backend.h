@@ -215,15 +215,17 @@ class Backend {
   // horizontal derivative of `channel`.
   virtual void gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
                          int pitch) = 0;
-  // x <- 1 / sqrt(x + 1e-6).
-  virtual void normalize(float* x, int height, int width, int pitch) = 0;
+  // x <- 1 / sqrt(x + epsilon) (the method's epsilon: 1e-6).
+  virtual void normalize(float* x, int height, int width, int pitch, double epsilon) = 0;
   // The smoothness weights of one fixed-point step: diffX and diffY (whole
   // planes, padding included) from the squared flow gradients of
-  // (u + du, v + dv) on the horizontal and vertical edges, normalised. The
+  // (u + du, v + dv) on the horizontal and vertical edges, normalised with
+  // `epsilon` (pixel/diffusivity.h; the method's: kRobustEpsilon). The
   // default composes the operations above, using `sum` and `derivative` as
   // scratch planes; a fused override need not write them.
   virtual void diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
-                           float* diffY, int height, int width, int pitch, float* sum, float* derivative);
+                           float* diffY, int height, int width, int pitch, float* sum, float* derivative,
+                           double epsilon);
 
   // ---- robust weights and assembly ---------------------------------------
   virtual void dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height,

@@ -105,14 +105,14 @@ TEST(FlowOptions, PresetSetsTheMethodAndExplicitOptionsOverrideIt) {
   EXPECT_EQ(o.method.eta, fast.parameters.eta);
   EXPECT_EQ(o.method.fixedPointIterations, fast.parameters.fixedPointIterations);
   EXPECT_EQ(o.method.matching.gridStep, fast.parameters.matching.gridStep);
-  EXPECT_EQ(o.method.pyramid.extraPasses, fast.parameters.pyramid.extraPasses);
+  EXPECT_EQ(o.method.variational.extraPasses, fast.parameters.variational.extraPasses);
 
   ASSERT_TRUE(parse({"a", "b", "-o", "f.flo"}, o, error)) << error;
   EXPECT_EQ(o.preset, "default");
   EXPECT_EQ(o.sigma, 0.8f);
   EXPECT_EQ(o.method.alpha, 30.0f);
   EXPECT_EQ(o.method.fixedPointIterations, 5);
-  EXPECT_EQ(o.method.pyramid.extraPasses, 5);
+  EXPECT_EQ(o.method.variational.extraPasses, 5);
 
   EXPECT_FALSE(parse({"a", "b", "-o", "f.flo", "--preset", "fats"}, o, error));
   EXPECT_NE(error.find("ultrafast, fast, default, quality"), std::string::npos) << error;

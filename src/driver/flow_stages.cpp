@@ -48,7 +48,7 @@ void computeFlowOnBackend(vemo::Backend& backendRef, const CTensor<float>& frame
   vemo::FlowPlanes result = vemo::gVariationalFlowVemo(
       *backend, image1.data(), image2.data(), geoU.data(), geoV.data(), geoConf.data(), 1, height, width, pitch,
       channels, 0.0f, params.alpha, params.beta, params.gamma, params.eta, params.fixedPointIterations,
-      params.solverIterations, params.pyramid);
+      params.solverIterations, params.variational);
   vemo::closeStretch(start_var, finish_var, timer_var);
 
   vemo::stamp(start_memcpy1);

@@ -21,7 +21,7 @@ struct FlowParameters {
   // Knobs beyond the method's seven parameters; their defaults keep the
   // method exactly as it is.
   vemo::MatchSettings matching = {};
-  vemo::PyramidSettings pyramid = {};
+  vemo::VariationalSettings variational = {};
 };
 
 // Computes the flow from frame1 to frame2 (already presmoothed; same width,

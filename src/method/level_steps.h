@@ -9,6 +9,7 @@
 #include "common/hd.h"
 #include "method/motion_tensor_steps.h"
 #include "method/pcg_steps.h"
+#include "pixel/diffusivity.h"
 #include "method/scratch_sets.h"
 
 namespace vemo {
@@ -29,6 +30,7 @@ struct LevelArgs {
   const float* derivativeMask;  // the taps of kDerivativeMask5, in the executor's memory
   CGtmp cg;
   FPtmp fp;
+  double smoothnessEpsilon = kRobustEpsilon;  // of the diffusivity
 };
 
 // A solve of a fixed-point step is `solveStep(steps, args)`, an overload
@@ -54,7 +56,8 @@ VEMO_INLINE void levelSteps(Steps& steps, const LevelArgs& a) {
   steps.motionTensors(a.frame1, a.warped, fp.ST, fp.ST2, a.conf, fp.derivatives, h, w, pitch, a.nChan,
                       a.derivativeMask);
   for (int k = 0; k < a.fixedPointIterations; ++k) {
-    steps.diffusivity(a.u, a.v, du, dv, fp.diffX, fp.diffY, h, w, pitch, fp.flowSum, fp.flowDerivative);
+    steps.diffusivity(a.u, a.v, du, dv, fp.diffX, fp.diffY, h, w, pitch, fp.flowSum, fp.flowDerivative,
+                      a.smoothnessEpsilon);
     steps.assembleSystem(fp, a.u, a.v, a.geoU, a.geoV, a.geoConf, h, w, pitch, a.alpha, a.beta, a.gamma);
     solveStep(steps, SolveArgs{fp.devMatrix, fp.b, du, dv, h, w, pitch, a.solverIterations, a.cg});
   }

@@ -1,7 +1,11 @@
 // Smoothness weights on the edges between neighbouring pixels.
 //
-// The weight of an edge is 1 / sqrt(S + 1e-6), S being the squared gradient
-// magnitude of the flow (u + du and v + dv together) at the edge's midpoint.
+// The weight of an edge is 1 / sqrt(S + epsilon), S being the squared
+// gradient magnitude of the flow (u + du and v + dv together) at the edge's
+// midpoint; the method's epsilon is 1e-6. A larger one bounds the weights (by
+// 1 / sqrt(epsilon)), which makes the systems better conditioned and the
+// solver converge in fewer iterations, at the price of smoothing the flow
+// more where it is nearly constant.
 // The along-edge derivative is a forward difference across the edge; the
 // across-edge derivative is the mean of the central derivatives of the two
 // pixels. S is accumulated one flow component at a time.
@@ -47,10 +51,14 @@ VEMO_INLINE void gradientYPixel(float* diffY, const float* grad, const float* ch
 }
 
 // Reciprocal robust magnitude, in double precision, rounded once.
-VEMO_INLINE float inverseRobustNorm(float s) { return (float)(1.0 / ::sqrt((double)s + kRobustEpsilon)); }
+VEMO_INLINE float inverseRobustNorm(float s, double epsilon = kRobustEpsilon) {
+  return (float)(1.0 / ::sqrt((double)s + epsilon));
+}
 
-// normalize_kernel at one pixel: x <- 1 / sqrt(x + 1e-6).
-VEMO_INLINE void normalizePixel(float* x, int i) { x[i] = inverseRobustNorm(x[i]); }
+// normalize_kernel at one pixel: x <- 1 / sqrt(x + epsilon).
+VEMO_INLINE void normalizePixel(float* x, int i, double epsilon = kRobustEpsilon) {
+  x[i] = inverseRobustNorm(x[i], epsilon);
+}
 
 // One flow component plus its increment, f + df, along a line of the planes.
 struct FlowSumLine {
@@ -68,7 +76,8 @@ struct FlowSumLine {
 // pixel. Padding columns (x >= width) end as 0, the last column of diffX and
 // the last row of diffY as the normalised 0.
 VEMO_INLINE void diffusivityAt(const float* u, const float* v, const float* du, const float* dv, float* diffX,
-                               float* diffY, int x, int y, int height, int width, int pitch) {
+                               float* diffY, int x, int y, int height, int width, int pitch,
+                               double epsilon = kRobustEpsilon) {
   const int i = y * pitch + x;
   if (x >= width) {
     diffX[i] = 0.0f;
@@ -93,8 +102,8 @@ VEMO_INLINE void diffusivityAt(const float* u, const float* v, const float* du, 
                          convolveSmallOf(below, width, x, central, 3));
     }
   }
-  diffX[i] = inverseRobustNorm(sx);
-  diffY[i] = inverseRobustNorm(sy);
+  diffX[i] = inverseRobustNorm(sx, epsilon);
+  diffY[i] = inverseRobustNorm(sy, epsilon);
 }
 
 // One flow component's terms of the two edges of interior index i, read from
@@ -113,12 +122,13 @@ VEMO_INLINE void interiorEdgeTerms(const float* s, int i, int pitch, float& sx, 
 // the sums u + du and v + dv: there every tile entry of the central
 // derivatives is the plain neighbouring sample, so the same chains read the
 // sums directly (and a row of such pixels vectorises).
-VEMO_INLINE void interiorWeights(const float* su, const float* sv, int i, int pitch, float& wx, float& wy) {
+VEMO_INLINE void interiorWeights(const float* su, const float* sv, int i, int pitch, float& wx, float& wy,
+                                 double epsilon = kRobustEpsilon) {
   float sx = 0.0f, sy = 0.0f;
   interiorEdgeTerms(su, i, pitch, sx, sy);
   interiorEdgeTerms(sv, i, pitch, sx, sy);
-  wx = inverseRobustNorm(sx);
-  wy = inverseRobustNorm(sy);
+  wx = inverseRobustNorm(sx, epsilon);
+  wy = inverseRobustNorm(sy, epsilon);
 }
 
 }  // namespace vemo

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "backends/cpu/cpu_backend.h"
 #include "pixel/diffusivity.h"
@@ -66,20 +67,29 @@ TEST(Diffusivity, ConstantAndRampFlowsGiveTheirEdgeWeights) {
 // one-block levels), and the CPU backend's single pass, give every float of
 // the composed passes, padding included, on random flows: widths around the
 // 16-wide tiles whose border rule it reproduces, and rows of one or two
-// pixels.
+// pixels; with the method's epsilon and with a larger one (some presets),
+// which must reach every path.
 TEST(Diffusivity, TheFusedPixelRuleIsTheComposedPassesBitForBit) {
   CpuBackend backend(16, 3);
   const int sizes[][2] = {{19, 5}, {19, 16}, {19, 17}, {7, 33}, {4, 70}, {1, 9}, {2, 40}, {40, 1}, {150, 120}};
+  for (const double epsilon : {kRobustEpsilon, 1e-3})
   for (const auto& hw : sizes) {
     const int h = hw[0], w = hw[1];
     DiffusivityRun d(backend, h, w);
     d.u.fill(testing::uniformNoise(1, -3.0f, 3.0f));
     d.v.fill(testing::uniformNoise(2, -3.0f, 3.0f));
     d.du.fill(testing::uniformNoise(3, -0.5f, 0.5f));
-    d.run(backend);
+    if (epsilon == kRobustEpsilon) {
+      d.run(backend);
+    } else {
+      const std::vector<float> method = (d.run(backend), d.diffX.dense());
+      backend.diffusivity(d.u.data(), d.v.data(), d.du.data(0), d.du.data(1), d.diffX.data(), d.diffY.data(), h, w,
+                          d.u.pitch, d.sum.data(), d.derivative.data(), epsilon);
+      EXPECT_NE(d.diffX.dense(), method) << "the epsilon did not reach the pass";
+    }
     TestImage composedX(backend, h, w), composedY(backend, h, w);
     backend.Backend::diffusivity(d.u.data(), d.v.data(), d.du.data(0), d.du.data(1), composedX.data(),
-                                 composedY.data(), h, w, d.u.pitch, d.sum.data(), d.derivative.data());
+                                 composedY.data(), h, w, d.u.pitch, d.sum.data(), d.derivative.data(), epsilon);
     EXPECT_EQ(std::memcmp(composedX.data(), d.diffX.data(), composedX.plane() * sizeof(float)), 0) << h << "x" << w;
     EXPECT_EQ(std::memcmp(composedY.data(), d.diffY.data(), composedY.plane() * sizeof(float)), 0) << h << "x" << w;
     TestImage fusedX(backend, h, w), fusedY(backend, h, w);
@@ -87,7 +97,7 @@ TEST(Diffusivity, TheFusedPixelRuleIsTheComposedPassesBitForBit) {
     for (int y = 0; y < h; ++y)
       for (int x = 0; x < d.u.pitch; ++x)
         diffusivityAt(d.u.data(), d.v.data(), d.du.data(0), d.du.data(1), fusedX.data(), fusedY.data(), x, y, h, w,
-                      d.u.pitch);
+                      d.u.pitch, epsilon);
     EXPECT_EQ(std::memcmp(fusedX.data(), d.diffX.data(), fusedX.plane() * sizeof(float)), 0) << h << "x" << w;
     EXPECT_EQ(std::memcmp(fusedY.data(), d.diffY.data(), fusedY.plane() * sizeof(float)), 0) << h << "x" << w;
   }

@@ -17,11 +17,12 @@ void solveStep(Backend& backend, const SolveArgs& a) {
 void gNonLinearIteration(Backend& backend, const float* frame1, const float* warped, const float* conf,
                          const float* geoU, const float* geoV, const float* geoConf, int hypos, float* u, float* v,
                          int height, int width, int pitch, int nChan, float alpha, float beta, float gamma,
-                         int fixedPointIterations, int solverIterations, const CGtmp& cg, const FPtmp& fp) {
+                         int fixedPointIterations, int solverIterations, const CGtmp& cg, const FPtmp& fp,
+                         double smoothnessEpsilon) {
   (void)hypos;  // the match planes carry one hypothesis per pixel
   const LevelArgs level{frame1, warped, conf, geoU,  geoV,  geoConf,          u,
                         v,      height, width, pitch, nChan, alpha, beta, gamma,
-                        fixedPointIterations, solverIterations, kDerivativeMask5, cg, fp};
+                        fixedPointIterations, solverIterations, kDerivativeMask5, cg, fp, smoothnessEpsilon};
   backend.openStretch(start_makematrix);
   if (!backend.runWholeLevel(level, timer_solver)) levelSteps(backend, level);
   backend.closeStretch(start_makematrix, finish_makematrix, timer_makematrix);

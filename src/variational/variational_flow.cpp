@@ -41,7 +41,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
                                 const float* geoV, const float* geoConf, int hypos, int height, int width,
                                 int pitch, int nChan, float sigma, float alpha, float beta, float gamma, float eta,
                                 int fixedPointIterations, int solverIterations,
-                                const PyramidSettings& settings) {
+                                const VariationalSettings& settings) {
   checkArguments(backend, height, width, pitch, nChan);
   const std::size_t fullPlane = static_cast<std::size_t>(pitch) * height;
 
@@ -173,7 +173,7 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
     gNonLinearIteration(backend, level1.data(), warped, conf.data(), levelGeoU.data(), levelGeoV.data(),
                         levelGeoConf.data(), hypos, u, v, hs, ws, ps, nChan, alpha, beta,
                         gamma * powf(eta, static_cast<float>(e)), outerIterations, iterations, scratch.cg(),
-                        scratch.fp());
+                        scratch.fp(), settings.smoothnessEpsilon);
     flowHeight = hs;
     flowWidth = ws;
     flowPitch = ps;

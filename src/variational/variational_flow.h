@@ -2,12 +2,14 @@
 #pragma once
 
 #include "backends/backend.h"
+#include "pixel/diffusivity.h"
 
 namespace vemo {
 
-// The coarse-to-fine schedule beyond the method's parameters. The defaults
-// are the method's own.
-struct PyramidSettings {
+// Choices of the variational part beyond the method's parameters: its
+// coarse-to-fine schedule and the epsilon of the smoothness weights. The
+// defaults are the method's own.
+struct VariationalSettings {
   int extraPasses = 5;        // full-size passes after level 0, without the match term
   int extraSolverFactor = 2;  // their solver iterations: this many times the given count
   // Levels larger than this fraction of the frame (eta^level above it) do
@@ -18,6 +20,9 @@ struct PyramidSettings {
   int finestLevel = 0;
   // Fixed-point iterations of the extra passes; below 0: as the levels'.
   int extraFixedPointIterations = -1;
+  // Epsilon of the smoothness weights 1 / sqrt(S + epsilon)
+  // (pixel/diffusivity.h).
+  double smoothnessEpsilon = kRobustEpsilon;
 };
 
 // The flow of a run: two single planes of the full frame in backend memory.
@@ -44,6 +49,6 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
                                 const float* geoV, const float* geoConf, int hypos, int height, int width,
                                 int pitch, int nChan, float sigma, float alpha, float beta, float gamma, float eta,
                                 int fixedPointIterations, int solverIterations,
-                                const PyramidSettings& settings = {});
+                                const VariationalSettings& settings = {});
 
 }  // namespace vemo

@@ -163,6 +163,13 @@ def test_a_rerun_with_other_parameters_neither_skips_nor_mixes_them(inputs, clie
     again = run_batch([str(walk)], str(tmp_path), alpha=5.0, solver_iters=50, **run)
     assert again.count("skipped") == 5
 
+    # The same values from a preset are other settings: its inner choices differ.
+    with pytest.raises(ValueError, match="made with other settings"):
+        run_batch([str(walk)], str(tmp_path), preset="fast", alpha=5, solver_iters=50, **run)
+    result = run_batch([str(walk)], str(tmp_path), preset="fast", overwrite=True, **run)
+    assert np.array_equal(vemo.read_flo(tmp_path / "frame_0001.flo"), engine.flow(*frames, preset="fast"))
+    assert json.loads((tmp_path / "vemo-batch.json").read_text())["parameters"]["preset"] == "fast"
+
     # Flows nobody recorded (made by another program) are not taken for
     # this batch's either.
     (tmp_path / "vemo-settings.json").unlink()

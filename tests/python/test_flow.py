@@ -246,3 +246,20 @@ def test_the_cuda_engine_agrees_with_the_cpu(pair):
     difference = np.abs(engine.flow(*pair) - vemo.flow(*pair, device="cpu"))
     # The whole-run tolerance of the GPU tests, with matching.
     assert difference.mean() <= 0.01
+
+
+def test_presets_match_vemo_flow_and_given_parameters_override_them(tmp_path, pair):
+    write_ppm(tmp_path / "a.ppm", pair[0])
+    write_ppm(tmp_path / "b.ppm", pair[1])
+    for preset, given, options in [("fast", {}, []), ("ultrafast", {"alpha": 20, "eta": 0.7},
+                                                        ["--alpha", 20, "--eta", 0.7])]:
+        run_program("vemo-flow", "a.ppm", "b.ppm", "-o", "f.flo", "-q", "--preset", preset, *options, cwd=tmp_path)
+        expected = vemo.read_flo(tmp_path / "f.flo")
+        assert np.array_equal(vemo.flow(*pair, preset=preset, device="cpu", **given), expected), preset
+        assert np.array_equal(vemo.Engine("cpu", preset=preset).flow(*pair, **given), expected), preset
+        assert np.array_equal(vemo.Engine("cpu").flow(*pair, preset=preset, **given), expected), preset
+    assert not np.array_equal(expected, vemo.flow(*pair, device="cpu"))
+    for call in (lambda: vemo.flow(*pair, preset="fats"), lambda: vemo.Engine(preset="Fast"),
+                 lambda: vemo.Engine().flow(*pair, preset="")):
+        with pytest.raises(ValueError, match="the presets are ultrafast, fast, default, quality"):
+            call()

@@ -45,10 +45,15 @@ def test_every_front_end_shows_the_same_names_defaults_and_ranges():
     expected = {p.name: (float(p.default), p.range_text) for p in PARAMETERS}
     assert help_table(flow_help()) == expected
     assert help_table(batch_help()) == expected
+    # The defaults shown are the default preset's, which the library holds.
+    assert dict(zip(vemo.options.DEFAULTS, _vemo.preset_parameters("default"))) == \
+        pytest.approx(vemo.options.DEFAULTS)
     for function in (vemo.flow, vemo.Engine.flow, vemo.Engine.flow_pair, run_batch):
         signature = inspect.signature(function).parameters
-        assert {name: float(signature[name].default) for name in expected} == \
-            {name: default for name, (default, _) in expected.items()}, function.__qualname__
+        # None: the preset's value.
+        assert {name: signature[name].default for name in expected} == dict.fromkeys(expected), \
+            function.__qualname__
+        assert "preset" in signature, function.__qualname__
 
 
 def outside_and_inside(parameter):

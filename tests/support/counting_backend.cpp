@@ -177,15 +177,16 @@ void CountingBackend::gradientY(float* diffY, const float* grad, const float* ch
   inner_.gradientY(diffY, grad, channel, height, width, pitch);
 }
 
-void CountingBackend::normalize(float* x, int height, int width, int pitch) {
+void CountingBackend::normalize(float* x, int height, int width, int pitch, double epsilon) {
   note("normalize", K::Operation);
-  inner_.normalize(x, height, width, pitch);
+  inner_.normalize(x, height, width, pitch, epsilon);
 }
 
 void CountingBackend::diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
-                                  float* diffY, int height, int width, int pitch, float* sum, float* derivative) {
+                                  float* diffY, int height, int width, int pitch, float* sum, float* derivative,
+                                  double epsilon) {
   note("diffusivity", K::Operation);
-  inner_.diffusivity(u, v, du, dv, diffX, diffY, height, width, pitch, sum, derivative);
+  inner_.diffusivity(u, v, du, dv, diffX, diffY, height, width, pitch, sum, derivative, epsilon);
 }
 
 void CountingBackend::dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height,

@@ -96,9 +96,9 @@ class CountingBackend : public Backend {
                  int pitch) override;
   void gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
                  int pitch) override;
-  void normalize(float* x, int height, int width, int pitch) override;
+  void normalize(float* x, int height, int width, int pitch, double epsilon) override;
   void diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
-                   int height, int width, int pitch, float* sum, float* derivative) override;
+                   int height, int width, int pitch, float* sum, float* derivative, double epsilon) override;
   void dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height, int width,
                   int pitch) override;
   void gradientFactor(const float* ST2, const float* du, const float* dv, float* dPsiGradient, int height,

@@ -12,7 +12,7 @@ import signal
 import sys
 from typing import List, Optional
 
-from ..options import DEVICE_NAMES, MAX_THREADS, PARAMETERS
+from ..options import DEVICE_NAMES, MAX_THREADS, PARAMETERS, preset_names
 from .run import MANIFEST, BatchInterrupted, run_batch
 
 
@@ -41,10 +41,14 @@ def parse(argv: Optional[List[str]]) -> argparse.Namespace:
     p.add_argument("--device", default="auto",
                    help=f"{DEVICE_NAMES} (default auto: CUDA where a GPU is usable; a CUDA device that "
                    "cannot be used gives a warning and the CPU)")
-    method = p.add_argument_group("method (the options of vemo-flow, same defaults and ranges)")
+    method = p.add_argument_group(
+        "method (the options of vemo-flow, same ranges; a preset sets them all, options given override it; "
+        "the defaults shown are the default preset's)")
+    method.add_argument("--preset", default=None, metavar="NAME",
+                        help="operating point: " + ", ".join(preset_names()) + " (default: default)")
     for parameter in PARAMETERS:
         method.add_argument("--" + parameter.name.replace("_", "-"), type=int if parameter.whole else float,
-                            default=parameter.default,
+                            default=None,
                             help=f"{parameter.help} (default {parameter.default}; {parameter.range_text})")
     return p.parse_args(argv)
 
@@ -66,7 +70,8 @@ def main(argv: Optional[List[str]] = None) -> int:
     try:
         result = run_batch(
             a.inputs, a.output, scheduler=a.scheduler, workers=a.workers, threads=a.threads, chunk_size=a.chunk,
-            pictures=a.viz, manifest=a.manifest, overwrite=a.overwrite, device=a.device, sigma=a.sigma,
+            pictures=a.viz, manifest=a.manifest, overwrite=a.overwrite, device=a.device, preset=a.preset,
+            sigma=a.sigma,
             alpha=a.alpha, beta=a.beta, gamma=a.gamma, eta=a.eta, fixed_point_iters=a.fixed_point_iters,
             solver_iters=a.solver_iters,
         )

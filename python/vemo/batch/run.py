@@ -12,7 +12,7 @@ import time
 from dataclasses import dataclass, field
 from typing import Any, Dict, List, Optional, Sequence as Seq, Set, TextIO, Tuple
 
-from ..options import check_device, check_parameters, check_threads, warn_fallback, whole_number
+from ..options import check_device, check_threads, resolve_parameters, warn_fallback, whole_number
 from .plan import Chunk, flow_path, frame_size, is_whole, pair_record, plan
 from .progress import Progress
 from .record import Record, describe, settings_of, write_json
@@ -144,13 +144,14 @@ def run_batch(
     threads: Optional[int] = None,
     progress: Optional[TextIO] = None,
     retries: int = 2,
-    sigma: float = 0.8,
-    alpha: float = 30,
-    beta: float = 300,
-    gamma: float = 5,
-    eta: float = 0.95,
-    fixed_point_iters: int = 5,
-    solver_iters: int = 10,
+    preset: Optional[str] = None,
+    sigma: Optional[float] = None,
+    alpha: Optional[float] = None,
+    beta: Optional[float] = None,
+    gamma: Optional[float] = None,
+    eta: Optional[float] = None,
+    fixed_point_iters: Optional[int] = None,
+    solver_iters: Optional[int] = None,
 ) -> BatchResult:
     """Computes the flow of every consecutive pair of the sequences under
     ``inputs`` (folders of numbered frames and video files, searched recursively) into
@@ -162,7 +163,7 @@ def run_batch(
     each running ``threads`` OpenMP threads (default: cores / workers).
     ``device`` is auto, cpu, cuda or cuda:N, as for :class:`vemo.Engine`: a
     CUDA device this machine cannot use gives a RuntimeWarning and the CPU.
-    The method's parameters are those of :func:`vemo.flow`.
+    The preset and the method's parameters are those of :func:`vemo.flow`.
 
     Work goes out in chunks of up to ``chunk_size`` consecutive pairs of one
     sequence; a chunk whose worker dies is run again elsewhere (Dask's own
@@ -189,9 +190,11 @@ def run_batch(
     output = os.path.abspath(output)
     manifest = os.path.abspath(manifest or os.path.join(output, MANIFEST))
     # Bad settings fail here, once, rather than in every pair.
-    parameters = check_parameters(sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
-                                  fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
-    settings = settings_of(parameters)
+    preset, parameters = resolve_parameters(preset, sigma=sigma, alpha=alpha, beta=beta, gamma=gamma, eta=eta,
+                                            fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
+    # The default preset is the method itself: its flows are those of the
+    # parameters alone, as recorded before there were presets.
+    settings = settings_of(parameters, None if preset == "default" else preset)
     device = check_device(device)
     threads = check_threads(threads)
     chunk_size = whole_number("chunk_size", chunk_size)
@@ -245,7 +248,8 @@ def run_batch(
                                                dashboard_address=None, silence_logs=logging.CRITICAL,
                                                preload=["vemo.batch.work"])
                     client = own_client = Client(own_cluster)
-            _compute(client, work.chunks, Settings(output, parameters, device, threads, pictures, gpus),
+            _compute(client, work.chunks, Settings(output, dict(parameters, preset=preset), device, threads, pictures,
+                                                   gpus),
                      retries, progress, output, pairs)
     except KeyboardInterrupt:
         interrupted = True

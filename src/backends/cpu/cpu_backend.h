@@ -66,7 +66,7 @@ class CpuBackend : public Backend {
                  int pitch) override;
   void gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
                  int pitch) override;
-  void normalize(float* x, int height, int width, int pitch) override;
+  void normalize(float* x, int height, int width, int pitch, double epsilon) override;
 
   void dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height, int width,
                   int pitch) override;
@@ -80,7 +80,7 @@ class CpuBackend : public Backend {
                   const float* matchV, const float* u, const float* v, const float* diffX, const float* diffY,
                   int height, int width, int pitch, float alpha) override;
   void diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
-                   int height, int width, int pitch, float* sum, float* derivative) override;
+                   int height, int width, int pitch, float* sum, float* derivative, double epsilon) override;
   void assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU, const float* geoV,
                       const float* geoConf, int height, int width, int pitch, float alpha, float beta,
                       float gamma) override;

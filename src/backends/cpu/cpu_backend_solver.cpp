@@ -37,17 +37,17 @@ void CpuBackend::gradientY(float* diffY, const float* grad, const float* channel
   parallelRows(height, width, [&](int y0, int y1) { cpu::gradientYRows(diffY, grad, channel, height, width, pitch, y0, y1); });
 }
 
-void CpuBackend::normalize(float* x, int height, int width, int pitch) {
-  parallelRows(height, width, [&](int y0, int y1) { cpu::normalizeRows(x, width, pitch, y0, y1); });
+void CpuBackend::normalize(float* x, int height, int width, int pitch, double epsilon) {
+  parallelRows(height, width, [&](int y0, int y1) { cpu::normalizeRows(x, width, pitch, y0, y1, epsilon); });
 }
 
 // One pass instead of the composed passes (clears, sums, derivatives, edge
 // terms, normalisation: fourteen sweeps over the planes), with the same bits.
 void CpuBackend::diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
-                             float* diffY, int height, int width, int pitch, float*, float*) {
+                             float* diffY, int height, int width, int pitch, float*, float*, double epsilon) {
   cpu::checkPlane("diffusivity", height, width, pitch);
   parallelRows(height, width, [&](int y0, int y1) {
-    cpu::diffusivityRows(u, v, du, dv, diffX, diffY, height, width, pitch, y0, y1);
+    cpu::diffusivityRows(u, v, du, dv, diffX, diffY, height, width, pitch, y0, y1, epsilon);
   });
 }
 

@@ -6,8 +6,8 @@ namespace vemo::cpu {
 #define VEMO_SOLVER_ROW_LOOPS \
   void gradientXRows(float* diffX, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1); \
   void gradientYRows(float* diffY, const float* grad, const float* channel, int height, int width, int pitch, int y0, int y1); \
-  void normalizeRows(float* x, int width, int pitch, int y0, int y1); \
-  void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY, int height, int width, int pitch, int y0, int y1); \
+  void normalizeRows(float* x, int width, int pitch, int y0, int y1, double epsilon); \
+  void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY, int height, int width, int pitch, int y0, int y1, double epsilon); \
   void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma, int y0, int y1); \
   void residualRows(const float* A, const float* rhs, const float* du, const float* dv, int height, int width, int pitch, float* residual, int y0, int y1); \
   void productRows(const float* A, const float* du, const float* dv, int height, int width, int pitch, float* res, int y0, int y1); \
@@ -52,13 +52,13 @@ void gradientYRows(float* diffY, const float* grad, const float* channel, int he
   VEMO_ROWS_DISPATCH(gradientYRows(diffY, grad, channel, height, width, pitch, y0, y1));
 }
 
-void normalizeRows(float* x, int width, int pitch, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(normalizeRows(x, width, pitch, y0, y1));
+void normalizeRows(float* x, int width, int pitch, int y0, int y1, double epsilon) {
+  VEMO_ROWS_DISPATCH(normalizeRows(x, width, pitch, y0, y1, epsilon));
 }
 
 void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
-                     int height, int width, int pitch, int y0, int y1) {
-  VEMO_ROWS_DISPATCH(diffusivityRows(u, v, du, dv, diffX, diffY, height, width, pitch, y0, y1));
+                     int height, int width, int pitch, int y0, int y1, double epsilon) {
+  VEMO_ROWS_DISPATCH(diffusivityRows(u, v, du, dv, diffX, diffY, height, width, pitch, y0, y1, epsilon));
 }
 
 void assembleRows(const AssemblyPlanes& a, int height, int width, int pitch, float alpha, float beta, float gamma, int y0, int y1) {

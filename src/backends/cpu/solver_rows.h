@@ -18,11 +18,11 @@ void gradientXRows(float* diffX, const float* grad, const float* channel, int he
                    int y0, int y1);
 void gradientYRows(float* diffY, const float* grad, const float* channel, int height, int width, int pitch,
                    int y0, int y1);
-void normalizeRows(float* x, int width, int pitch, int y0, int y1);
+void normalizeRows(float* x, int width, int pitch, int y0, int y1, double epsilon);
 // The whole diffusivity of a fixed-point step (diffusivityAt) for rows
 // [y0, y1), padding columns included.
 void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
-                     int height, int width, int pitch, int y0, int y1);
+                     int height, int width, int pitch, int y0, int y1, double epsilon);
 
 // The data, gradient and match weights of a pixel, then its matrix row. The
 // weights are used where they are computed and not stored.

@@ -81,7 +81,7 @@ constexpr int kDiffusivityPieceRows = 32;
 inline __attribute__((always_inline)) void diffusivityPiece(
     const float* __restrict u, const float* __restrict v, const float* __restrict du, const float* __restrict dv,
     float* __restrict diffX, float* __restrict diffY, float* __restrict sums, int height, int width, int pitch,
-    int y0, int y1) {
+    int y0, int y1, double epsilon) {
   const int first = y0 > 0 ? y0 - 1 : 0, last = y1 < height ? y1 + 1 : height;
   const std::size_t rows = static_cast<std::size_t>(last - first) * pitch;
   float* __restrict su = sums;
@@ -96,31 +96,31 @@ inline __attribute__((always_inline)) void diffusivityPiece(
   for (int y = y0; y < y1; ++y) {
     int x = 0;
     if (y > 0 && y < height - 1 && width >= 3) {
-      diffusivityAt(u, v, du, dv, diffX, diffY, 0, y, height, width, pitch);
+      diffusivityAt(u, v, du, dv, diffX, diffY, 0, y, height, width, pitch, epsilon);
       const int o = y * pitch, k = (y - first) * pitch;
 #pragma GCC ivdep
       for (x = 1; x < width - 1; ++x)
-        interiorWeights(su, sv, k + x, pitch, diffX[o + x], diffY[o + x]);
+        interiorWeights(su, sv, k + x, pitch, diffX[o + x], diffY[o + x], epsilon);
     }
-    for (; x < pitch; ++x) diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch);
+    for (; x < pitch; ++x) diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch, epsilon);
   }
 }
 
 VEMO_ROWS_FUNCTION
 void diffusivityRows(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
-                     int height, int width, int pitch, int y0, int y1) {
+                     int height, int width, int pitch, int y0, int y1, double epsilon) {
   thread_local std::vector<float> sums;
   const std::size_t floats = 2 * static_cast<std::size_t>(kDiffusivityPieceRows + 2) * pitch;
   if (sums.size() < floats) sums.resize(floats);
   for (int a = y0; a < y1; a += kDiffusivityPieceRows)
     diffusivityPiece(u, v, du, dv, diffX, diffY, sums.data(), height, width, pitch, a,
-                     y1 - a < kDiffusivityPieceRows ? y1 : a + kDiffusivityPieceRows);
+                     y1 - a < kDiffusivityPieceRows ? y1 : a + kDiffusivityPieceRows, epsilon);
 }
 
 VEMO_ROWS_FUNCTION
-void normalizeRows(float* __restrict x, int width, int pitch, int y0, int y1) {
+void normalizeRows(float* __restrict x, int width, int pitch, int y0, int y1, double epsilon) {
   for (int y = y0; y < y1; ++y)
-    for (int i = y * pitch; i < y * pitch + width; ++i) normalizePixel(x, i);
+    for (int i = y * pitch; i < y * pitch + width; ++i) normalizePixel(x, i, epsilon);
 }
 
 // The planes as restrict-qualified parameters: the compiler then needs no

@@ -99,11 +99,11 @@ class CudaBackend : public Backend {
                  int pitch) override;
   void gradientY(float* diffY, const float* grad, const float* channel, int height, int width,
                  int pitch) override;
-  void normalize(float* x, int height, int width, int pitch) override;
+  void normalize(float* x, int height, int width, int pitch, double epsilon) override;
   // One kernel over the whole planes (pixel/diffusivity.h, diffusivityAt);
   // `sum` and `derivative` are not written.
   void diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX, float* diffY,
-                   int height, int width, int pitch, float* sum, float* derivative) override;
+                   int height, int width, int pitch, float* sum, float* derivative, double epsilon) override;
 
   void dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height, int width,
                   int pitch) override;

@@ -5,6 +5,7 @@
 #include "variational/motion_tensors.h"
 #include "variational/pcg.h"
 #include "backends/cuda/cuda_gpu_test_fixture.h"
+#include "pixel/diffusivity.h"
 
 namespace vemo {
 namespace {
@@ -137,8 +138,8 @@ TEST_F(CudaAgainstCpu, DiffusivityWeightsAndAssemblyAgreeBitForBit) {
       be->gradientX(c ? diffX.c() : diffX.g(), c ? grad.c() : grad.g(), c ? channel.c() : channel.g(), H, W, pitch);
       be->gradientY(c ? diffY.c() : diffY.g(), c ? grad.c() : grad.g(), c ? channel.c() : channel.g(), H, W, pitch);
     }
-    be->normalize(c ? diffX.c() : diffX.g(), H, W, pitch);
-    be->normalize(c ? diffY.c() : diffY.g(), H, W, pitch);
+    be->normalize(c ? diffX.c() : diffX.g(), H, W, pitch, kRobustEpsilon);
+    be->normalize(c ? diffY.c() : diffY.g(), H, W, pitch, kRobustEpsilon);
   }
   expectSame(diffX, "diffusivity x");
   expectSame(diffY, "diffusivity y");

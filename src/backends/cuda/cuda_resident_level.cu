@@ -156,9 +156,10 @@ struct BlockSteps {
 
   // Over the whole planes, padding included, as CudaBackend::diffusivity.
   __device__ void diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
-                              float* diffY, int height, int width, int pitch, float*, float*) {
-    forEachPixel(height, pitch,
-                 [=](int x, int y) { diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch); });
+                              float* diffY, int height, int width, int pitch, float*, float*, double epsilon) {
+    forEachPixel(height, pitch, [=](int x, int y) {
+      diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch, epsilon);
+    });
   }
 
   __device__ void assembleSystem(const FPtmp& fp, const float* u, const float* v, const float* geoU,

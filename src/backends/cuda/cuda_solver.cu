@@ -42,15 +42,17 @@ struct DiffusivityOp {
   const float *u, *v, *du, *dv;
   float *diffX, *diffY;
   int height, width, pitch;
+  double epsilon;
   __device__ void operator()(int x, int y) const {
-    diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch);
+    diffusivityAt(u, v, du, dv, diffX, diffY, x, y, height, width, pitch, epsilon);
   }
 };
 
 struct NormalizeOp {
   float* a;
   int pitch;
-  __device__ void operator()(int x, int y) const { normalizePixel(a, y * pitch + x); }
+  double epsilon;
+  __device__ void operator()(int x, int y) const { normalizePixel(a, y * pitch + x, epsilon); }
 };
 
 struct DataFactorOp {
@@ -273,18 +275,19 @@ void CudaBackend::gradientY(float* diffY, const float* grad, const float* channe
 }
 
 void CudaBackend::diffusivity(const float* u, const float* v, const float* du, const float* dv, float* diffX,
-                              float* diffY, int height, int width, int pitch, float* sum, float* derivative) {
+                              float* diffY, int height, int width, int pitch, float* sum, float* derivative,
+                              double epsilon) {
   (void)sum;  // scratch of the composed passes, not needed here
   (void)derivative;
   if (height < 1 || width < 1) return;
   if (pitch < width) cuda::refuseArguments("diffusivity: pitch " + std::to_string(pitch) + " below width " +
                                            std::to_string(width));
-  forEachPixel("Diffusivity", height, pitch, DiffusivityOp{u, v, du, dv, diffX, diffY, height, width, pitch},
-               stream());
+  forEachPixel("Diffusivity", height, pitch,
+               DiffusivityOp{u, v, du, dv, diffX, diffY, height, width, pitch, epsilon}, stream());
 }
 
-void CudaBackend::normalize(float* x, int height, int width, int pitch) {
-  forEachPixel("normalize", height, width, NormalizeOp{x, pitch}, stream());
+void CudaBackend::normalize(float* x, int height, int width, int pitch, double epsilon) {
+  forEachPixel("normalize", height, width, NormalizeOp{x, pitch, epsilon}, stream());
 }
 
 void CudaBackend::dataFactor(const float* ST, const float* du, const float* dv, float* dPsiData, int height,
