@@ -15,8 +15,8 @@ machine slows all of them alike.
 Timing. A peer is timed around calc() after one untimed call on the pair (its
 allocations); a preset in one vemo-flow process over the sequence frame1,
 frame2, frame1, frame2, whose third pair (frame1 -> frame2 again, buffers
-already allocated) gives the program's "Total time" (presmoothing to the
-flow in memory, without reading and writing files). Time per 640 x 480 pair:
+already allocated) gives the program's "total" time (--timings: from
+presmoothing to the flow in memory, without reading and writing files). Time per 640 x 480 pair:
 each pair's median over the rounds scaled by 640 * 480 / its pixels, then
 averaged over the pairs. Accuracy: mean end-point error over the pixels with
 known ground truth, its geometric mean over the pairs, and the geometric
@@ -91,7 +91,7 @@ def run_preset(vemo_flow, preset, pair, threads, scratch):
         capture_output=True, text=True)
     if out.returncode != 0:
         sys.exit(f"bench_presets: vemo-flow --preset {preset} failed on {pair.name}:\n{out.stderr}")
-    totals = [float(t) for t in re.findall(r"^Total time = ([0-9.]+)", out.stdout, re.M)]
+    totals = [float(t) for t in re.findall(r"^\s+total\s+([0-9.]+) ms$", out.stdout, re.M)]
     if len(totals) != 3:
         sys.exit(f"bench_presets: expected three timed pairs from vemo-flow, got {len(totals)}")
     return totals[2], read_flo(os.path.join(scratch, "flow2.flo"))

@@ -252,10 +252,11 @@ namespace {
 
 // The presets, one line each after the option's own.
 std::string presetHelp() {
-  std::string text = "operating point (default: default):\n";
+  std::string text = "operating point (default: default); time and\n"
+                     "                           error against default's (2 threads, real pairs):\n";
   for (const FlowPreset& p : flowPresets()) {
     std::string name = p.name;
-    name.resize(10, ' ');
+    name.resize(11, ' ');
     text += "                             " + name + p.summary + "\n";
   }
   return text;

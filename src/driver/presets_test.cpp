@@ -44,8 +44,6 @@ void expectSameMethod(const FlowParameters& a, const FlowParameters& b) {
   EXPECT_EQ(a.matching.downscale, b.matching.downscale);
   const vemo::VariationalSettings &x = a.variational, &y = b.variational;
   EXPECT_EQ(x.extraPasses, y.extraPasses);
-  EXPECT_EQ(x.extraSolverFactor, y.extraSolverFactor);
-  EXPECT_EQ(x.matchTermMaxScale, y.matchTermMaxScale);
   EXPECT_EQ(x.finestLevel, y.finestLevel);
   EXPECT_EQ(x.extraFixedPointIterations, y.extraFixedPointIterations);
   EXPECT_EQ(x.smoothnessEpsilon, y.smoothnessEpsilon);

@@ -163,11 +163,10 @@ FlowPlanes gVariationalFlowVemo(Backend& backend, const float* frame1, const flo
       backend.setValue(conf.data(), hs, ws, ps, 1.0f);
     }
     if (s == -1) {
-      iterations = settings.extraSolverFactor * solverIterations;
+      iterations = 2 * solverIterations;
       if (settings.extraFixedPointIterations >= 0) outerIterations = settings.extraFixedPointIterations;
     }
-    if (s < 0 || powf(eta, static_cast<float>(e)) > settings.matchTermMaxScale)
-      backend.clear(levelGeoConf.data(), plane);
+    if (s < 0) backend.clear(levelGeoConf.data(), plane);
     backend.closeStretch(start_interp_warp, finish_interp_warp, timer_interp_warp);
 
     gNonLinearIteration(backend, level1.data(), warped, conf.data(), levelGeoU.data(), levelGeoV.data(),

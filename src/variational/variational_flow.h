@@ -10,16 +10,14 @@ namespace vemo {
 // coarse-to-fine schedule and the epsilon of the smoothness weights. The
 // defaults are the method's own.
 struct VariationalSettings {
-  int extraPasses = 5;        // full-size passes after level 0, without the match term
-  int extraSolverFactor = 2;  // their solver iterations: this many times the given count
-  // Levels larger than this fraction of the frame (eta^level above it) do
-  // without the match term, like the extra passes.
-  float matchTermMaxScale = 1.0f;
+  // Full-size passes after the pyramid, without the match term and with
+  // twice the solver iterations.
+  int extraPasses = 5;
+  // Their fixed-point iterations; below 0: as the levels'.
+  int extraFixedPointIterations = -1;
   // The finest pyramid level solved (0: full size). Its flow is enlarged to
   // full size for the extra passes, or as the result.
   int finestLevel = 0;
-  // Fixed-point iterations of the extra passes; below 0: as the levels'.
-  int extraFixedPointIterations = -1;
   // Epsilon of the smoothness weights 1 / sqrt(S + epsilon)
   // (pixel/diffusivity.h).
   double smoothnessEpsilon = kRobustEpsilon;
