@@ -6,6 +6,7 @@
 #include "api/frames.h"
 #include "driver/flow_metrics.h"
 #include "driver/flow_picture.h"
+#include "driver/occlusion.h"
 #include "image/image_limits.h"
 #include "vemo/errors.hpp"
 #include "vemo/tools.hpp"
@@ -21,14 +22,28 @@ void checkFlow(const Flow& flow, const char* what) {
 }
 }  // namespace
 
-Image flow_to_rgb(const Flow& flow, float max_flow) {
+Image flow_to_rgb(const Flow& flow, float max_flow, bool legend) {
   checkFlow(flow, "flow");
   if (!(max_flow >= 0.0f) || !std::isfinite(max_flow))
     throw InvalidInput("max_flow must be 0 (the longest vector) or a positive number of pixels");
   const CTensor<float> tensor = api::tensorFromFlow(flow);
   const CTensor<float> picture =
-      api::translated(api::FailureKind::Compute, [&] { return flowPicture(tensor, max_flow, false); });
+      api::translated(api::FailureKind::Compute, [&] { return flowPicture(tensor, max_flow, legend); });
   return api::pictureFromTensor(picture);
+}
+
+std::vector<std::uint8_t> occlusion_mask(const Flow& forward, const Flow& backward) {
+  checkFlow(forward, "forward");
+  checkFlow(backward, "backward");
+  if (forward.width() != backward.width() || forward.height() != backward.height())
+    throw InvalidInput("forward is " + std::to_string(forward.width()) + " x " + std::to_string(forward.height()) +
+                       " but backward is " + std::to_string(backward.width()) + " x " +
+                       std::to_string(backward.height()));
+  const CTensor<float> f = api::tensorFromFlow(forward), b = api::tensorFromFlow(backward);
+  const CTensor<float> mask = api::translated(api::FailureKind::Compute, [&] { return occlusionMask(f, b); });
+  std::vector<std::uint8_t> occluded(mask.planeSize());
+  for (std::size_t i = 0; i < occluded.size(); ++i) occluded[i] = mask.data[i] != 0.0f ? 1 : 0;
+  return occluded;
 }
 
 Evaluation evaluate(const Flow& flow, const Flow& truth) {
