@@ -1,4 +1,4 @@
-#include "driver/pair_run.h"
+#include "programs/pair_run.h"
 
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -11,6 +11,7 @@
 #include <iostream>
 #include <utility>
 
+#include "api/frames.h"
 #include "image/atomic_file.h"
 #include "image/exceptions.h"
 #include "matching/hog_match_driver.h"
@@ -54,16 +55,6 @@ std::vector<float> interleaved(const CTensor<float>& frame) {
   for (std::size_t i = 0; i < plane; ++i)
     for (int c = 0; c < 3; ++c) samples[i * 3 + c] = frame.data[(frame.zSize == 3 ? c : 0) * plane + i];
   return samples;
-}
-
-CTensor<float> planar(const vemo::Flow& flow) {
-  CTensor<float> t(flow.width(), flow.height(), 2);
-  const std::size_t plane = t.planeSize();
-  for (std::size_t i = 0; i < plane; ++i) {
-    t.data[i] = flow.data()[2 * i];
-    t.data[plane + i] = flow.data()[2 * i + 1];
-  }
-  return t;
 }
 
 vemo::Parameters parametersOf(const FlowOptions& o) {
@@ -240,7 +231,7 @@ CTensor<float> runPair(vemo::Engine& engine, const CTensor<float>& frame1, const
   if (!out.backward.empty()) vemo::write_flo(out.backward, backward);
   if (!out.viz.empty()) vemo::write_image(out.viz, picture.view());
   if (!out.occlusions.empty()) vemo::write_image(out.occlusions, mask.view());
-  return planar(forward);
+  return vemo::api::tensorFromFlow(forward);
 }
 
 std::vector<std::string> outputRanges(const PairOutputs& first, const PairOutputs& last) {

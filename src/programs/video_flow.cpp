@@ -1,4 +1,4 @@
-#include "driver/video_flow.h"
+#include "programs/video_flow.h"
 
 #include <unistd.h>
 
@@ -7,10 +7,10 @@
 
 #include "common/cancel.h"
 #include "driver/flow_picture.h"
-#include "driver/interruption.h"
+#include "programs/interruption.h"
 #include "driver/optic_flow.h"
-#include "driver/pair_run.h"
-#include "driver/sequence.h"
+#include "programs/pair_run.h"
+#include "programs/sequence.h"
 #include "video/video_error.h"
 #include "video/video_reader.h"
 #include "video/video_writer.h"

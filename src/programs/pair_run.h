@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/flow_options.h"
+#include "programs/flow_options.h"
 #include "image/tensor.h"
 
 #include "vemo/engine.hpp"

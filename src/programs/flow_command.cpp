@@ -1,4 +1,4 @@
-#include "driver/flow_command.h"
+#include "programs/flow_command.h"
 
 #include <omp.h>
 #include <unistd.h>
@@ -11,11 +11,11 @@
 #include "common/diagnostics.h"
 #include "common/stage_lines.h"
 #include "common/cancel.h"
-#include "driver/flow_options.h"
-#include "driver/interruption.h"
-#include "driver/pair_run.h"
-#include "driver/sequence.h"
-#include "driver/video_flow.h"
+#include "programs/flow_options.h"
+#include "programs/interruption.h"
+#include "programs/pair_run.h"
+#include "programs/sequence.h"
+#include "programs/video_flow.h"
 #include "image/read_image.h"
 
 namespace {

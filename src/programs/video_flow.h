@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "driver/flow_options.h"
+#include "programs/flow_options.h"
 #include "vemo/engine.hpp"
 
 // Decodes the video once, frame after frame, and computes the pairs

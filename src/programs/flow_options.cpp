@@ -1,4 +1,4 @@
-#include "driver/flow_options.h"
+#include "programs/flow_options.h"
 
 #include <cerrno>
 #include <cfloat>

@@ -1,5 +1,5 @@
 // Parsing of vemo-flow's named options.
-#include "driver/flow_options.h"
+#include "programs/flow_options.h"
 
 #include <gtest/gtest.h>
 
