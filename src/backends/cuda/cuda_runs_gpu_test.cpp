@@ -164,8 +164,12 @@ TEST_F(CudaAgainstCpu, MatchingStagesAgreeWithTheCpu) {
 }
 
 TEST_F(CudaAgainstCpu, WholeRunFollowsTheCpuFlow) {
-  // A textured scene moving by (1.6, -0.8) pixels, no matches.
+  // A textured scene moving by (1.6, -0.8) pixels, no matches. Simulated:
+  // three levels instead of about forty, fewer iterations.
   const int H = 72, W = 96, pitch = gpu().pitchFor(W);
+  const bool simulated = cuda_testing::simulatedGpu();
+  const float eta = simulated ? 0.5f : 0.95f;
+  const int fixedPoint = simulated ? 3 : 5, solver = simulated ? 5 : 10;
   const std::size_t plane = static_cast<std::size_t>(pitch) * H;
   auto scene = [](float x, float y, int c) {
     return 128.0f + 60.0f * std::sin(0.21f * x + 0.5f * c) * std::cos(0.17f * y) + 30.0f * std::sin(0.05f * x * y / 8);
@@ -175,9 +179,9 @@ TEST_F(CudaAgainstCpu, WholeRunFollowsTheCpuFlow) {
   Twin geo = zeros(plane);
   ::testing::internal::CaptureStdout();
   const FlowPlanes fc = gVariationalFlowVemo(cpu(), f1.c(), f2.c(), geo.c(), geo.c(), geo.c(), 1, H, W, pitch, 3,
-                                             0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+                                             0.0f, 30.0f, 300.0f, 5.0f, eta, fixedPoint, solver);
   const FlowPlanes fg = gVariationalFlowVemo(gpu(), f1.g(), f2.g(), geo.g(), geo.g(), geo.g(), 1, H, W, pitch, 3,
-                                             0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+                                             0.0f, 30.0f, 300.0f, 5.0f, eta, fixedPoint, solver);
   ::testing::internal::GetCapturedStdout();
   ASSERT_EQ(fc.pitch, fg.pitch);
   std::vector<float> uc(static_cast<std::size_t>(H) * W), vc(uc.size()), ug(uc.size()), vg(uc.size());
@@ -206,7 +210,12 @@ TEST_F(CudaAgainstCpu, WholeRunFollowsTheCpuFlow) {
 TEST_F(CudaAgainstCpu, WholeMethodWithMatchingFollowsTheCpu) {
   // A textured square moving by (14, 9) over a still textured background:
   // too far for the variational term alone, so the matches carry it.
-  const int H = 120, W = 160, pitch = gpu().pitchFor(W);
+  // Simulated: a smaller frame around the same square, fewer levels and
+  // iterations.
+  const bool simulated = cuda_testing::simulatedGpu();
+  const int H = simulated ? 96 : 120, W = simulated ? 128 : 160, pitch = gpu().pitchFor(W);
+  const float eta = simulated ? 0.5f : 0.95f;
+  const int fixedPoint = simulated ? 3 : 5, solver = simulated ? 5 : 10;
   const std::size_t plane = static_cast<std::size_t>(pitch) * H;
   auto inSquare = [](int x, int y) { return x >= 50 && x < 100 && y >= 35 && y < 80; };
   auto texture = [](int x, int y, int c, float f) {
@@ -227,9 +236,9 @@ TEST_F(CudaAgainstCpu, WholeMethodWithMatchingFollowsTheCpu) {
   expectMostlySame(geoU, "match u", 0.002);
   expectMostlySame(geoConf, "match weights", 0.002);
   const FlowPlanes fc = gVariationalFlowVemo(cpu(), f1.c(), f2.c(), geoU.c(), geoV.c(), geoConf.c(), 1, H, W, pitch,
-                                             3, 0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+                                             3, 0.0f, 30.0f, 300.0f, 5.0f, eta, fixedPoint, solver);
   const FlowPlanes fg = gVariationalFlowVemo(gpu(), f1.g(), f2.g(), geoU.g(), geoV.g(), geoConf.g(), 1, H, W, pitch,
-                                             3, 0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+                                             3, 0.0f, 30.0f, 300.0f, 5.0f, eta, fixedPoint, solver);
   ::testing::internal::GetCapturedStdout();
   std::vector<float> uc(static_cast<std::size_t>(H) * W), vc(uc.size()), ug(uc.size()), vg(uc.size());
   cpu().download(uc.data(), fc.u.data(), fc.pitch, W, H);
