@@ -35,7 +35,7 @@ STEPS=("$@")
 BUILD="${BUILD:-$ROOT/build-sim}"
 RUNS="$BUILD/sim-runs"
 DATA="${VEMO_DATA_DIR:-$ROOT/../shared/data/flow}"
-NICE="nice -n 19"
+NICE="nice -n 10"
 
 # The simulator's runtime, its PTX extraction (cuobjdump in $SIM/cuda/bin)
 # and functional mode: exact results, no timing model.
@@ -68,7 +68,7 @@ step_build() {
     -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_CUDA_COMPILER_LAUNCHER=ccache \
     -DCMAKE_CUDA_ARCHITECTURES=75 -DCMAKE_CUDA_RUNTIME_LIBRARY=None \
     -DCUDA_cudart_static_LIBRARY="$SIM_LIB" -DVEMO_GPU_TEST_TIMEOUT=3600 \
-    -DVEMO_BUILD_BENCH=OFF -DVEMO_BUILD_PYTHON=OFF -DVEMO_ENABLE_VIDEO=OFF >"$BUILD/configure.log"
+    -DVEMO_BUILD_BENCH=ON -DVEMO_BUILD_PYTHON=OFF -DVEMO_ENABLE_VIDEO=OFF >"$BUILD/configure.log"
   $NICE cmake --build "$BUILD" -j"${JOBS:-2}" >"$BUILD/build.log" 2>&1 || { tail -30 "$BUILD/build.log"; exit 1; }
   ldd "$BUILD/vemo" | grep -q "$SIM_LIB" || { echo "build-sim/vemo is not linked to $SIM_LIB"; exit 1; }
   echo "build: $(seconds_since "$t0") s"
