@@ -70,7 +70,7 @@ step_build() {
     -DCUDA_cudart_static_LIBRARY="$SIM_LIB" -DVEMO_GPU_TEST_TIMEOUT=3600 \
     -DVEMO_BUILD_BENCH=ON -DVEMO_BUILD_PYTHON=OFF -DVEMO_ENABLE_VIDEO=OFF >"$BUILD/configure.log"
   $NICE cmake --build "$BUILD" -j"${JOBS:-2}" >"$BUILD/build.log" 2>&1 || { tail -30 "$BUILD/build.log"; exit 1; }
-  ldd "$BUILD/vemo" | grep -q "$SIM_LIB" || { echo "build-sim/vemo is not linked to $SIM_LIB"; exit 1; }
+  [[ "$(ldd "$BUILD/vemo")" == *"$SIM_LIB"* ]] || { echo "build-sim/vemo is not linked to $SIM_LIB"; exit 1; }
   echo "build: $(seconds_since "$t0") s"
 }
 

@@ -75,10 +75,11 @@ TEST_F(CudaAgainstCpu, CachedBlocksAreGivenBackBeforeAnAllocationIsRefused) {
 }
 
 TEST_F(CudaAgainstCpu, RunStaysWithinTheMemoryCheckEstimate) {
-  // Simulated: a smaller frame and fewer levels (the peak is the finest
-  // level's, whatever the iterations).
+  // Simulated: a smaller frame (the matching's search grows with its area),
+  // still above the one-block size, and fewer levels (the peak is the
+  // finest level's, whatever the iterations).
   const bool simulated = cuda_testing::simulatedGpu();
-  const int H = simulated ? 120 : 240, W = simulated ? 160 : 320, C = 3;
+  const int H = simulated ? 48 : 240, W = simulated ? 96 : 320, C = 3;
   CTensor<float> f1, f2, truth, flow;
   NSynthetic::makeShiftedPair(W, H, 3.0f, -2.0f, 11, f1, f2, truth);
   Backend& g = gpu();
