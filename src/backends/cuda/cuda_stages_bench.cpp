@@ -55,6 +55,7 @@ struct DevicePair {
   Buffer frame1, frame2, ones, geo, conf, u, v, out;
 
   explicit DevicePair(Size s) : height(s.height), width(s.width) {
+    if (!backend) return;
     Backend& b = *backend;
     pitch = b.pitchFor(width);
     plane = static_cast<std::size_t>(pitch) * height;
@@ -78,6 +79,14 @@ struct DevicePair {
   }
 };
 
+// The fixed-point iterations of one level on the pair, then a wait.
+void levelStep(DevicePair& p, SolverScratch& scratch, int fixedPoint, int solver) {
+  gNonLinearIteration(*p.backend, p.frame1.data(), p.frame2.data(), p.ones.data(), p.geo.data(), p.geo.data(),
+                      p.conf.data(), 1, p.u.data(), p.v.data(), p.height, p.width, p.pitch, 3, 30.0f, 300.0f, 5.0f,
+                      fixedPoint, solver, scratch.cg(), scratch.fp());
+  p.backend->synchronize();
+}
+
 // One level: fixed-point and solver iterations from the benchmark's
 // arguments (the kernels of a level, of a fixed-point step and of a solver
 // iteration each show in the simulator's log).
@@ -89,11 +98,7 @@ void BM_CudaLevel(benchmark::State& st) {
   SolverScratch scratch(b, p.plane);
   markTimedWork();
   for (auto _ : st) {
-    gNonLinearIteration(b, p.frame1.data(), p.frame2.data(), p.ones.data(), p.geo.data(), p.geo.data(),
-                        p.conf.data(), 1, p.u.data(), p.v.data(), p.height, p.width, p.pitch, 3, 30.0f, 300.0f,
-                        5.0f, static_cast<int>(st.range(0)), static_cast<int>(st.range(1)), scratch.cg(),
-                        scratch.fp());
-    b.synchronize();
+    levelStep(p, scratch, static_cast<int>(st.range(0)), static_cast<int>(st.range(1)));
   }
 }
 // Three shapes of iteration, so that the kernels of a level, of a
@@ -107,10 +112,7 @@ void BM_CudaLevelInOneBlock(benchmark::State& st) {
   SolverScratch scratch(b, p.plane);
   markTimedWork();
   for (auto _ : st) {
-    gNonLinearIteration(b, p.frame1.data(), p.frame2.data(), p.ones.data(), p.geo.data(), p.geo.data(),
-                        p.conf.data(), 1, p.u.data(), p.v.data(), p.height, p.width, p.pitch, 3, 30.0f, 300.0f,
-                        5.0f, 5, 10, scratch.cg(), scratch.fp());
-    b.synchronize();
+    levelStep(p, scratch, 5, 10);
   }
 }
 BENCHMARK(BM_CudaLevelInOneBlock)->Unit(benchmark::kMillisecond);
