@@ -1,7 +1,7 @@
 // The CUDA backend's ways of running the same work with fewer launches give
 // the values of the work issued operation by operation, bit for bit: the
 // fused diffusivity, a level run in one thread block, and solves replayed
-// from CUDA graphs. None of this has run on a GPU yet (docs/gpu-validation.md).
+// from CUDA graphs. Run on a simulated GPU only, so far (docs/gpu-validation.md).
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_gpu_test_fixture.h"
 #include "backends/cuda/cuda_work_policy.h"
