@@ -2,7 +2,7 @@
 # Estimated device time of one 640 x 480 pair on the simulator's RTX 2060
 # model (GPGPU-Sim's timing model, SM75_RTX2060 configuration).
 #
-#   scripts/gpu-simulated-speed.sh SIMULATOR_DIR [WxH [MATCH_WxH]]
+#   scripts/gpu-simulated-speed.sh SIMULATOR_DIR [WxH [MATCH_WxH [SOLVE_WxH]]]
 #
 # Needs build-sim/ from scripts/gpu-simulated.sh (build step). Runs each
 # benchmark of src/backends/cuda/cuda_stages_bench.cpp once:
@@ -13,16 +13,19 @@
 #      fields at WxH (default 160x120), the matching at MATCH_WxH (default
 #      64x48: its search visits every candidate of a 161 x 161 window, far
 #      too many instructions to model at larger frames), a level of 64 x 63
-#      in one thread block at the default iterations;
+#      in one thread block at the default iterations, and two solver
+#      iterations alone at SOLVE_WxH (default 320x240: the solver's kernels
+#      are most of a level, and a larger launch fills the card better);
 # then scripts/gpu_sim_estimate.py scales the cycles of each kernel to the
 # levels of a default 640 x 480 run. Hours on one core; logs and the table
 # go to build-sim/sim-runs/speed/; RUNS="NAME ..." repeats only those runs.
 {
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-SIM="$(cd "${1:?usage: scripts/gpu-simulated-speed.sh SIMULATOR_DIR [WxH [MATCH_WxH]]}" && pwd)"
+SIM="$(cd "${1:?usage: scripts/gpu-simulated-speed.sh SIMULATOR_DIR [WxH [MATCH_WxH [SOLVE_WxH]]]}" && pwd)"
 SIZE="${2:-160x120}"
 MATCH_SIZE="${3:-64x48}"
+SOLVE_SIZE="${4:-320x240}"
 BUILD="${BUILD:-$ROOT/build-sim}"
 OUT="$BUILD/sim-runs/speed"
 BENCH="$BUILD/vemo_bench"
@@ -58,6 +61,7 @@ bench resample 0 "$SIZE" '^BM_CudaResampleAndWarp$'
 bench hog 0 "$SIZE" '^BM_CudaHogFields$'
 bench matching 0 "$MATCH_SIZE" '^BM_CudaMatching$'
 bench one-block 0 64x63 '^BM_CudaLevelInOneBlock$'
-python3 "$ROOT/scripts/gpu_sim_estimate.py" "$OUT" "$SIZE" "$MATCH_SIZE" | tee "$OUT/estimate.md"
+bench solve 0 "$SOLVE_SIZE" '^BM_CudaSolve$'
+python3 "$ROOT/scripts/gpu_sim_estimate.py" "$OUT" "$SIZE" "$MATCH_SIZE" "$SOLVE_SIZE" | tee "$OUT/estimate.md"
 exit 0
 }

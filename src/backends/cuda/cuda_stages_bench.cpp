@@ -22,6 +22,7 @@
 #include "matching/hog_match_driver.h"
 #include "pixel/hog.h"
 #include "variational/nonlinear_iteration.h"
+#include "variational/pcg.h"
 #include "variational/scratch.h"
 
 namespace {
@@ -116,6 +117,25 @@ void BM_CudaLevelInOneBlock(benchmark::State& st) {
   }
 }
 BENCHMARK(BM_CudaLevelInOneBlock)->Unit(benchmark::kMillisecond);
+
+// The solver alone (its kernels are most of a level's time): a
+// diagonally dominant system of the level's shape, two iterations.
+void BM_CudaSolve(benchmark::State& st) {
+  DevicePair p(sizeFrom("VEMO_BENCH_SIZE", {640, 480}));
+  if (!p.backend) return st.SkipWithError("no CUDA device");
+  Backend& b = *p.backend;
+  std::vector<float> a(12 * p.plane, -0.1f), rhs(2 * p.plane, 1.0f);
+  for (std::size_t i = 0; i < p.plane; ++i) a[i] = a[3 * p.plane + i] = 2.0f;
+  const Buffer A = uploadRows(b, a.data(), p.pitch, 12 * p.height, p.pitch);
+  const Buffer B = uploadRows(b, rhs.data(), p.pitch, 2 * p.height, p.pitch);
+  SolverScratch scratch(b, p.plane);
+  markTimedWork();
+  for (auto _ : st) {
+    gPCG(b, A.data(), B.data(), p.u.data(), p.v.data(), p.height, p.width, p.pitch, 2, scratch.cg());
+    b.synchronize();
+  }
+}
+BENCHMARK(BM_CudaSolve)->Unit(benchmark::kMillisecond);
 
 // Between levels: the frames and the match field reduced to the next level
 // (eta 0.95), the flow enlarged back, the second frame warped.
