@@ -67,7 +67,7 @@ step_build() {
   $NICE cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_CUDA_COMPILER_LAUNCHER=ccache \
     -DCMAKE_CUDA_ARCHITECTURES=75 -DCMAKE_CUDA_RUNTIME_LIBRARY=None \
-    -DCUDA_cudart_static_LIBRARY="$SIM_LIB" -DVEMO_GPU_TEST_TIMEOUT=3600 \
+    -DCUDA_cudart_static_LIBRARY="$SIM_LIB" -DVEMO_GPU_TEST_TIMEOUT=7200 \
     -DVEMO_BUILD_BENCH=ON -DVEMO_BUILD_PYTHON=OFF -DVEMO_ENABLE_VIDEO=OFF >"$BUILD/configure.log"
   $NICE cmake --build "$BUILD" -j"${JOBS:-2}" >"$BUILD/build.log" 2>&1 || { tail -30 "$BUILD/build.log"; exit 1; }
   [[ "$(ldd "$BUILD/vemo")" == *"$SIM_LIB"* ]] || { echo "build-sim/vemo is not linked to $SIM_LIB"; exit 1; }

@@ -257,6 +257,10 @@ def main():
               f"not memory; the truth for a full frame lies between).")
     if not any(measured[k][0] > 2 * floor for k in one_block):
         print("\nThe one-block level was not measured: its row is the launch floor only.")
+    if "HOGMatch_kernel" in pair:
+        rest = (total - pair["HOGMatch_kernel"]) / CLOCK_HZ * 1e3
+        print(f"\nWithout the search: {rest:.0f} ms per pair (H100 by bandwidth: {rest * BANDWIDTH / H100_BANDWIDTH:.0f} ms); "
+              f"with the search at its issue bound: {rest + issue_ms:.0f} ms.")
     print(f"\nTotal: {total / CLOCK_HZ * 1e3:.1f} ms per pair on the RTX 2060 model; scaled by memory bandwidth "
           f"to an H100: {total / CLOCK_HZ * 1e3 * BANDWIDTH / H100_BANDWIDTH:.1f} ms.")
     print(f"Levels: {len(levels())} ({sum(1 for l in levels() if l[2] == 'one-block')} in one block).")
