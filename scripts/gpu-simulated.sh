@@ -50,7 +50,7 @@ SIM_LIB="$(ls "$SIM"/gpgpu-sim/lib/*/*/release/libcudart.so | head -1)"
 
 # A fresh folder for one simulated program, holding the configuration.
 run_dir() {
-  rm -rf "$RUNS/$1"
+  rm -rf "${RUNS:?}/${1:?}"
   mkdir -p "$RUNS/$1"
   cp "$CONFIG/gpgpusim.config" "$CONFIG"/config_turing_islip.icnt "$RUNS/$1/"
   echo "$RUNS/$1"
