@@ -20,6 +20,16 @@ void checkFlow(const Flow& flow, const char* what) {
     throw InvalidInput(std::string(what) + " is larger than the largest accepted frame (" +
                        std::to_string(NImageIO::kMaxImagePixels) + " pixels)");
 }
+
+// InvalidInput unless both fields are usable and of one size.
+void checkPairOfFlows(const Flow& a, const char* nameA, const Flow& b, const char* nameB) {
+  checkFlow(a, nameA);
+  checkFlow(b, nameB);
+  if (a.width() != b.width() || a.height() != b.height())
+    throw InvalidInput(std::string(nameA) + " is " + std::to_string(a.width()) + " x " + std::to_string(a.height()) +
+                       " but " + nameB + " is " + std::to_string(b.width()) + " x " + std::to_string(b.height()));
+}
+
 }  // namespace
 
 Image flow_to_rgb(const Flow& flow, float max_flow, bool legend) {
@@ -33,12 +43,7 @@ Image flow_to_rgb(const Flow& flow, float max_flow, bool legend) {
 }
 
 std::vector<std::uint8_t> occlusion_mask(const Flow& forward, const Flow& backward) {
-  checkFlow(forward, "forward");
-  checkFlow(backward, "backward");
-  if (forward.width() != backward.width() || forward.height() != backward.height())
-    throw InvalidInput("forward is " + std::to_string(forward.width()) + " x " + std::to_string(forward.height()) +
-                       " but backward is " + std::to_string(backward.width()) + " x " +
-                       std::to_string(backward.height()));
+  checkPairOfFlows(forward, "forward", backward, "backward");
   const CTensor<float> f = api::tensorFromFlow(forward), b = api::tensorFromFlow(backward);
   const CTensor<float> mask = api::translated(api::FailureKind::Compute, [&] { return occlusionMask(f, b); });
   std::vector<std::uint8_t> occluded(mask.planeSize());
@@ -47,11 +52,7 @@ std::vector<std::uint8_t> occlusion_mask(const Flow& forward, const Flow& backwa
 }
 
 Evaluation evaluate(const Flow& flow, const Flow& truth) {
-  checkFlow(flow, "flow");
-  checkFlow(truth, "truth");
-  if (flow.width() != truth.width() || flow.height() != truth.height())
-    throw InvalidInput("flow is " + std::to_string(flow.width()) + " x " + std::to_string(flow.height()) +
-                       " but truth is " + std::to_string(truth.width()) + " x " + std::to_string(truth.height()));
+  checkPairOfFlows(flow, "flow", truth, "truth");
   const CTensor<float> f = api::tensorFromFlow(flow), t = api::tensorFromFlow(truth);
   const FlowMetrics m = api::translated(api::FailureKind::Compute, [&] { return evaluateFlow(f, t); });
   Evaluation e;
