@@ -6,7 +6,7 @@
 #include <new>
 
 #include "backends/backend.h"
-#include "driver/command_line.h"
+#include "programs/command_line.h"
 
 int main(int argc, char** argv) {
   int status = 1;

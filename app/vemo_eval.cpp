@@ -4,7 +4,7 @@
 #include <exception>
 #include <new>
 
-#include "driver/eval_command.h"
+#include "programs/eval_command.h"
 
 int main(int argc, char** argv) {
   int status = 1;

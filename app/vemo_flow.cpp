@@ -5,7 +5,7 @@
 #include <new>
 
 #include "backends/backend.h"
-#include "driver/flow_command.h"
+#include "programs/flow_command.h"
 
 int main(int argc, char** argv) {
   int status = 1;

@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/command_line.h"
+#include "programs/command_line.h"
 #include "driver/optic_flow.h"
 #include "image/ppm_write.h"
 #include "image/synthetic.h"

@@ -24,10 +24,15 @@ step() {
   return 0
 }
 
-step "set-up" "system packages, then pip install . into .venv: compiles the library once more, a few minutes the first time"
-scripts/setup.sh
-step "build" "library, programs and tests in build/; the CUDA backend too where nvcc is on the PATH"
-scripts/build.sh
+step "set-up" "system packages, then the Python environment .venv (numpy, Dask, pytest, nanobind)"
+scripts/setup-system.sh
+scripts/setup-python.sh --deps-only
+step "build" "library, programs, tests and the Python module in build/; the CUDA backend too where nvcc is on the PATH"
+scripts/build.sh -DVEMO_BUILD_PYTHON=ON -DPython_EXECUTABLE="$PWD/.venv/bin/python"
+# The Python tests and examples import this build's package
+# (build/python-package/vemo: the files of python/vemo/ and the module), so
+# the library is compiled once for both.
+export PYTHONPATH="$PWD/build/python-package${PYTHONPATH:+:$PYTHONPATH}"
 
 step "C++ tests" "ctest, one test process per core"
 # Each test process uses one OpenMP thread and sleeps instead of spinning
@@ -37,7 +42,7 @@ export OMP_NUM_THREADS=1 OMP_WAIT_POLICY=passive
 ctest --test-dir build --output-on-failure -j "$cores" | grep -vE '^ +Start +[0-9]+:|Test +#[0-9]+: .* Passed'
 python3 scripts/skipped_tests.py build "C++: " >build/skipped.txt
 
-step "Python tests" "pytest tests/python with the package set-up installed"
+step "Python tests" "pytest tests/python on the package of build/python-package"
 .venv/bin/python -m pytest -q -rs tests/python | tee build/pytest.log
 sed -n 's/^SKIPPED \[[0-9]*\] /Python: /p' build/pytest.log >>build/skipped.txt
 

@@ -21,12 +21,19 @@ struct FlowPair {
 };
 
 // Wall-clock milliseconds of the stages of an Engine's last call (for
-// flow_pair, both flows together).
+// flow_pair, both flows together). Indented names are parts of the stage
+// above them.
 struct Timings {
   double presmoothing = 0.0;  // Gaussian presmoothing of the frames on the host
   double transfers = 0.0;     // frames to the backend's memory and the flow back
-  double matching = 0.0;      // descriptors, matching and consistency check
-  double variational = 0.0;   // the coarse-to-fine solver
+  double matching = 0.0;      // descriptor matching, of which:
+  double descriptors = 0.0;   //   the HOG descriptors of both frames
+  double search = 0.0;        //   cornerness, the forward and backward search, the consistency check
+  double variational = 0.0;  // the coarse-to-fine solver, of which:
+  double fixed_point = 0.0;   //   the fixed-point iterations (linear solves included)
+  double solves = 0.0;        //     the linear solves
+  double warping = 0.0;       //   warping frame 2 and carrying the flow to the next level
+  double downsampling = 0.0;  //   the frames and match planes of each level
   double total = 0.0;         // the whole computation
 };
 

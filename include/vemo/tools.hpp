@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 #include "vemo/flow.hpp"
 #include "vemo/image.hpp"
@@ -11,9 +13,20 @@ namespace vemo {
 // The colour coding of a flow field as a uint8 RGB image (hue: direction,
 // brightness: length). Vectors of length max_flow or more reach full
 // brightness; max_flow 0 uses the longest vector of the field. Unknown or
-// non-finite vectors are black. InvalidInput for an empty flow or a
+// non-finite vectors are black. With legend, a square panel (the picture's
+// height, at least 32 pixels) showing the colour wheel at the same scale is
+// added on the right, on white. InvalidInput for an empty flow or a
 // negative or non-finite max_flow.
-Image flow_to_rgb(const Flow& flow, float max_flow = 0.0f);
+Image flow_to_rgb(const Flow& flow, float max_flow = 0.0f, bool legend = false);
+
+// Where a forward flow and the backward flow at its target do not cancel:
+// width x height bytes, row by row, 1 where the pixel is hidden in frame 2
+// or leaves the frame (the mask of Engine::flow_pair). With f the forward
+// vector and b the backward flow sampled bilinearly at x + f, a pixel is
+// occluded when |f + b|^2 > 0.01 (|f|^2 + |b|^2) + 0.5, when x + f lies
+// outside the frame, or when a vector is not finite. InvalidInput when the
+// fields differ in size or are empty.
+std::vector<std::uint8_t> occlusion_mask(const Flow& forward, const Flow& backward);
 
 // Error measures of a flow against ground truth (the measures of
 // `vemo-eval`). Pixels whose truth is unknown (a component of 1e9 or more,

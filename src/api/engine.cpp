@@ -16,6 +16,8 @@
 #include "driver/pair_flow.h"
 #include "driver/presets.h"
 #include "driver/run_flow.h"
+#include "matching/hog_match_driver.h"
+#include "variational/solver_timers.h"
 #include "variational/run_memory.h"
 #include "vemo/errors.hpp"
 
@@ -117,7 +119,8 @@ struct Engine::Impl {
         // The stage timers are the calling thread's own.
         resetStageTimers();
         auto result = work();
-        timings = Timings{timer_filter, timer_memcpy1, timer_HOG, timer_var, timer_total};
+        timings = Timings{timer_filter,     timer_memcpy1, timer_HOG,         timer_hogc, timer_hogmatch, timer_var,
+                          timer_makematrix, timer_solver,  timer_interp_warp, timer_down, timer_total};
         return result;
       });
     } catch (const DeviceError&) {

@@ -109,8 +109,9 @@ Image pictureFromTensor(const CTensor<float>& picture) {
   const int channels = picture.zSize;
   for (std::size_t i = 0; i < plane; ++i)
     for (int c = 0; c < channels; ++c) {
+      // Clamped and rounded, as the picture writers do.
       const float v = picture.data[c * plane + i];
-      out[i * channels + c] = static_cast<std::uint8_t>(v <= 0.0f ? 0.0f : (v >= 255.0f ? 255.0f : v));
+      out[i * channels + c] = static_cast<std::uint8_t>(std::lround(std::isnan(v) ? 0.0f : std::fmin(255.0f, std::fmax(0.0f, v))));
     }
   return image;
 }

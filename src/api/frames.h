@@ -23,8 +23,8 @@ CTensor<float> frameFromView(const ImageView& view, const char* what, int minSid
 CTensor<float> tensorFromFlow(const Flow& flow);
 Flow flowFromTensor(const CTensor<float>& tensor);
 
-// An owning image of `planes` planes of 0..255 values, as uint8 samples
-// (rounded toward zero, clamped).
+// An owning image of the tensor's planes of 0..255 values, as uint8 samples
+// (clamped and rounded, as the picture writers do).
 Image pictureFromTensor(const CTensor<float>& picture);
 
 }  // namespace vemo::api

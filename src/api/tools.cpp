@@ -6,6 +6,7 @@
 #include "api/frames.h"
 #include "driver/flow_metrics.h"
 #include "driver/flow_picture.h"
+#include "driver/occlusion.h"
 #include "image/image_limits.h"
 #include "vemo/errors.hpp"
 #include "vemo/tools.hpp"
@@ -19,24 +20,39 @@ void checkFlow(const Flow& flow, const char* what) {
     throw InvalidInput(std::string(what) + " is larger than the largest accepted frame (" +
                        std::to_string(NImageIO::kMaxImagePixels) + " pixels)");
 }
+
+// InvalidInput unless both fields are usable and of one size.
+void checkPairOfFlows(const Flow& a, const char* nameA, const Flow& b, const char* nameB) {
+  checkFlow(a, nameA);
+  checkFlow(b, nameB);
+  if (a.width() != b.width() || a.height() != b.height())
+    throw InvalidInput(std::string(nameA) + " is " + std::to_string(a.width()) + " x " + std::to_string(a.height()) +
+                       " but " + nameB + " is " + std::to_string(b.width()) + " x " + std::to_string(b.height()));
+}
+
 }  // namespace
 
-Image flow_to_rgb(const Flow& flow, float max_flow) {
+Image flow_to_rgb(const Flow& flow, float max_flow, bool legend) {
   checkFlow(flow, "flow");
   if (!(max_flow >= 0.0f) || !std::isfinite(max_flow))
     throw InvalidInput("max_flow must be 0 (the longest vector) or a positive number of pixels");
   const CTensor<float> tensor = api::tensorFromFlow(flow);
   const CTensor<float> picture =
-      api::translated(api::FailureKind::Compute, [&] { return flowPicture(tensor, max_flow, false); });
+      api::translated(api::FailureKind::Compute, [&] { return flowPicture(tensor, max_flow, legend); });
   return api::pictureFromTensor(picture);
 }
 
+std::vector<std::uint8_t> occlusion_mask(const Flow& forward, const Flow& backward) {
+  checkPairOfFlows(forward, "forward", backward, "backward");
+  const CTensor<float> f = api::tensorFromFlow(forward), b = api::tensorFromFlow(backward);
+  const CTensor<float> mask = api::translated(api::FailureKind::Compute, [&] { return occlusionMask(f, b); });
+  std::vector<std::uint8_t> occluded(mask.planeSize());
+  for (std::size_t i = 0; i < occluded.size(); ++i) occluded[i] = mask.data[i] != 0.0f ? 1 : 0;
+  return occluded;
+}
+
 Evaluation evaluate(const Flow& flow, const Flow& truth) {
-  checkFlow(flow, "flow");
-  checkFlow(truth, "truth");
-  if (flow.width() != truth.width() || flow.height() != truth.height())
-    throw InvalidInput("flow is " + std::to_string(flow.width()) + " x " + std::to_string(flow.height()) +
-                       " but truth is " + std::to_string(truth.width()) + " x " + std::to_string(truth.height()));
+  checkPairOfFlows(flow, "flow", truth, "truth");
   const CTensor<float> f = api::tensorFromFlow(flow), t = api::tensorFromFlow(truth);
   const FlowMetrics m = api::translated(api::FailureKind::Compute, [&] { return evaluateFlow(f, t); });
   Evaluation e;

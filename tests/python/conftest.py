@@ -11,6 +11,8 @@ from pathlib import Path
 import numpy as np
 import pytest
 
+import vemo
+
 REPO = Path(__file__).resolve().parents[2]
 
 
@@ -38,9 +40,13 @@ def write_ppm(path, frame: np.ndarray) -> None:
 
 
 def program(name: str) -> str:
-    """A vemo program: the one pip installed beside this Python, else the
-    CMake build's."""
-    for candidate in (Path(sys.executable).parent / name, REPO / "build" / name):
+    """A vemo program of the same build as the imported package: the CMake
+    build's when the package is the one staged in build/, else the one pip
+    installed beside this Python (a stale install must not stand in)."""
+    installed, built = Path(sys.executable).parent / name, REPO / "build" / name
+    # (the staged package links to python/vemo/: do not resolve the links)
+    from_build = (REPO / "build") in Path(os.path.abspath(vemo.__file__)).parents
+    for candidate in ((built, installed) if from_build else (installed, built)):
         if candidate.is_file() and os.access(candidate, os.X_OK):
             return str(candidate)
     found = shutil.which(name)

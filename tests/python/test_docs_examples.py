@@ -41,10 +41,10 @@ test -f out/flow.flo && false
 def test_a_failing_example_fails_the_run_and_marked_ones_are_skipped(tmp_path, capsys):
     if not (BUILD / "vemo-flow").is_file():
         pytest.skip("the programs are not built in build/")
-    spec = importlib.util.spec_from_file_location("docs_examples", REPO / "scripts" / "docs_examples.py")
-    runner = importlib.util.module_from_spec(spec)
-    sys.modules[spec.name] = runner
-    spec.loader.exec_module(runner)
+    loader_spec = importlib.util.spec_from_file_location("docs_examples", REPO / "scripts" / "docs_examples.py")
+    runner = importlib.util.module_from_spec(loader_spec)
+    sys.modules[loader_spec.name] = runner
+    loader_spec.loader.exec_module(runner)
     document = tmp_path / "example.md"
     document.write_text(DOCUMENT)
     assert runner.main([str(document), "--build", str(BUILD)]) == 1

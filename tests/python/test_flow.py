@@ -173,7 +173,16 @@ def test_a_float_frame_on_the_0_to_1_scale_is_warned_about(pair):
         vemo.flow(*pair, device="cpu", fixed_point_iters=1, solver_iters=1)
 
 
-def test_ctrl_c_stops_a_flow_at_once_and_the_engine_goes_on(pair):
+@pytest.fixture
+def ctrl_c():
+    """Ctrl-C raises KeyboardInterrupt here even where the run was started
+    with SIGINT ignored (a background job of a script)."""
+    previous = signal.signal(signal.SIGINT, signal.default_int_handler)
+    yield
+    signal.signal(signal.SIGINT, previous)
+
+
+def test_ctrl_c_stops_a_flow_at_once_and_the_engine_goes_on(pair, ctrl_c):
     engine = vemo.Engine("cpu", threads=1)
     big = textured_frames(2, 640, 480)
     threading.Timer(0.5, os.kill, (os.getpid(), signal.SIGINT)).start()
@@ -184,7 +193,7 @@ def test_ctrl_c_stops_a_flow_at_once_and_the_engine_goes_on(pair):
     assert np.array_equal(engine.flow(*pair), vemo.flow(*pair, device="cpu"))
 
 
-def test_ctrl_c_reaches_a_thread_waiting_for_a_long_call():
+def test_ctrl_c_reaches_a_thread_waiting_for_a_long_call(ctrl_c):
     cancelled = []
     threading.Timer(0.2, os.kill, (os.getpid(), signal.SIGINT)).start()
     start = time.perf_counter()

@@ -64,6 +64,9 @@ def main(argv: Optional[List[str]] = None) -> int:
         raise KeyboardInterrupt
 
     signal.signal(signal.SIGTERM, terminate)
+    # Ctrl-C too, also where the batch was started with SIGINT ignored (as a
+    # background job of a script): the signal is how a user stops it.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     # An interruption while the local cluster starts or stops leaves
     # asyncio tasks that failed; their tracebacks say nothing to the user.
     logging.getLogger("asyncio").setLevel(logging.CRITICAL)

@@ -53,6 +53,13 @@ inline std::string gpuMissing() {
     }                                                                                  \
   } while (0)
 
+// Set by scripts/gpu-simulated.sh: the device is simulated on the CPU, about
+// a second per launch, so the tests that run whole levels or whole runs
+// choose smaller frames and fewer iterations (still levels above and below
+// the one-block size, still graphs recorded and replayed) and check the
+// same things.
+inline bool simulatedGpu() { return envFlag("VEMO_SIMULATED_GPU"); }
+
 // Same value, NaNs of any payload counting as equal (the two processors
 // produce different default NaNs).
 inline bool sameValue(float a, float b) {

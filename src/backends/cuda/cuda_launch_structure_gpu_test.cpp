@@ -1,7 +1,7 @@
 // The CUDA backend's ways of running the same work with fewer launches give
 // the values of the work issued operation by operation, bit for bit: the
 // fused diffusivity, a level run in one thread block, and solves replayed
-// from CUDA graphs. None of this has run on a GPU yet (docs/gpu-validation.md).
+// from CUDA graphs. Run on a simulated GPU only, so far (docs/gpu-validation.md).
 #include "backends/cuda/cuda_backend.h"
 #include "backends/cuda/cuda_gpu_test_fixture.h"
 #include "backends/cuda/cuda_work_policy.h"
@@ -116,16 +116,15 @@ TEST_F(CudaAgainstCpu, ALevelInOneBlockIsTheLevelIssuedOpByOp) {
   struct Shape {
     int height, width;
   };
+  const int fixedPoint = cuda_testing::simulatedGpu() ? 2 : 5, solver = cuda_testing::simulatedGpu() ? 4 : 10;
   for (const Shape s : {Shape{16, 21}, Shape{24, 37}, Shape{3, 1300}, Shape{400, 9}, Shape{63, 64}}) {
     SCOPED_TRACE(testing::Message() << s.width << " x " << s.height);
     ASSERT_TRUE(cuda::runsLevelInOneBlock(s.height, s.width));
     std::unique_ptr<CudaBackend> oneBlock = freshCuda(), opByOp = freshCuda();
     ASSERT_TRUE(oneBlock && opByOp);
     opByOp->setOneBlockLevels(false);
-    const double solverBefore = timer_solver;
-    const LevelResult a = runLevel(*oneBlock, s.height, s.width, 5, 10, 1);
-    EXPECT_GT(timer_solver, solverBefore) << "the solves in the block were not timed";
-    const LevelResult b = runLevel(*opByOp, s.height, s.width, 5, 10, 1);
+    const LevelResult a = runLevel(*oneBlock, s.height, s.width, fixedPoint, solver, 1);
+    const LevelResult b = runLevel(*opByOp, s.height, s.width, fixedPoint, solver, 1);
     expectSameBits(a.u, b.u, "u");
     expectSameBits(a.v, b.v, "v");
     EXPECT_EQ(a.lastSolve, b.lastSolve);
@@ -134,17 +133,32 @@ TEST_F(CudaAgainstCpu, ALevelInOneBlockIsTheLevelIssuedOpByOp) {
   }
 }
 
+// The solves inside a one-block level are timed by the device clock (there
+// are no events inside a kernel); a clock that is never read leaves the
+// solver time unchanged.
+TEST_F(CudaAgainstCpu, SolvesInOneBlockAreTimedByTheDeviceClock) {
+  std::unique_ptr<CudaBackend> oneBlock = freshCuda();
+  ASSERT_TRUE(oneBlock);
+  const double solverBefore = timer_solver;
+  runLevel(*oneBlock, 16, 21, 2, 4, 1);
+  EXPECT_GT(timer_solver, solverBefore) << "the solves in the block were not timed";
+}
+
 // A level above the one-block size: the first solve is issued directly, the
 // second recorded, the rest replayed; a second call on the same buffers
 // replays from its first solve on. Graphs must not change a bit.
 TEST_F(CudaAgainstCpu, SolvesReplayedFromGraphsAreTheSolvesIssuedDirectly) {
-  const int H = 150, W = 203;
+  // Simulated: a level just above the one-block size, two solves per call
+  // (one direct, one recorded; the second call replays both).
+  const bool simulated = cuda_testing::simulatedGpu();
+  const int H = simulated ? 45 : 150, W = simulated ? 103 : 203;
+  const int fixedPoint = simulated ? 2 : 5, solver = simulated ? 4 : 10;
   ASSERT_FALSE(cuda::runsLevelInOneBlock(H, W));
   std::unique_ptr<CudaBackend> recorded = freshCuda(), direct = freshCuda();
   ASSERT_TRUE(recorded && direct);
   direct->setRecording(false);
-  const LevelResult a = runLevel(*recorded, H, W, 5, 10, 2);
-  const LevelResult b = runLevel(*direct, H, W, 5, 10, 2);
+  const LevelResult a = runLevel(*recorded, H, W, fixedPoint, solver, 2);
+  const LevelResult b = runLevel(*direct, H, W, fixedPoint, solver, 2);
   expectSameBits(a.u, b.u, "u");
   expectSameBits(a.v, b.v, "v");
   EXPECT_EQ(a.lastSolve, b.lastSolve);

@@ -101,9 +101,12 @@ TEST_F(CudaAgainstCpu, MatchingStagesAgreeWithTheCpu) {
   cm->computeHOG(f2.c(), hog2.c(), 3, nOri, H, W, pitch);
   cm->computeEnergy(hog2.c(), energy2.c(), H, W, pitch, nOri);
   Twin hog2s = same(hog2), energy2s = same(energy2);
+  // Simulated: every third point of the grid (each point searches up to
+  // 116 x 76 candidates, about 10^5 simulated instructions a candidate row).
+  const int step = cuda_testing::simulatedGpu() ? 18 : 6;
   std::vector<int> xs, ys;
-  for (int y = 0; y < H; y += 6)
-    for (int x = 0; x < W; x += 6) {
+  for (int y = 0; y < H; y += step)
+    for (int x = 0; x < W; x += step) {
       xs.push_back(x);
       ys.push_back(y);
     }
@@ -164,8 +167,12 @@ TEST_F(CudaAgainstCpu, MatchingStagesAgreeWithTheCpu) {
 }
 
 TEST_F(CudaAgainstCpu, WholeRunFollowsTheCpuFlow) {
-  // A textured scene moving by (1.6, -0.8) pixels, no matches.
+  // A textured scene moving by (1.6, -0.8) pixels, no matches. Simulated:
+  // three levels instead of about forty, fewer iterations.
   const int H = 72, W = 96, pitch = gpu().pitchFor(W);
+  const bool simulated = cuda_testing::simulatedGpu();
+  const float eta = simulated ? 0.5f : 0.95f;
+  const int fixedPoint = simulated ? 3 : 5, solver = simulated ? 5 : 10;
   const std::size_t plane = static_cast<std::size_t>(pitch) * H;
   auto scene = [](float x, float y, int c) {
     return 128.0f + 60.0f * std::sin(0.21f * x + 0.5f * c) * std::cos(0.17f * y) + 30.0f * std::sin(0.05f * x * y / 8);
@@ -175,9 +182,9 @@ TEST_F(CudaAgainstCpu, WholeRunFollowsTheCpuFlow) {
   Twin geo = zeros(plane);
   ::testing::internal::CaptureStdout();
   const FlowPlanes fc = gVariationalFlowVemo(cpu(), f1.c(), f2.c(), geo.c(), geo.c(), geo.c(), 1, H, W, pitch, 3,
-                                             0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+                                             0.0f, 30.0f, 300.0f, 5.0f, eta, fixedPoint, solver);
   const FlowPlanes fg = gVariationalFlowVemo(gpu(), f1.g(), f2.g(), geo.g(), geo.g(), geo.g(), 1, H, W, pitch, 3,
-                                             0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+                                             0.0f, 30.0f, 300.0f, 5.0f, eta, fixedPoint, solver);
   ::testing::internal::GetCapturedStdout();
   ASSERT_EQ(fc.pitch, fg.pitch);
   std::vector<float> uc(static_cast<std::size_t>(H) * W), vc(uc.size()), ug(uc.size()), vg(uc.size());
@@ -206,9 +213,16 @@ TEST_F(CudaAgainstCpu, WholeRunFollowsTheCpuFlow) {
 TEST_F(CudaAgainstCpu, WholeMethodWithMatchingFollowsTheCpu) {
   // A textured square moving by (14, 9) over a still textured background:
   // too far for the variational term alone, so the matches carry it.
-  const int H = 120, W = 160, pitch = gpu().pitchFor(W);
+  // Simulated: a smaller square in a smaller frame (the search's candidates
+  // grow with the frame's area), fewer levels and iterations.
+  const bool simulated = cuda_testing::simulatedGpu();
+  const int H = simulated ? 64 : 120, W = simulated ? 96 : 160, pitch = gpu().pitchFor(W);
+  const int left = simulated ? 24 : 50, top = simulated ? 14 : 35, side = simulated ? 32 : 50;
+  const int tall = simulated ? 26 : 45;
+  const float eta = simulated ? 0.5f : 0.95f;
+  const int fixedPoint = simulated ? 3 : 5, solver = simulated ? 5 : 10;
   const std::size_t plane = static_cast<std::size_t>(pitch) * H;
-  auto inSquare = [](int x, int y) { return x >= 50 && x < 100 && y >= 35 && y < 80; };
+  auto inSquare = [=](int x, int y) { return x >= left && x < left + side && y >= top && y < top + tall; };
   auto texture = [](int x, int y, int c, float f) {
     return 128.0f + 70.0f * std::sin(f * x + 0.7f * c) * std::cos(1.3f * f * y) + ((x / 5 + y / 4) % 2) * 30.0f;
   };
@@ -227,9 +241,9 @@ TEST_F(CudaAgainstCpu, WholeMethodWithMatchingFollowsTheCpu) {
   expectMostlySame(geoU, "match u", 0.002);
   expectMostlySame(geoConf, "match weights", 0.002);
   const FlowPlanes fc = gVariationalFlowVemo(cpu(), f1.c(), f2.c(), geoU.c(), geoV.c(), geoConf.c(), 1, H, W, pitch,
-                                             3, 0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+                                             3, 0.0f, 30.0f, 300.0f, 5.0f, eta, fixedPoint, solver);
   const FlowPlanes fg = gVariationalFlowVemo(gpu(), f1.g(), f2.g(), geoU.g(), geoV.g(), geoConf.g(), 1, H, W, pitch,
-                                             3, 0.0f, 30.0f, 300.0f, 5.0f, 0.95f, 5, 10);
+                                             3, 0.0f, 30.0f, 300.0f, 5.0f, eta, fixedPoint, solver);
   ::testing::internal::GetCapturedStdout();
   std::vector<float> uc(static_cast<std::size_t>(H) * W), vc(uc.size()), ug(uc.size()), vg(uc.size());
   cpu().download(uc.data(), fc.u.data(), fc.pitch, W, H);

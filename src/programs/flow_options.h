@@ -4,7 +4,6 @@
 #include <string>
 
 #include "backends/backend_factory.h"
-#include "driver/flow_stages.h"
 
 struct FlowOptions {
   std::string frame1, frame2;  // the two frames (pair mode)
@@ -17,7 +16,7 @@ struct FlowOptions {
   std::string vizVideo;        // colour-coded flow as a video (video mode)
   std::string preset = "default";  // --preset: the values the method starts from
   // The method's seven values: after parsing, the preset's, with the options
-  // given explicitly over them.
+  // given explicitly over them (the preset's further choices follow its name).
   float sigma = 0.8f;
   float alpha = 30.0f;
   float beta = 300.0f;
@@ -37,9 +36,6 @@ struct FlowOptions {
   bool quiet = false;
   bool timings = false;
   bool help = false;
-  // After parsing: every value of the method (the preset's knobs, the seven
-  // values above).
-  FlowParameters method = {};
 };
 
 // Parses argv[1..argc-1]. Options take their value as the next argument or

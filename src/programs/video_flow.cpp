@@ -1,17 +1,16 @@
-#include "driver/video_flow.h"
+#include "programs/video_flow.h"
 
 #include <unistd.h>
 
 #include <cstdio>
 #include <memory>
 
-#include "backends/backend_factory.h"
 #include "common/cancel.h"
 #include "driver/flow_picture.h"
-#include "driver/interruption.h"
+#include "programs/interruption.h"
 #include "driver/optic_flow.h"
-#include "driver/pair_run.h"
-#include "driver/sequence.h"
+#include "programs/pair_run.h"
+#include "programs/sequence.h"
 #include "video/video_error.h"
 #include "video/video_reader.h"
 #include "video/video_writer.h"
@@ -88,7 +87,7 @@ bool advance(CVideoReader& reader, int step, CTensor<float>& frame) {
 
 }  // namespace
 
-int runVideoFlow(const FlowOptions& o, const std::string& backend) {
+int runVideoFlow(const FlowOptions& o, vemo::Engine& engine) {
   std::string error;
   for (const std::string& pattern : {o.output, o.viz, o.backward, o.occlusions}) {
     if (!pattern.empty() && !checkFramePattern(pattern, error)) {
@@ -130,7 +129,6 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
   if (o.frames > 0 && (total < 0 || o.frames - 1 < total)) total = o.frames - 1;
 
   const double start = wallSeconds();
-  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
   CFlowVideo flowVideo(o, rate);
   CProgress progress(stderr, static_cast<int>(total), isatty(STDERR_FILENO) == 1);
   CInterruption interruption;
@@ -169,7 +167,7 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
         }
         ++counts.kept;
       } else {
-        flowVideo.add(runPair(*engine, previous, next, o, out, frameLabel(n1), frameLabel(n2)));
+        flowVideo.add(runPair(engine, previous, next, o, out, frameLabel(n1), frameLabel(n2)));
         ++counts.computed;
       }
       ++pairs;
@@ -205,7 +203,7 @@ int runVideoFlow(const FlowOptions& o, const std::string& backend) {
     std::vector<std::string> written = outputRanges(outputsOf(o.start), outputsOf(o.start + (pairs - 1) * o.step));
     if (!video.empty()) written.push_back(video);
     std::printf("Wrote %s (%s of %d x %d, %.2f s on the %s backend%s)\n", listed(written).c_str(),
-                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, backend.c_str(),
+                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, engine.device().c_str(),
                 resumedCounts(counts, o.resume).c_str());
   }
   return 0;

@@ -1,4 +1,4 @@
-#include "driver/flow_options.h"
+#include "programs/flow_options.h"
 
 #include <cerrno>
 #include <cfloat>
@@ -86,13 +86,6 @@ void applyPreset(FlowOptions& o, const std::set<std::string>& given) {
   if (!given.count("--eta")) o.eta = p.eta;
   if (!given.count("--fixed-point-iters")) o.fixedPointIterations = p.fixedPointIterations;
   if (!given.count("--solver-iters")) o.solverIterations = p.solverIterations;
-  o.method = p;
-  o.method.alpha = o.alpha;
-  o.method.beta = o.beta;
-  o.method.gamma = o.gamma;
-  o.method.eta = o.eta;
-  o.method.fixedPointIterations = o.fixedPointIterations;
-  o.method.solverIterations = o.solverIterations;
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Parsing of vemo-flow's named options.
-#include "driver/flow_options.h"
+#include "programs/flow_options.h"
 
 #include <gtest/gtest.h>
 
@@ -100,19 +100,17 @@ TEST(FlowOptions, PresetSetsTheMethodAndExplicitOptionsOverrideIt) {
   const FlowPreset& fast = findPreset("fast");
   ASSERT_TRUE(parse({"--solver-iters", "7", "a", "b", "-o", "f.flo", "--preset", "fast", "--sigma=0"}, o, error))
       << error;
-  EXPECT_EQ(o.method.solverIterations, 7);
+  EXPECT_EQ(o.preset, "fast");
+  EXPECT_EQ(o.solverIterations, 7);
   EXPECT_EQ(o.sigma, 0.0f);
-  EXPECT_EQ(o.method.eta, fast.parameters.eta);
-  EXPECT_EQ(o.method.fixedPointIterations, fast.parameters.fixedPointIterations);
-  EXPECT_EQ(o.method.matching.gridStep, fast.parameters.matching.gridStep);
-  EXPECT_EQ(o.method.variational.extraPasses, fast.parameters.variational.extraPasses);
+  EXPECT_EQ(o.eta, fast.parameters.eta);
+  EXPECT_EQ(o.fixedPointIterations, fast.parameters.fixedPointIterations);
 
   ASSERT_TRUE(parse({"a", "b", "-o", "f.flo"}, o, error)) << error;
   EXPECT_EQ(o.preset, "default");
   EXPECT_EQ(o.sigma, 0.8f);
-  EXPECT_EQ(o.method.alpha, 30.0f);
-  EXPECT_EQ(o.method.fixedPointIterations, 5);
-  EXPECT_EQ(o.method.variational.extraPasses, 5);
+  EXPECT_EQ(o.alpha, 30.0f);
+  EXPECT_EQ(o.fixedPointIterations, 5);
 
   EXPECT_FALSE(parse({"a", "b", "-o", "f.flo", "--preset", "fats"}, o, error));
   EXPECT_NE(error.find("ultrafast, fast, default, quality"), std::string::npos) << error;

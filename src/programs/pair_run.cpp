@@ -1,30 +1,22 @@
-#include "driver/pair_run.h"
+#include "programs/pair_run.h"
 
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <utility>
 
-#include "backends/backend_factory.h"
-#include "backends/cuda/device_probe.h"
-#include "common/timer.h"
-#include "driver/flow_picture.h"
-#include "driver/flow_stages.h"
-#include "driver/occlusion.h"
-#include "driver/pair_flow.h"
-#include "driver/optic_flow.h"
-#include "driver/run_flow.h"
+#include "api/frames.h"
 #include "image/atomic_file.h"
 #include "image/exceptions.h"
-#include "image/write_picture.h"
 #include "matching/hog_match_driver.h"
 #include "variational/pyramid.h"
-#include "variational/solver_timers.h"
+#include "vemo/vemo.hpp"
 
 namespace {
 
@@ -33,39 +25,60 @@ constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid po
 // The stage times of the flow just computed, one labelled line per stage
 // (the pipeline's own lines are the vemo program's format and stay off).
 // The fixed-point iterations include their linear solves.
-void printTimings(int width, int height, float eta) {
+void printTimings(const vemo::Timings& t, int width, int height, float eta) {
   int levels = 0;
   const int scales = vemo::pyramidScaleCount(height, width, eta);
   for (int s = 0; s <= scales; ++s) levels += vemo::pyramidLevelIsDegenerate(s, height, width, eta) ? 0 : 1;
   std::printf("  %d x %d pixels, matching grid %d x %d points, %d pyramid level%s\n", width, height,
               vemo::matchGridCount(width), vemo::matchGridCount(height), levels, levels == 1 ? "" : "s");
   const std::pair<const char*, double> lines[] = {
-      {"  presmoothing", timer_filter},
-      {"  upload and download", timer_memcpy1},
-      {"  descriptor matching", timer_HOG},
-      {"    descriptors", timer_hogc},
-      {"    matching", timer_hogmatch},
-      {"  variational part", timer_var},
-      {"    fixed-point iterations", timer_makematrix},
-      {"      linear solves", timer_solver},
-      {"    warping", timer_interp_warp},
-      {"    downsampling", timer_down},
+      {"  presmoothing", t.presmoothing},
+      {"  upload and download", t.transfers},
+      {"  descriptor matching", t.matching},
+      {"    descriptors", t.descriptors},
+      {"    matching", t.search},
+      {"  variational part", t.variational},
+      {"    fixed-point iterations", t.fixed_point},
+      {"      linear solves", t.solves},
+      {"    warping", t.warping},
+      {"    downsampling", t.downsampling},
   };
   for (const auto& line : lines) std::printf("%-28s%10.2f ms\n", line.first, line.second);
-  std::printf("%-28s%10.2f ms\n", "  total", timer_total);
+  std::printf("%-28s%10.2f ms\n", "  total", t.total);
+}
+
+// A frame as the readers give it (three planes) in the Engine's layout:
+// interleaved R, G, B floats.
+std::vector<float> interleaved(const CTensor<float>& frame) {
+  const std::size_t plane = frame.planeSize();
+  std::vector<float> samples(plane * 3);
+  for (std::size_t i = 0; i < plane; ++i)
+    for (int c = 0; c < 3; ++c) samples[i * 3 + c] = frame.data[(frame.zSize == 3 ? c : 0) * plane + i];
+  return samples;
+}
+
+vemo::Parameters parametersOf(const FlowOptions& o) {
+  vemo::Parameters p;
+  p.sigma = o.sigma;
+  p.alpha = o.alpha;
+  p.beta = o.beta;
+  p.gamma = o.gamma;
+  p.eta = o.eta;
+  p.fixed_point_iters = o.fixedPointIterations;
+  p.solver_iters = o.solverIterations;
+  p.preset = o.preset;
+  return p;
 }
 
 // The flow from `from` to `to`; with --timings, under a line naming it and
 // followed by its own stage times.
-CTensor<float> labelledFlow(vemo::Backend& backend, const CTensor<float>& from, const CTensor<float>& to,
-                            const FlowOptions& o, const char* direction, const std::string& fromName,
-                            const std::string& toName) {
-  if (o.timings) {
-    resetStageTimers();
-    std::printf("%s flow %s -> %s:\n", direction, fromName.c_str(), toName.c_str());
-  }
-  CTensor<float> flow = flowBetween(backend, from, to, o.sigma, o.method);
-  if (o.timings) printTimings(from.xSize, from.ySize, o.eta);
+vemo::Flow labelledFlow(vemo::Engine& engine, const std::vector<float>& from, const std::vector<float>& to, int width,
+                        int height, const FlowOptions& o, const char* direction, const std::string& fromName,
+                        const std::string& toName) {
+  if (o.timings) std::printf("%s flow %s -> %s:\n", direction, fromName.c_str(), toName.c_str());
+  vemo::Flow flow = engine.flow(vemo::ImageView(from.data(), width, height, 3),
+                                vemo::ImageView(to.data(), width, height, 3), parametersOf(o));
+  if (o.timings) printTimings(engine.last_timings(), width, height, o.eta);
   return flow;
 }
 
@@ -118,16 +131,19 @@ std::string resumedCounts(const PairCounts& counts, bool resume) {
          " kept, " + std::to_string(counts.computed) + " computed";
 }
 
-std::string selectBackend(const vemo::DeviceRequest& device) {
-  vemo::requestBackend(device.backend, device.cudaDevice);
-  const std::string chosen = vemo::chosenBackendName();
-  if (device.backend == vemo::BackendRequest::Cuda && chosen != "cuda") {
-    const vemo::CudaProbe& probe = vemo::probeCudaDevice(device.cudaDevice);
-    const std::string why = probe.present ? probe.reason : "no usable CUDA GPU was found";
-    std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kFlowProgram, why.c_str(),
-                 chosen.c_str());
+vemo::Engine openEngine(const FlowOptions& o) {
+  const vemo::DeviceRequest& r = o.device;
+  const std::string device = r.backend == vemo::BackendRequest::Auto  ? "auto"
+                             : r.backend == vemo::BackendRequest::Cpu ? "cpu"
+                                                                       : "cuda:" + std::to_string(r.cudaDevice);
+  try {
+    return vemo::Engine(device, o.threads);
+  } catch (const vemo::DeviceError& e) {
+    vemo::Engine cpu("cpu", o.threads);
+    std::fprintf(stderr, "%s: warning: %s; running on the %s backend instead\n", kFlowProgram, e.what(),
+                 cpu.device().c_str());
+    return cpu;
   }
-  return chosen;
 }
 
 void checkFrames(const CTensor<float>& frame1, const CTensor<float>& frame2, const std::string& name1,
@@ -194,22 +210,29 @@ void checkReadable(const std::string& frame) {
   }
 }
 
-CTensor<float> runPair(vemo::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
+CTensor<float> runPair(vemo::Engine& engine, const CTensor<float>& frame1, const CTensor<float>& frame2,
                        const FlowOptions& o, const PairOutputs& out, const std::string& name1,
                        const std::string& name2) {
-  CTensor<float> forward = labelledFlow(backend, frame1, frame2, o, "Forward", name1, name2);
-  CTensor<float> backward;
+  const int width = frame1.xSize, height = frame1.ySize;
+  const std::vector<float> a = interleaved(frame1), b = interleaved(frame2);
+  const vemo::Flow forward = labelledFlow(engine, a, b, width, height, o, "Forward", name1, name2);
+  vemo::Flow backward;
   if (!out.backward.empty() || !out.occlusions.empty())
-    backward = labelledFlow(backend, frame2, frame1, o, "Backward", name2, name1);
-  CTensor<float> picture, mask;
-  if (!out.viz.empty()) picture = flowPicture(forward, o.maxFlow, o.legend);
-  if (!out.occlusions.empty()) mask = occlusionMask(forward, backward);
+    backward = labelledFlow(engine, b, a, width, height, o, "Backward", name2, name1);
+  vemo::Image picture, mask;
+  if (!out.viz.empty()) picture = vemo::flow_to_rgb(forward, o.maxFlow, o.legend);
+  if (!out.occlusions.empty()) {
+    const std::vector<std::uint8_t> occluded = vemo::occlusion_mask(forward, backward);
+    mask = vemo::Image(width, height, 1, vemo::PixelType::UInt8);
+    std::uint8_t* pixels = static_cast<std::uint8_t*>(mask.data());
+    for (std::size_t i = 0; i < occluded.size(); ++i) pixels[i] = occluded[i] ? 255 : 0;
+  }
 
-  if (!out.flow.empty()) COpticFlow::writeMiddleburyAtomically(forward, out.flow);
-  if (!out.backward.empty()) COpticFlow::writeMiddleburyAtomically(backward, out.backward);
-  if (!out.viz.empty()) NImageIO::writePicture(picture, out.viz);
-  if (!out.occlusions.empty()) NImageIO::writePicture(mask, out.occlusions);
-  return forward;
+  if (!out.flow.empty()) vemo::write_flo(out.flow, forward);
+  if (!out.backward.empty()) vemo::write_flo(out.backward, backward);
+  if (!out.viz.empty()) vemo::write_image(out.viz, picture.view());
+  if (!out.occlusions.empty()) vemo::write_image(out.occlusions, mask.view());
+  return vemo::api::tensorFromFlow(forward);
 }
 
 std::vector<std::string> outputRanges(const PairOutputs& first, const PairOutputs& last) {

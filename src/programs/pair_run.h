@@ -6,12 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "driver/flow_options.h"
+#include "programs/flow_options.h"
 #include "image/tensor.h"
 
-namespace vemo {
-class Backend;
-}
+#include "vemo/engine.hpp"
 
 constexpr const char* kFlowProgram = "vemo-flow";
 
@@ -41,9 +39,10 @@ std::string interruptedLine(const PairCounts& counts, long long total, const std
 // with --resume; "" without.
 std::string resumedCounts(const PairCounts& counts, bool resume);
 
-// Tells the backend factory what --device asked for and says on stderr when
-// another backend runs instead. Returns the name of the one that runs.
-std::string selectBackend(const vemo::DeviceRequest& device);
+// The Engine of a run: the device --device asks for with --threads; a CUDA
+// device that cannot be used is named in a warning and the CPU runs
+// instead, as the Python module and the batch do.
+vemo::Engine openEngine(const FlowOptions& options);
 
 // Refuses frames of different sizes or below 2 x 2 (message naming both
 // frames, ETensorIncompatibleSize); notes frames too small for matching
@@ -66,11 +65,11 @@ void prepareOutputs(const PairOutputs& first, const FlowOptions& options);
 void checkReadable(const std::string& frame);
 
 // Computes the pair (frame1 to frame2, and back when --backward or
-// --occlusions ask for it) and writes its outputs. With --timings the stage
-// times of each flow are printed under a line naming it (name1 -> name2),
-// each flow's own times. One backend serves every pair of a run, so its
-// buffers are reused. Returns the forward flow.
-CTensor<float> runPair(vemo::Backend& backend, const CTensor<float>& frame1, const CTensor<float>& frame2,
+// --occlusions ask for it) on the Engine and writes its outputs. With
+// --timings the stage times of each flow are printed under a line naming it
+// (name1 -> name2), each flow's own times. One Engine serves every pair of a
+// run, so its buffers are reused. Returns the forward flow.
+CTensor<float> runPair(vemo::Engine& engine, const CTensor<float>& frame1, const CTensor<float>& frame2,
                        const FlowOptions& options, const PairOutputs& outputs, const std::string& name1,
                        const std::string& name2);
 

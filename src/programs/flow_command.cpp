@@ -1,4 +1,4 @@
-#include "driver/flow_command.h"
+#include "programs/flow_command.h"
 
 #include <omp.h>
 #include <unistd.h>
@@ -8,20 +8,19 @@
 #include <string>
 #include <vector>
 
-#include "backends/backend_factory.h"
 #include "common/diagnostics.h"
 #include "common/stage_lines.h"
 #include "common/cancel.h"
-#include "driver/flow_options.h"
-#include "driver/interruption.h"
-#include "driver/pair_run.h"
-#include "driver/sequence.h"
-#include "driver/video_flow.h"
+#include "programs/flow_options.h"
+#include "programs/interruption.h"
+#include "programs/pair_run.h"
+#include "programs/sequence.h"
+#include "programs/video_flow.h"
 #include "image/read_image.h"
 
 namespace {
 
-int runSinglePair(const FlowOptions& o, const std::string& backend) {
+int runSinglePair(const FlowOptions& o, vemo::Engine& engine) {
   const PairOutputs out{o.output, o.viz, o.backward, o.occlusions};
   checkReadable(o.frame1);
   checkReadable(o.frame2);
@@ -31,16 +30,15 @@ int runSinglePair(const FlowOptions& o, const std::string& backend) {
   NImageIO::readImage(o.frame2, frame2);
   checkFrames(frame1, frame2, o.frame1, o.frame2, o.quiet);
   const double start = wallSeconds();
-  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
-  runPair(*engine, frame1, frame2, o, out, o.frame1, o.frame2);
+  runPair(engine, frame1, frame2, o, out, o.frame1, o.frame2);
   if (!o.quiet) {
     std::printf("Wrote %s (%d x %d, %.2f s on the %s backend)\n", listed(out.names()).c_str(), frame1.xSize,
-                frame1.ySize, wallSeconds() - start, backend.c_str());
+                frame1.ySize, wallSeconds() - start, engine.device().c_str());
   }
   return 0;
 }
 
-int runSequence(const FlowOptions& o, const std::string& backend) {
+int runSequence(const FlowOptions& o, vemo::Engine& engine) {
   std::string error;
   for (const std::string& pattern : {o.sequence, o.output, o.viz, o.backward, o.occlusions}) {
     if (!pattern.empty() && !checkFramePattern(pattern, error)) {
@@ -62,7 +60,6 @@ int runSequence(const FlowOptions& o, const std::string& backend) {
   const int pairs = static_cast<int>(frames.size()) - 1;
   const double start = wallSeconds();
   CProgress progress(stderr, pairs, isatty(STDERR_FILENO) == 1);
-  std::unique_ptr<vemo::Backend> engine = vemo::makeBackend();
   CInterruption interruption;
   PairCounts counts;
   CTensor<float> previous;
@@ -80,7 +77,7 @@ int runSequence(const FlowOptions& o, const std::string& backend) {
       if (o.resume && out.complete(previous.xSize, previous.ySize)) {
         ++counts.kept;
       } else {
-        runPair(*engine, previous, next, o, out, previousName, nextName);
+        runPair(engine, previous, next, o, out, previousName, nextName);
         ++counts.computed;
       }
       if (!o.quiet) progress.update(p + 1);
@@ -97,7 +94,7 @@ int runSequence(const FlowOptions& o, const std::string& backend) {
   if (!o.quiet) {
     std::printf("Wrote %s (%s of %d x %d, %.2f s on the %s backend%s)\n",
                 listed(outputRanges(outputsOf(frames.front()), outputsOf(frames[pairs - 1]))).c_str(),
-                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, backend.c_str(),
+                pairCount(pairs).c_str(), previous.xSize, previous.ySize, wallSeconds() - start, engine.device().c_str(),
                 resumedCounts(counts, o.resume).c_str());
   }
   return 0;
@@ -122,7 +119,7 @@ int runFlowProgram(int argc, char** argv) {
   // The pipeline's own stage lines are the vemo program's; --timings prints
   // labelled ones instead (pair_run).
   vemo::setStageLines(false);
-  const std::string backend = selectBackend(options.device);
-  if (!options.video.empty()) return runVideoFlow(options, backend);
-  return options.sequence.empty() ? runSinglePair(options, backend) : runSequence(options, backend);
+  vemo::Engine engine = openEngine(options);
+  if (!options.video.empty()) return runVideoFlow(options, engine);
+  return options.sequence.empty() ? runSinglePair(options, engine) : runSequence(options, engine);
 }

@@ -3,7 +3,8 @@
 
 #include <string>
 
-#include "driver/flow_options.h"
+#include "programs/flow_options.h"
+#include "vemo/engine.hpp"
 
 // Decodes the video once, frame after frame, and computes the pairs
 // (start, start + step), (start + step, start + 2 step), ... for --frames
@@ -13,6 +14,6 @@
 // throughout. A clip whose frames change size, a file that is not a video
 // or that breaks off ends the run with a message and status 1; the outputs
 // of the pairs before stay complete, and so does the flow video, which
-// then holds those pairs. backend names the backend that runs, for the
-// closing line. Returns the exit status.
-int runVideoFlow(const FlowOptions& options, const std::string& backend);
+// then holds those pairs. The Engine computes every pair. Returns the exit
+// status.
+int runVideoFlow(const FlowOptions& options, vemo::Engine& engine);

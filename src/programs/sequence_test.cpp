@@ -1,5 +1,5 @@
 // Frame patterns, sequence discovery and progress lines.
-#include "driver/sequence.h"
+#include "programs/sequence.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

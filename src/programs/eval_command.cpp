@@ -1,4 +1,4 @@
-#include "driver/eval_command.h"
+#include "programs/eval_command.h"
 
 #include <cerrno>
 #include <cmath>

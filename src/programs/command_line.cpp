@@ -8,7 +8,7 @@
 // printed and an empty (0 x 0) flow file is still written. The reference
 // flow is read from the ninth argument, the same text that gives the solver
 // iteration count; the tenth is only a switch that turns the evaluation on.
-#include "driver/command_line.h"
+#include "programs/command_line.h"
 
 #include <cmath>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "driver/sequence.h"
+#include "programs/sequence.h"
 
 #include <sys/stat.h>
 #include <sys/time.h>
