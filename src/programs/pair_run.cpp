@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "api/frames.h"
+#include "driver/presets.h"
 #include "image/atomic_file.h"
 #include "image/exceptions.h"
 #include "matching/hog_match_driver.h"
@@ -25,12 +26,17 @@ constexpr int kMatchingMinimum = 25;  // smaller frames have no matching grid po
 // The stage times of the flow just computed, one labelled line per stage
 // (the pipeline's own lines are the vemo program's format and stay off).
 // The fixed-point iterations include their linear solves.
-void printTimings(const vemo::Timings& t, int width, int height, float eta) {
+void printTimings(const vemo::Timings& t, int width, int height, const FlowOptions& o) {
+  const float eta = o.eta;
+  // The grid the preset's matching lays on its (possibly reduced) frames.
+  const vemo::MatchSettings match = findPreset(o.preset).parameters.matching;
+  const int matchWidth = (width + match.downscale - 1) / match.downscale;
+  const int matchHeight = (height + match.downscale - 1) / match.downscale;
   int levels = 0;
   const int scales = vemo::pyramidScaleCount(height, width, eta);
   for (int s = 0; s <= scales; ++s) levels += vemo::pyramidLevelIsDegenerate(s, height, width, eta) ? 0 : 1;
   std::printf("  %d x %d pixels, matching grid %d x %d points, %d pyramid level%s\n", width, height,
-              vemo::matchGridCount(width), vemo::matchGridCount(height), levels, levels == 1 ? "" : "s");
+              vemo::matchGridCount(matchWidth, match.gridStep), vemo::matchGridCount(matchHeight, match.gridStep), levels, levels == 1 ? "" : "s");
   const std::pair<const char*, double> lines[] = {
       {"  presmoothing", t.presmoothing},
       {"  upload and download", t.transfers},
@@ -78,7 +84,7 @@ vemo::Flow labelledFlow(vemo::Engine& engine, const std::vector<float>& from, co
   if (o.timings) std::printf("%s flow %s -> %s:\n", direction, fromName.c_str(), toName.c_str());
   vemo::Flow flow = engine.flow(vemo::ImageView(from.data(), width, height, 3),
                                 vemo::ImageView(to.data(), width, height, 3), parametersOf(o));
-  if (o.timings) printTimings(engine.last_timings(), width, height, o.eta);
+  if (o.timings) printTimings(engine.last_timings(), width, height, o);
   return flow;
 }
 
