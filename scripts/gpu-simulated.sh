@@ -16,6 +16,10 @@
 #   parity   vemo on CPU and simulated GPU: generated pairs of two sizes and
 #            shifts, a crop of a real pair, and vemo-flow's backward flow and
 #            occlusions; same bytes, or the largest and mean difference
+#   presets  vemo-flow --preset ultrafast, fast and quality on CPU and
+#            simulated GPU (a 96 x 80 pair; the pyramid factor and iteration
+#            counts lowered, the presets' matching, schedule and smoothness
+#            choices kept); same bytes, or the differences
 #   default  vemo with its default parameters on a generated 96 x 80 pair
 #            (more than an hour: run it in the background)
 #   speed    the simulator's timing model on each kernel family at one size
@@ -28,7 +32,7 @@
 {
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-SIM="$(cd "${1:?usage: scripts/gpu-simulated.sh SIMULATOR_DIR [build|tests|parity|default|speed ...]}" && pwd)"
+SIM="$(cd "${1:?usage: scripts/gpu-simulated.sh SIMULATOR_DIR [build|tests|parity|presets|default|speed ...]}" && pwd)"
 shift
 STEPS=("$@")
 [ ${#STEPS[@]} -gt 0 ] || STEPS=(build tests parity)
@@ -186,6 +190,28 @@ step_parity() {
     && echo "  occlusions: same bytes" || echo "  occlusions: differ"
   rm -rf "$pairs"
   echo "parity: $(seconds_since "$t0") s"
+}
+
+# The presets' own choices (half-size matching, sparser grids, a pyramid
+# stopped above full size, full-size passes, the smoothness epsilon) on both
+# devices. The iteration counts are lowered so that a run takes minutes.
+step_presets() {
+  local t0 pair preset dev dir t; t0=$(date +%s)
+  pair=$(mktemp -d)
+  "$BUILD/vemo-synth" "$pair" -3.25 2.75 96 80 7 >/dev/null
+  for preset in ultrafast fast quality; do
+    for dev in cpu cuda; do
+      dir=$(run_dir "preset-$preset/$dev")
+      t=$(date +%s)
+      (cd "$dir" && $NICE "$BUILD/vemo-flow" --device "$dev" --preset "$preset" "$pair/frame1.ppm" "$pair/frame2.ppm" \
+          -o flow.flo --eta 0.6 --fixed-point-iters 2 --solver-iters 3 >run.log 2>run.err) \
+        || { echo "preset $preset: $dev run failed:"; grep -v '^GPGPU-Sim' "$dir/run.err" | tail -5; return 1; }
+      printf 'preset %s %s %ss; ' "$preset" "$dev" "$(seconds_since "$t")"
+    done
+    compare_flo "$RUNS/preset-$preset/cpu/flow.flo" "$RUNS/preset-$preset/cuda/flow.flo"
+  done
+  rm -rf "$pair"
+  echo "presets: $(seconds_since "$t0") s"
 }
 
 # The default parameters at 96 x 80: more than an hour simulated.
