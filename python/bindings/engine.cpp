@@ -32,24 +32,25 @@ vemo::Parameters parametersOf(float sigma, float alpha, float beta, float gamma,
   return p;
 }
 
-struct Pair {
-  FrameArray a, b;
-};
-
-// Both frames as the library sees them; the library checks the rest.
-void viewPair(const AnyArray& a, const AnyArray& b, Pair& pair) {
-  viewFrame(a, "frame1", pair.a);
-  viewFrame(b, "frame2", pair.b);
+// compute(view1, view2) on both frames as the library sees them (the
+// library checks the rest), without the GIL and under the caller's cancel
+// flag.
+template <typename Compute>
+auto onPair(const AnyArray& a, const AnyArray& b, const CancelFlag* cancel, Compute compute) {
+  FrameArray frame1, frame2;
+  viewFrame(a, "frame1", frame1);
+  viewFrame(b, "frame2", frame2);
+  nb::gil_scoped_release released;
+  const vemo::CancelScope scope(flagOf(cancel));
+  return compute(frame1.view, frame2.view);
 }
 
 }  // namespace
 
 void bindEngine(nb::module_& m) {
-  m.def("check_parameters",
-        [](float sigma, float alpha, float beta, float gamma, float eta, int fixedPointIters, int solverIters,
-           const std::string& preset) {
-          parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters, preset);
-        }, nb::arg("sigma"), nb::arg("alpha"), nb::arg("beta"), nb::arg("gamma"),
+  // The checked values the Engine's calls take, opaque to Python.
+  nb::class_<vemo::Parameters>(m, "Parameters");
+  m.def("check_parameters", &parametersOf, nb::arg("sigma"), nb::arg("alpha"), nb::arg("beta"), nb::arg("gamma"),
         nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"), nb::arg("preset") = "default");
   m.def("preset_names", &vemo::Parameters::preset_names);
   // The seven values of a preset, in the order of check_parameters.
@@ -71,43 +72,25 @@ void bindEngine(nb::module_& m) {
       .def_prop_ro("threads", &vemo::Engine::threads)
       .def(
           "flow",
-          [](vemo::Engine& e, const AnyArray& a, const AnyArray& b, float sigma, float alpha, float beta, float gamma,
-             float eta, int fixedPointIters, int solverIters, const std::string& preset, const CancelFlag* cancel) {
-            const vemo::Parameters p =
-                parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters, preset);
-            Pair pair;
-            viewPair(a, b, pair);
-            vemo::Flow flow;
-            {
-              nb::gil_scoped_release released;
-              const vemo::CancelScope scope(flagOf(cancel));
-              flow = e.flow(pair.a.view, pair.b.view, p);
-            }
-            return flowToArray(flow);
+          [](vemo::Engine& e, const AnyArray& a, const AnyArray& b, const vemo::Parameters& p,
+             const CancelFlag* cancel) {
+            return flowToArray(onPair(a, b, cancel, [&](const vemo::ImageView& va, const vemo::ImageView& vb) {
+              return e.flow(va, vb, p);
+            }));
           },
-          nb::arg("frame1"), nb::arg("frame2"), nb::arg("sigma"), nb::arg("alpha"), nb::arg("beta"),
-          nb::arg("gamma"), nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"),
-          nb::arg("preset"), nb::arg("cancel").none() = nb::none())
+          nb::arg("frame1"), nb::arg("frame2"), nb::arg("parameters"), nb::arg("cancel").none() = nb::none())
       .def(
           "flow_pair",
-          [](vemo::Engine& e, const AnyArray& a, const AnyArray& b, float sigma, float alpha, float beta, float gamma,
-             float eta, int fixedPointIters, int solverIters, const std::string& preset, const CancelFlag* cancel) {
-            const vemo::Parameters p =
-                parametersOf(sigma, alpha, beta, gamma, eta, fixedPointIters, solverIters, preset);
-            Pair pair;
-            viewPair(a, b, pair);
-            vemo::FlowPair flows;
-            {
-              nb::gil_scoped_release released;
-              const vemo::CancelScope scope(flagOf(cancel));
-              flows = e.flow_pair(pair.a.view, pair.b.view, p);
-            }
+          [](vemo::Engine& e, const AnyArray& a, const AnyArray& b, const vemo::Parameters& p,
+             const CancelFlag* cancel) {
+            const vemo::FlowPair flows =
+                onPair(a, b, cancel, [&](const vemo::ImageView& va, const vemo::ImageView& vb) {
+                  return e.flow_pair(va, vb, p);
+                });
             return nb::make_tuple(flowToArray(flows.forward), flowToArray(flows.backward),
                                   maskToArray(flows.occluded, flows.forward.width(), flows.forward.height()));
           },
-          nb::arg("frame1"), nb::arg("frame2"), nb::arg("sigma"), nb::arg("alpha"), nb::arg("beta"),
-          nb::arg("gamma"), nb::arg("eta"), nb::arg("fixed_point_iters"), nb::arg("solver_iters"),
-          nb::arg("preset"), nb::arg("cancel").none() = nb::none());
+          nb::arg("frame1"), nb::arg("frame2"), nb::arg("parameters"), nb::arg("cancel").none() = nb::none());
 }
 
 }  // namespace vemopy

@@ -35,11 +35,11 @@ def _array(frame: object, name: str) -> np.ndarray:
     return frame
 
 
-def _values(preset: Optional[str], **parameters: Any) -> list:
-    """The seven parameters (the preset's, those given over them), checked,
-    and the preset's name, in the order the module takes them."""
+def _parameters(preset: Optional[str], **parameters: Any) -> "_vemo.Parameters":
+    """The seven parameters (the preset's, those given over them) and the
+    preset's name, checked, as the module's calls take them."""
     name, checked = resolve_parameters(preset, **parameters)
-    return [checked[p.name] for p in PARAMETERS] + [name]
+    return _vemo.check_parameters(*(checked[p.name] for p in PARAMETERS), name)
 
 
 def _cancellable(call: Callable[..., Any], *args: Any) -> Any:
@@ -124,9 +124,9 @@ class Engine:
         computation within a fraction of a second (KeyboardInterrupt); the
         Engine stays usable.
         """
-        values = _values(self._preset if preset is None else preset, sigma=sigma, alpha=alpha, beta=beta,
+        parameters = _parameters(self._preset if preset is None else preset, sigma=sigma, alpha=alpha, beta=beta,
                          gamma=gamma, eta=eta, fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
-        return _cancellable(self._engine.flow, _array(frame1, "frame1"), _array(frame2, "frame2"), *values)
+        return _cancellable(self._engine.flow, _array(frame1, "frame1"), _array(frame2, "frame2"), parameters)
 
     def flow_pair(
         self,
@@ -150,10 +150,10 @@ class Engine:
         ``vemo-flow --backward --occlusions``. Frames, parameters and errors
         as for :meth:`flow`.
         """
-        values = _values(self._preset if preset is None else preset, sigma=sigma, alpha=alpha, beta=beta,
+        parameters = _parameters(self._preset if preset is None else preset, sigma=sigma, alpha=alpha, beta=beta,
                          gamma=gamma, eta=eta, fixed_point_iters=fixed_point_iters, solver_iters=solver_iters)
         forward, backward, occluded = _cancellable(
-            self._engine.flow_pair, _array(frame1, "frame1"), _array(frame2, "frame2"), *values)
+            self._engine.flow_pair, _array(frame1, "frame1"), _array(frame2, "frame2"), parameters)
         return PairFlow(forward, backward, occluded)
 
 
