@@ -67,6 +67,13 @@ VEMO_INLINE float matchWeight(float d1, float d2) {
   return (float)((double)(d2 - d1) / ((double)d1 + 1e-6));
 }
 
+// Whether grid point (x, y) of frames reduced by `scale` writes inside
+// planes of height x width (see consistencyCheckAt).
+VEMO_INLINE bool consistencyPointInside(int x, int y, int scale, int height, int width) {
+  const int centre = (scale - 1) / 2;
+  return x >= 0 && y >= 0 && (long long)x * scale + centre < width && (long long)y * scale + centre < height;
+}
+
 // Consistency check of point i: keeps the forward match of grid point
 // (m_x[i], m_y[i]) when the backward search from it lands within one pixel
 // of the grid point in both coordinates, writing the integer displacement and
@@ -77,13 +84,6 @@ VEMO_INLINE float matchWeight(float d1, float d2) {
 // / 2, likewise y), the one nearest the centre of the reduced pixel's
 // footprint, with the displacement multiplied by scale. Scale 1 is the grid
 // of the frames themselves.
-// Whether grid point (x, y) of frames reduced by `scale` writes inside
-// planes of height x width.
-VEMO_INLINE bool consistencyPointInside(int x, int y, int scale, int height, int width) {
-  const int centre = (scale - 1) / 2;
-  return x >= 0 && y >= 0 && (long long)x * scale + centre < width && (long long)y * scale + centre < height;
-}
-
 VEMO_INLINE void consistencyCheckAt(const int* m_x, const int* m_y, const int* forward_x, const int* forward_y,
                                     const int* backward_x, const int* backward_y, const float* forward_dist,
                                     const float* forward_nextdist, float* Confidence, float* u, float* v,
