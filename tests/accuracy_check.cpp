@@ -31,17 +31,26 @@ struct Row {
   double epe = 0.0;
 };
 
-std::vector<Row> readTable() {
-  std::vector<Row> rows;
-  std::ifstream in(VEMO_SOURCE_DIR "/tests/accuracy_table.tsv");
+// The rows of a table under tests/ (tab-separated, '#' comments) that
+// `parse` reads.
+template <typename T, typename Parse>
+std::vector<T> readRows(const std::string& name, Parse parse) {
+  std::vector<T> rows;
+  std::ifstream in(VEMO_SOURCE_DIR "/tests/" + name);
   std::string line;
   while (std::getline(in, line)) {
     if (line.empty() || line[0] == '#') continue;
     std::istringstream fields(line);
-    Row row;
-    if (fields >> row.pair >> row.width >> row.height >> row.epe) rows.push_back(row);
+    T row;
+    if (parse(fields, row)) rows.push_back(row);
   }
   return rows;
+}
+
+std::vector<Row> readTable() {
+  return readRows<Row>("accuracy_table.tsv", [](std::istringstream& f, Row& r) {
+    return static_cast<bool>(f >> r.pair >> r.width >> r.height >> r.epe);
+  });
 }
 
 // The pairs the test runs: large motion (chairs_0, where the matching term
@@ -113,16 +122,9 @@ struct PresetRow {
 };
 
 std::vector<PresetRow> readPresetTable() {
-  std::vector<PresetRow> rows;
-  std::ifstream in(VEMO_SOURCE_DIR "/tests/preset_accuracy.tsv");
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.empty() || line[0] == '#') continue;
-    std::istringstream fields(line);
-    PresetRow row;
-    if (fields >> row.preset >> row.pair >> row.epe) rows.push_back(row);
-  }
-  return rows;
+  return readRows<PresetRow>("preset_accuracy.tsv", [](std::istringstream& f, PresetRow& r) {
+    return static_cast<bool>(f >> r.preset >> r.pair >> r.epe);
+  });
 }
 
 void PrintTo(const PresetRow& row, std::ostream* os) { *os << row.preset << " on " << row.pair; }
